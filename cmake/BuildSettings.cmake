@@ -1,0 +1,25 @@
+# What every target of this tree is compiled with.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+# 64-bit file offsets and time on 32-bit targets too.
+add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+set(FW_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined")
+if(FW_SANITIZE)
+  add_compile_options(-fsanitize=${FW_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${FW_SANITIZE})
+  if(FW_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

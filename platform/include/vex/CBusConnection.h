@@ -1,0 +1,63 @@
+// Client of the terminal's message bus: named signals with a binary payload.
+//
+// The bus is the one at $VEX_CBUS_ADDRESS, else the system bus. A connection belongs to the thread whose loop
+// it was connected on; all calls are made there. Signals arrive on that loop's thread.
+#ifndef VEX_CBUSCONNECTION_H
+#define VEX_CBUSCONNECTION_H
+
+#include <memory>
+
+// A connection as the C interface sees it.
+struct cbus_handle_t;
+
+// Sends a signal with `length` bytes at `data` (null when 0). 0 on success, a negative error number
+// otherwise.
+extern "C" int cbus_send_signal(cbus_handle_t* handle, const char* name, const void* data, unsigned length);
+
+namespace common {
+
+class FdLoop;
+
+class CBusMessageHandler {
+  public:
+    virtual ~CBusMessageHandler() = default;
+
+    // A signal of a registered name came. `data` is valid during the call only.
+    virtual void onCBusSignal(const char* name, const void* data, unsigned length) = 0;
+};
+
+class CBusConnection {
+  public:
+    CBusConnection();
+    ~CBusConnection();
+    CBusConnection(const CBusConnection&) = delete;
+    CBusConnection& operator=(const CBusConnection&) = delete;
+
+    // Attaches to the bus as vex.client.<name> and to the loop. False, with the reason in the system log,
+    // when there is no bus or the name is taken; the connection may be tried again.
+    [[nodiscard]] bool connect(const char* name, FdLoop& loop);
+
+    // Detaches; filters and handlers are forgotten. Harmless when not connected.
+    void disconnect();
+
+    // Asks the bus for signals whose name is `prefix` or begins with `prefix` and a dot.
+    [[nodiscard]] bool addFilter(const char* prefix);
+
+    // Delivers signals of exactly this name, if a filter lets them in, to `handler`, which is not owned and
+    // must live until disconnect(). A null `name` registers for every signal that the filters let in.
+    [[nodiscard]] bool registerSignalHandler(const char* name, CBusMessageHandler* handler);
+
+    // Sends a signal; true when it was handed to the bus.
+    [[nodiscard]] bool sendSignal(const char* name, const void* data, unsigned length);
+
+    // For cbus_send_signal(); null when not connected. Valid until disconnect().
+    cbus_handle_t* getHandle();
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> mImpl;
+};
+
+} // namespace common
+
+#endif
