@@ -13,7 +13,7 @@
 #include <string>
 
 // The syslog priorities with their standard values.
-enum LogPriority {
+enum LogPriority : int {
     LogEmergency = 0,
     LogAlert = 1,
     LogCritical = 2,
