@@ -1,0 +1,159 @@
+#include "common/fileutil.h"
+#include "common/envfile.h"
+
+#include "common/Scratch.h"
+#include "common/SlogCapture.h"
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sys/time.h>
+#include <thread>
+
+namespace {
+
+using Text = std::unique_ptr<char, decltype(&free)>;
+
+std::string payload(size_t size) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xff);
+    return bytes;
+}
+
+TEST(Fileutil, WritesAndReadsWholeFiles) {
+    const ScratchDir scratch;
+    const std::string path = scratch.path("f");
+    const std::string bytes = payload(3000);
+    EXPECT_EQ(fnwrite(path.c_str(), bytes.data(), bytes.size()), 3000);
+    std::string back(4000, '\0');
+    EXPECT_EQ(fnread(path.c_str(), back.data(), back.size()), 3000);
+    EXPECT_EQ(back.substr(0, 3000), bytes);
+    EXPECT_EQ(fnread(path.c_str(), back.data(), 10), 10);
+
+    EXPECT_EQ(fnprintf(path.c_str(), "%s=%d\n", "n", 12), 5);
+    EXPECT_EQ(ScratchDir::read(path), "n=12\n");
+    char name = 0;
+    int number = 0;
+    EXPECT_EQ(fnscanf(path.c_str(), "%c=%d", &name, &number), 2);
+    EXPECT_EQ(name, 'n');
+    EXPECT_EQ(number, 12);
+}
+
+TEST(Fileutil, MinusOneWhenOpeningOrClosingFails) {
+    const ScratchDir scratch;
+    const std::string missing = scratch.path("no/such");
+    char byte = 0;
+    EXPECT_EQ(fnwrite(missing.c_str(), "x", 1), -1);
+    EXPECT_EQ(fnread(missing.c_str(), &byte, 1), -1);
+    EXPECT_EQ(fnprintf(missing.c_str(), "x"), -1);
+    EXPECT_EQ(fnscanf(missing.c_str(), "%c", &byte), -1);
+    EXPECT_EQ(fnwrite("/dev/full", "x", 1), -1);
+    EXPECT_EQ(fnprintf("/dev/full", "x"), -1);
+    EXPECT_EQ(takeSlog(), "");
+}
+
+TEST(Fileutil, ExistenceAndSize) {
+    const ScratchDir scratch;
+    const std::string file = scratch.write("f", "12345");
+    EXPECT_EQ(fnexists(file.c_str()), 1);
+    EXPECT_EQ(fnsize(file.c_str()), 5);
+    const std::string dangling = scratch.path("dangling");
+    ASSERT_EQ(symlink(scratch.path("gone").c_str(), dangling.c_str()), 0);
+    EXPECT_EQ(fnexists(dangling.c_str()), 0);
+    EXPECT_EQ(fnsize(dangling.c_str()), -1);
+
+    ASSERT_EQ(truncate(file.c_str(), 0x7fffffff), 0);
+    EXPECT_EQ(fnsize(file.c_str()), 0x7fffffff);
+    ASSERT_EQ(truncate(file.c_str(), 0x80000000), 0);
+    EXPECT_EQ(fnsize(file.c_str()), -1);
+}
+
+TEST(Slurp, KeepsEveryByteAndEndsInAZero) {
+    const ScratchDir scratch;
+    for (const size_t size : {0, 1, 3072, 3073, 4095, 4096, 4097, 8191, 8192, 20000}) {
+        const std::string bytes = payload(size);
+        size_t length = 99;
+        const Text text(fnslurp(scratch.write("f", bytes).c_str(), &length), &free);
+        ASSERT_TRUE(text);
+        EXPECT_EQ(std::string(text.get(), length), bytes) << size;
+        EXPECT_EQ(text.get()[length], '\0');
+    }
+    const Text withoutLength(fnslurp(scratch.write("f", "abc").c_str(), nullptr), &free);
+    EXPECT_STREQ(withoutLength.get(), "abc");
+}
+
+TEST(Slurp, EndsWhereReadingFails) {
+    const ScratchDir scratch;
+    size_t length = 99;
+    const Text text(fnslurp(scratch.path().c_str(), &length), &free); // a directory opens but cannot be read
+    EXPECT_STREQ(text.get(), "");
+    EXPECT_EQ(length, 0U);
+}
+
+TEST(Slurp, MissingFileIsLogged) {
+    size_t length = 99;
+    EXPECT_EQ(fnslurp("/no/such", &length), nullptr);
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(takeSlog(), "<3> fnslurp: No such file or directory: /no/such\n");
+}
+
+TEST(Slurp, GoesOnAfterAnInterruption) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    struct sigaction saved = {};
+    sigaction(SIGALRM, &action, &saved);
+    itimerval timer = {};
+    timer.it_value.tv_usec = 20000;
+    timer.it_interval.tv_usec = 5000;
+    setitimer(ITIMER_REAL, &timer, nullptr);
+
+    size_t length = 0;
+    const Text text(pslurp("echo a; sleep 0.2; echo b", &length), &free);
+
+    timer = {};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+    sigaction(SIGALRM, &saved, nullptr);
+    EXPECT_STREQ(text.get(), "a\nb\n");
+    EXPECT_EQ(length, 4U);
+}
+
+// Value that the file's text gives the variable FWTEST, "<unset>" if it sets none.
+std::string sourced(const std::string& text) {
+    const ScratchDir scratch;
+    unsetenv("FWTEST");
+    EXPECT_EQ(env_source(scratch.write("env", text).c_str()), 0);
+    const char* value = getenv("FWTEST");
+    return value != nullptr ? value : "<unset>";
+}
+
+TEST(EnvSource, SetsExportedVariables) {
+    EXPECT_EQ(sourced("# comment\nFWTEST=a\nexport OTHER=1\nexport FWTEST=plain \t\r\n"), "plain");
+    EXPECT_STREQ(getenv("OTHER"), "1");
+    EXPECT_EQ(sourced("export FWTEST=\"x y\"  "), "x y");
+    EXPECT_EQ(sourced("export FWTEST='a\"b' # note"), "a\"b");
+    EXPECT_EQ(sourced("export FWTEST=\"a\"b\"c"), "a\"b");
+    EXPECT_EQ(sourced("export FWTEST= \"kept\""), " \"kept\"");
+    EXPECT_EQ(sourced("export FWTEST=1\nexport FWTEST=2\n"), "2");
+}
+
+TEST(EnvSource, EmptyValues) {
+    EXPECT_EQ(sourced("export FWTEST=\"x y"), "");
+    EXPECT_EQ(sourced("export FWTEST='\n"), "");
+    EXPECT_EQ(sourced("export FWTEST=\n"), "");
+    EXPECT_EQ(sourced("export FWTEST=   \n"), "");
+}
+
+TEST(EnvSource, SkipsOtherLines) {
+    EXPECT_EQ(sourced("FWTEST=a\n export FWTEST=b\nexport FWTEST\nexport =c\n"), "<unset>");
+    const std::string longName(33, 'N');
+    EXPECT_EQ(sourced("export " + longName + "=1\n"), "<unset>");
+    EXPECT_EQ(getenv(longName.c_str()), nullptr);
+    EXPECT_EQ(env_source("/no/such"), 0);
+}
+
+TEST(EnvSource, LongLineIsReadInPieces) {
+    EXPECT_EQ(sourced("export FWTEST=" + std::string(400, 'v') + "\n"), std::string(255 - 14, 'v'));
+}
+
+} // namespace

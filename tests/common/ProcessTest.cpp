@@ -1,0 +1,147 @@
+#include "common/process.h"
+#include "common/instance.h"
+
+#include "common/Scratch.h"
+#include "common/SlogCapture.h"
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+namespace {
+
+// Number of open descriptors of this process.
+long openDescriptors() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return std::distance(begin(entries), end(entries));
+}
+
+// Content of a file that another process writes and renames; empty if it does not come within ten seconds.
+std::string awaitFile(const std::string& path) {
+    for (int i = 0; i < 1000 && !std::filesystem::exists(path); ++i)
+        usleep(10000);
+    return ScratchDir::read(path);
+}
+
+TEST(ProcRun, ReturnsTheExitStatusOrSignal) {
+    EXPECT_EQ(proc_run("true"), 0);
+    EXPECT_EQ(proc_run("sh -c 'exit 3'"), 3);
+    EXPECT_EQ(proc_run("sh -c 'kill -9 $$'"), 9);
+    EXPECT_EQ(proc_run("/no/such/program with arguments"), 127);
+}
+
+TEST(ProcSpawn, EmptyCommandStartsNothing) {
+    for (const char* command : {"", "   ", "'"})
+        EXPECT_EQ(proc_spawn(command), -1);
+    EXPECT_EQ(proc_daemon(""), -1);
+    EXPECT_EQ(proc_run(nullptr), -1);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(ProcSpawn, ChildIsAskedForAndWaitedFor) {
+    const int child = proc_spawn("sh -c 'sleep 0.2; exit 5'");
+    ASSERT_GT(child, 0);
+    int status = 77;
+    EXPECT_EQ(proc_checkpid(child, &status), 0);
+    EXPECT_EQ(status, 77);
+    EXPECT_EQ(proc_waitpid(child), 5);
+
+    takeSlog();
+    EXPECT_LT(proc_waitpid(child), 0);
+    EXPECT_EQ(takeSlog(), "<3> _proc_checkpid: " + std::to_string(child) + ": No child processes\n");
+}
+
+TEST(ProcSpawn, WaitSurvivesAnInterruption) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    struct sigaction saved = {};
+    sigaction(SIGALRM, &action, &saved);
+    const int child = _proc_spawn(0, "sh -c 'sleep 1.3; exit 4'");
+    alarm(1);
+    EXPECT_EQ(proc_waitpid(child), 4);
+    sigaction(SIGALRM, &saved, nullptr);
+}
+
+// Runs a shell test in a child with these flags; the test's exit status.
+int shellStatus(int flags, const std::string& test) {
+    return _proc_spawn(flags | PROC_WAIT, ("sh -c '" + test + "'").c_str());
+}
+
+TEST(ProcSpawn, StandardStreamsByFlag) {
+    const std::string null0 = "test /proc/self/fd/0 -ef /dev/null";
+    const std::string null1 = "test /proc/self/fd/1 -ef /dev/null";
+    const std::string null2 = "test /proc/self/fd/2 -ef /dev/null";
+    EXPECT_EQ(shellStatus(PROC_NULL_STDIN, null0), 0);
+    EXPECT_EQ(shellStatus(PROC_NULL_STDERR, null2), 0);
+    EXPECT_EQ(shellStatus(7, null0 + " && " + null1 + " && " + null2), 0);
+    EXPECT_EQ(shellStatus(15, null0 + " && " + null1 + " && " + null2), 0);
+    // The descriptor of /dev/null itself is not left open where another was asked for.
+    EXPECT_EQ(shellStatus(PROC_CLOSE_FDS | PROC_NULL_STDOUT, null1 + " && ! test -e /proc/self/fd/0"), 0);
+}
+
+TEST(ProcSpawn, ClosesInheritedDescriptorsOnlyByFlag) {
+    const int fd = fcntl(STDIN_FILENO, F_DUPFD, 9);
+    ASSERT_GE(fd, 9);
+    const std::string isOpen = "test -e /proc/self/fd/" + std::to_string(fd);
+    EXPECT_EQ(shellStatus(0, isOpen), 0);
+    EXPECT_NE(shellStatus(PROC_CLOSE_FDS, isOpen), 0);
+    close(fd);
+}
+
+TEST(ProcDaemon, RunsInASessionOfItsOwn) {
+    const ScratchDir scratch;
+    const std::string file = scratch.path("out");
+    const long before = openDescriptors();
+    const int pid = proc_daemon(
+        ("sh -c 'cut -d\" \" -f1,4,6 /proc/$$/stat >" + file + ".t; mv " + file + ".t " + file + "'")
+            .c_str());
+    ASSERT_GT(pid, 0);
+    int statPid = 0;
+    int parent = 0;
+    int session = 0;
+    ASSERT_EQ(sscanf(awaitFile(file).c_str(), "%d %d %d", &statPid, &parent, &session), 3);
+    EXPECT_EQ(statPid, pid);
+    EXPECT_NE(parent, getpid());
+    EXPECT_NE(session, getsid(0));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(ProcDaemon, MissingProgramDoesNotHang) {
+    EXPECT_GT(proc_daemon("/no/such/program"), 0);
+}
+
+TEST(ProcDaemon, WorksWithoutStandardDescriptors) {
+    const ScratchDir scratch;
+    const std::string file = scratch.path("out");
+    const int saved = fcntl(STDIN_FILENO, F_DUPFD, 10);
+    close(STDIN_FILENO);
+    const int pid = proc_daemon(("sh -c 'echo $$ >" + file + ".t; mv " + file + ".t " + file + "'").c_str());
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    ASSERT_GT(pid, 0);
+    EXPECT_EQ(awaitFile(file), std::to_string(pid) + "\n");
+}
+
+TEST(InstanceCheck, GivesOutEachSlotOnce) {
+    const std::string name = "fwtest" + std::to_string(getpid());
+    EXPECT_EQ(instance_check(name.c_str(), 0), 1);
+    EXPECT_EQ(instance_check(name.c_str(), 1), 0);
+    EXPECT_EQ(instance_check(name.c_str(), 1), 1);
+    EXPECT_EQ(instance_check(name.c_str(), 3), 0);
+    EXPECT_EQ(instance_check(name.c_str(), 3), 0);
+    EXPECT_EQ(instance_check(name.c_str(), 3), 1);
+    const pid_t other = fork(); // another process sees the slots busy too
+    if (other == 0)
+        _exit(instance_check(name.c_str(), 3));
+    EXPECT_EQ(proc_waitpid(other), 1);
+    for (const char* slot : {"0", "1", "2"})
+        EXPECT_EQ(remove(("/tmp/lock-" + name + "-" + slot).c_str()), 0);
+}
+
+TEST(InstanceCheck, SlotThatCannotBeCreatedIsBusy) {
+    EXPECT_EQ(instance_check("no/such", 2), 1);
+}
+
+} // namespace
