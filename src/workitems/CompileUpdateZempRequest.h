@@ -1,0 +1,31 @@
+// Asks the file handler to write the update image.
+#ifndef WORKITEMS_COMPILEUPDATEZEMPREQUEST_H
+#define WORKITEMS_COMPILEUPDATEZEMPREQUEST_H
+
+#include "workitems/FwWorkItem.h"
+#include <map>
+
+class ZempPart;
+
+class CompileUpdateZempRequest : public FwWorkItem {
+  public:
+    enum CompileStatus { CompilePending = 0, CompileComplete = 1, CompileFailed = 2 };
+
+    // Copies the map of content index to part; the parts are not owned and must outlive the request.
+    CompileUpdateZempRequest(const std::string& filename, const std::map<const unsigned, ZempPart*>& parts);
+    ~CompileUpdateZempRequest() override;
+
+    std::string getStatus() const override;
+    CompileStatus getCompileStatus() const { return mCompileStatus; }
+    void setCompileStatus(CompileStatus status) { mCompileStatus = status; }
+
+    std::string getFilename() const { return mFilename; }
+    std::map<const unsigned, ZempPart*> getZempParts() const { return mZempParts; }
+
+  private:
+    CompileStatus mCompileStatus = CompilePending;
+    const std::string mFilename;
+    const std::map<const unsigned, ZempPart*> mZempParts;
+};
+
+#endif
