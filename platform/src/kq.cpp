@@ -1,12 +1,13 @@
 #include "vex/kq.h"
 
-#include <cerrno>
+#include "CancellationBlock.h"
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <syslog.h>
 
 void kq_slog(int priority, const char* format, ...) {
+    const CancellationBlock block;
     va_list arguments;
     va_start(arguments, format);
     vsyslog(priority, format, arguments);

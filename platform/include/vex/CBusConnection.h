@@ -5,20 +5,23 @@
 #ifndef VEX_CBUSCONNECTION_H
 #define VEX_CBUSCONNECTION_H
 
+#include "vex/Export.h"
 #include <memory>
+#include <string>
 
 // A connection as the C interface sees it.
 struct cbus_handle_t;
 
 // Sends a signal with `length` bytes at `data` (null when 0). 0 on success, a negative error number
 // otherwise.
-extern "C" int cbus_send_signal(cbus_handle_t* handle, const char* name, const void* data, unsigned length);
+extern "C" VEX_PUBLIC int cbus_send_signal(cbus_handle_t* handle, const char* name, const void* data,
+                                           unsigned length);
 
 namespace common {
 
 class FdLoop;
 
-class CBusMessageHandler {
+class VEX_PUBLIC CBusMessageHandler {
   public:
     virtual ~CBusMessageHandler() = default;
 
@@ -26,7 +29,7 @@ class CBusMessageHandler {
     virtual void onCBusSignal(const char* name, const void* data, unsigned length) = 0;
 };
 
-class CBusConnection {
+class VEX_PUBLIC CBusConnection {
   public:
     CBusConnection();
     ~CBusConnection();

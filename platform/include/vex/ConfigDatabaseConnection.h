@@ -5,6 +5,7 @@
 #ifndef VEX_CONFIGDATABASECONNECTION_H
 #define VEX_CONFIGDATABASECONNECTION_H
 
+#include "vex/Export.h"
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,7 +21,7 @@ struct ConfigDatabaseRecord {
     const char* value; // terminated text; may be null
 };
 
-class ConfigDatabaseConnection {
+class VEX_PUBLIC ConfigDatabaseConnection {
   public:
     ~ConfigDatabaseConnection();
     ConfigDatabaseConnection(const ConfigDatabaseConnection&) = delete;

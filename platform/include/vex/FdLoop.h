@@ -6,12 +6,13 @@
 #ifndef VEX_FDLOOP_H
 #define VEX_FDLOOP_H
 
+#include "vex/Export.h"
 #include <memory>
 
 namespace common {
 
 // What a timer calls.
-class AbstractFdLoopTimeoutHandler {
+class VEX_PUBLIC AbstractFdLoopTimeoutHandler {
   public:
     virtual ~AbstractFdLoopTimeoutHandler() = default;
 
@@ -20,14 +21,14 @@ class AbstractFdLoopTimeoutHandler {
 };
 
 // Base for objects that are their own timer handler.
-class FdLoopTimeoutHandler : public AbstractFdLoopTimeoutHandler {
+class VEX_PUBLIC FdLoopTimeoutHandler : public AbstractFdLoopTimeoutHandler {
   public:
     // The handler to give to FdLoop::addTimer(): this object. Never null.
     AbstractFdLoopTimeoutHandler* getFdLoopTimeoutCalback() { return this; }
 };
 
 // What a descriptor calls.
-class AbstractFdLoopEventHandler {
+class VEX_PUBLIC AbstractFdLoopEventHandler {
   public:
     virtual ~AbstractFdLoopEventHandler() = default;
 
@@ -37,7 +38,7 @@ class AbstractFdLoopEventHandler {
 
 // Registration of a descriptor. Without an event handler behind it, readability only ends the loop's wait:
 // the loop drains the descriptor itself and run() returns.
-class FdLoopEventHandler {
+class VEX_PUBLIC FdLoopEventHandler {
   public:
     // `handler` may be null; it is not owned and must outlive the registration.
     explicit FdLoopEventHandler(AbstractFdLoopEventHandler* handler = nullptr) : mHandler(handler) {}
@@ -49,17 +50,17 @@ class FdLoopEventHandler {
 };
 
 // A periodic interval. Holds no resource until it is added to a loop; removed from its loop when destroyed.
-class FdLoopTimer {
+class VEX_PUBLIC FdLoopTimer {
   public:
     FdLoopTimer();
     ~FdLoopTimer();
     FdLoopTimer(const FdLoopTimer&) = delete;
     FdLoopTimer& operator=(const FdLoopTimer&) = delete;
 
-    // Milliseconds, at least 1. A timer that is armed goes on with the new interval from now.
+    // Milliseconds; 0 counts as 1. A timer that is armed goes on with the new interval from now.
     void setInterval(unsigned milliseconds);
 
-    // The interval as set, in milliseconds; not divided by any time scale.
+    // The interval as set, in milliseconds, 0 before that; not divided by any time scale.
     unsigned getInterval() const;
 
   private:
@@ -69,7 +70,7 @@ class FdLoopTimer {
 };
 
 // A descriptor that becomes readable when interrupted.
-class FdLoopEvent {
+class VEX_PUBLIC FdLoopEvent {
   public:
     FdLoopEvent();
     ~FdLoopEvent();
@@ -87,7 +88,7 @@ class FdLoopEvent {
     int mFd;
 };
 
-class FdLoop {
+class VEX_PUBLIC FdLoop {
   public:
     FdLoop();
     ~FdLoop();
@@ -97,17 +98,20 @@ class FdLoop {
     // Waits and dispatches until a registered descriptor without an event handler (an interrupt) became
     // readable; everything else that is due at that moment is dispatched first. Also returns, after a pause
     // of at most 1 s, when the loop cannot wait at all; the caller's flag decides whether to call it again.
+    // If the calling thread may be cancelled, the wait is a cancellation point; handlers are never cancelled.
     void run();
 
-    // Watches `fd` for reading. `handler` is not owned and must outlive the loop or the next fdUnregister().
-    // False when the descriptor cannot be watched or is registered already.
+    // Watches `fd` for reading. What `handler` calls is not owned and must live until fdUnregister() or the
+    // last run(). False when the descriptor cannot be watched or is registered already.
     [[nodiscard]] bool fdRegister(int fd, FdLoopEventHandler& handler);
 
     // Stops watching; harmless for a descriptor that is not registered.
     void fdUnregister(int fd);
 
     // Arms `timer` with its interval, to fire first one interval from now. Neither is owned. A timer that is
-    // armed already is armed anew, never twice. False when the timer cannot be armed.
+    // armed already is armed anew, never twice. Ticks that a slow handler missed are left out. False when the
+    // timer cannot be armed: no handler, no interval, no resources. $VEX_TIME_SCALE (a number of at least 1,
+    // read when the loop is first used) divides the interval, down to 100 microseconds.
     [[nodiscard]] bool addTimer(FdLoopTimer& timer, AbstractFdLoopTimeoutHandler* handler);
 
     // Disarms; harmless for a timer that was never added.

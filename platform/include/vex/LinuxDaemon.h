@@ -2,9 +2,11 @@
 #ifndef VEX_LINUXDAEMON_H
 #define VEX_LINUXDAEMON_H
 
+#include "vex/Export.h"
+
 namespace common {
 
-class LinuxDaemon {
+class VEX_PUBLIC LinuxDaemon {
   public:
     virtual ~LinuxDaemon() = default;
 

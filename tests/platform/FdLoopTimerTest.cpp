@@ -1,0 +1,157 @@
+#include "LoopHelpers.h"
+#include "support/TestPlatform.h"
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+#include <vector>
+
+using common::FdLoop;
+using common::FdLoopTimer;
+using support::ScopedEnvironment;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Ticks come late on a busy machine, so the middle one tells; with a drift they would be spread evenly.
+TEST(FdLoopTimer, TicksKeepToTheirGrid) {
+    StoppableLoop stoppable;
+    std::vector<double> late;
+    const auto start = Clock::now();
+    OnTick onTick([&] {
+        late.push_back(std::fmod(elapsedMs(start), 20.0));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // must not add up
+        if (late.size() == 21)
+            stoppable.event.interrupt();
+        return true;
+    });
+    FdLoopTimer timer;
+    timer.setInterval(20);
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    ASSERT_TRUE(stoppable.run());
+    EXPECT_GE(elapsedMs(start), 420.0);
+    std::sort(late.begin(), late.end());
+    EXPECT_LT(late[10], 4.0);
+}
+
+TEST(FdLoopTimer, SlowHandlerMissesTicksInsteadOfCatchingUp) {
+    StoppableLoop stoppable;
+    int ticks = 0;
+    OnTick onTick([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(++ticks == 1 ? 205 : 0));
+        return true;
+    });
+    FdLoopTimer timer;
+    timer.setInterval(20);
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(310)));
+    EXPECT_GE(ticks, 3);
+    EXPECT_LE(ticks, 7);
+}
+
+TEST(FdLoopTimer, AddedTwiceFiresOncePerInterval) {
+    StoppableLoop stoppable;
+    int ticks = 0;
+    OnTick onTick([&] { return ++ticks > 0; });
+    FdLoopTimer timer;
+    timer.setInterval(40);
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(100)));
+    EXPECT_GE(ticks, 1);
+    EXPECT_LE(ticks, 2);
+
+    ticks = 0;
+    FdLoop other;
+    ASSERT_TRUE(other.addTimer(timer, &onTick)) << "moves to the other loop";
+    EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(60)));
+    EXPECT_EQ(0, ticks);
+}
+
+TEST(FdLoopTimer, RemovalIsHarmlessWhateverItsState) {
+    StoppableLoop stoppable;
+    int ticks = 0;
+    OnTick once([&] {
+        ++ticks;
+        return false;
+    });
+    FdLoopTimer timer;
+    FdLoopTimer never;
+    stoppable.loop.delTimer(never);
+    EXPECT_FALSE(stoppable.loop.addTimer(timer, &once)) << "no interval yet";
+    timer.setInterval(5);
+    EXPECT_FALSE(stoppable.loop.addTimer(timer, nullptr));
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &once));
+    EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(60)));
+    EXPECT_EQ(1, ticks) << "a handler that answers false is called once";
+    stoppable.loop.delTimer(timer);
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &once));
+    stoppable.loop.delTimer(timer);
+    EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(40)));
+    EXPECT_EQ(1, ticks);
+    {
+        FdLoop shortLived;
+        ASSERT_TRUE(shortLived.addTimer(timer, &once));
+    }
+    stoppable.loop.delTimer(timer);
+}
+
+TEST(FdLoopTimer, HandlerMayRearmOrDestroyItsTimer) {
+    StoppableLoop stoppable;
+    std::vector<double> at;
+    auto timer = std::make_unique<FdLoopTimer>();
+    timer->setInterval(10);
+    const auto start = Clock::now();
+    OnTick last([&] {
+        at.push_back(elapsedMs(start));
+        timer.reset();
+        stoppable.event.interrupt();
+        return true;
+    });
+    OnTick first([&] {
+        at.push_back(elapsedMs(start));
+        timer->setInterval(40); // goes on with the new interval from now
+        if (at.size() == 1)
+            return true;
+        EXPECT_TRUE(stoppable.loop.addTimer(*timer, &last));
+        return false; // ends the old arming, not the new one
+    });
+    ASSERT_TRUE(stoppable.loop.addTimer(*timer, &first));
+    ASSERT_TRUE(stoppable.run());
+    ASSERT_EQ(3U, at.size());
+    EXPECT_GE(at[0], 10.0);
+    EXPECT_GE(at[1] - at[0], 40.0);
+    EXPECT_GE(at[2] - at[1], 40.0);
+}
+
+TEST(FdLoopTimer, TimeScaleDividesIntervalsOnly) {
+    const ScopedEnvironment scale("VEX_TIME_SCALE", "1000");
+    StoppableLoop stoppable;
+    OnTick onTick([&] {
+        stoppable.event.interrupt();
+        return true;
+    });
+    FdLoopTimer timer;
+    timer.setInterval(240000);
+    EXPECT_EQ(240000U, timer.getInterval());
+    const auto start = Clock::now();
+    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    ASSERT_TRUE(stoppable.run(std::chrono::hours(1)));
+    EXPECT_GE(elapsedMs(start), 240.0);
+    EXPECT_LT(elapsedMs(start), 2000.0);
+    EXPECT_EQ(240000U, timer.getInterval());
+}
+
+TEST(FdLoopTimer, UnusableTimeScaleCountsAsOne) {
+    for (const char* const text : {"0.5", "-3", "fast", "10x", "inf", "nan", ""}) {
+        const ScopedEnvironment scale("VEX_TIME_SCALE", text);
+        StoppableLoop stoppable;
+        const auto start = Clock::now();
+        EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(30))) << text;
+        EXPECT_GE(elapsedMs(start), 30.0) << text;
+    }
+}
+
+} // namespace

@@ -1,0 +1,56 @@
+// Small handlers and clocks that the loop's tests share.
+#ifndef PLATFORM_LOOPHELPERS_H
+#define PLATFORM_LOOPHELPERS_H
+
+#include "vex/FdLoop.h"
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <utility>
+
+// A timer handler made of a function that says whether to keep the timer.
+class OnTick : public common::FdLoopTimeoutHandler {
+  public:
+    explicit OnTick(std::function<bool()> action) : mAction(std::move(action)) {}
+    bool onFdLoopTimerTimeout() override { return mAction(); }
+
+  private:
+    const std::function<bool()> mAction;
+};
+
+// A loop with an event that ends its run().
+struct StoppableLoop {
+    common::FdLoop loop;
+    common::FdLoopEvent event;
+    common::FdLoopEventHandler breakOnly;
+    bool registered = loop.fdRegister(event.getFd(), breakOnly);
+
+    // Runs until interrupted, at most `limit`; true when it was interrupted before that.
+    bool run(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        bool late = false;
+        OnTick onLimit([&] {
+            late = true;
+            event.interrupt();
+            return false;
+        });
+        common::FdLoopTimer timer;
+        timer.setInterval(static_cast<unsigned>(limit.count()));
+        if (!registered || !loop.addTimer(timer, &onLimit))
+            return false;
+        loop.run();
+        return !late;
+    }
+};
+
+inline double elapsedMs(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - since).count();
+}
+
+// Processor time of the calling thread.
+inline double processorMs() {
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
+}
+
+#endif
