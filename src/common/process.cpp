@@ -119,11 +119,11 @@ void detach(PidPipe& pipe) {
 }
 
 [[noreturn]] void runChild(int flags, PidPipe& pipe, char** tokens) {
-    if ((flags & PROC_CLOSE_FDS) != 0)
+    if ((flags & ProcCloseFds) != 0)
         closeDescriptors(pipe);
-    if ((flags & (PROC_NULL_STDIN | PROC_NULL_STDOUT | PROC_NULL_STDERR)) != 0)
+    if ((flags & (ProcNullStdin | ProcNullStdout | ProcNullStderr)) != 0)
         redirectToNull(flags);
-    if ((flags & PROC_DETACH) != 0)
+    if ((flags & ProcDetach) != 0)
         detach(pipe);
     execvp(tokens[0], tokens);
     logFailure(tokens[0]);
@@ -170,7 +170,7 @@ int _proc_spawn(int flags, const char* command) {
     if (!tokens || *tokens == nullptr)
         return -1;
     PidPipe pipe;
-    if ((flags & PROC_DETACH) != 0 && !pipe.open()) {
+    if ((flags & ProcDetach) != 0 && !pipe.open()) {
         logFailure(*tokens);
         return -1;
     }
@@ -185,25 +185,23 @@ int _proc_spawn(int flags, const char* command) {
 
     PidPipe::closeEnd(pipe.writeEnd); // else the read below would wait for our own copy
     int result = child;
-    if ((flags & PROC_WAIT) != 0)
+    if ((flags & ProcWait) != 0)
         result = proc_waitpid(child);
-    if ((flags & PROC_DETACH) != 0)
+    if ((flags & ProcDetach) != 0)
         result = receivePid(pipe.readEnd);
     pipe.close();
     return result;
 }
 
 int proc_run(const char* command) {
-    return _proc_spawn(PROC_NULL_STDIN | PROC_NULL_STDOUT | PROC_NULL_STDERR | PROC_CLOSE_FDS | PROC_WAIT,
-                       command);
+    return _proc_spawn(ProcNullStdin | ProcNullStdout | ProcNullStderr | ProcCloseFds | ProcWait, command);
 }
 
 int proc_spawn(const char* command) {
-    return _proc_spawn(PROC_NULL_STDIN | PROC_NULL_STDOUT | PROC_NULL_STDERR | PROC_CLOSE_FDS, command);
+    return _proc_spawn(ProcNullStdin | ProcNullStdout | ProcNullStderr | ProcCloseFds, command);
 }
 
 int proc_daemon(const char* command) {
-    return _proc_spawn(PROC_NULL_STDIN | PROC_NULL_STDOUT | PROC_NULL_STDERR | PROC_CLOSE_FDS | PROC_DETACH |
-                           PROC_WAIT,
+    return _proc_spawn(ProcNullStdin | ProcNullStdout | ProcNullStderr | ProcCloseFds | ProcDetach | ProcWait,
                        command);
 }

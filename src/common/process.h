@@ -11,13 +11,13 @@ extern "C" {
 #endif
 
 /* Flags of _proc_spawn(). */
-enum proc_flags {
-    PROC_NULL_STDIN = 1,  /* standard input from /dev/null */
-    PROC_NULL_STDOUT = 2, /* standard output to /dev/null */
-    PROC_NULL_STDERR = 4, /* standard error to /dev/null */
-    PROC_CLOSE_FDS = 8,   /* close descriptors 0 to 31 first */
-    PROC_DETACH = 16,     /* in a session of its own, not a child of the caller */
-    PROC_WAIT = 32        /* wait for the child, or with PROC_DETACH for the one in between */
+enum ProcFlags {
+    ProcNullStdin = 1,  /* standard input from /dev/null */
+    ProcNullStdout = 2, /* standard output to /dev/null */
+    ProcNullStderr = 4, /* standard error to /dev/null */
+    ProcCloseFds = 8,   /* close descriptors 0 to 31 first */
+    ProcDetach = 16,    /* in a session of its own, not a child of the caller */
+    ProcWait = 32       /* wait for the child, or with ProcDetach for the one in between */
 };
 
 /* One waitpid() with these options. The pid if the child has ended (or changed, as the options say), and then
@@ -32,8 +32,8 @@ int proc_checkpid(int pid, int* status);
  */
 int proc_waitpid(int pid);
 
-/* Starts a child process. By flags: its pid; its exit status with PROC_WAIT; the pid of the detached process
- * with PROC_DETACH. -1 if the command is empty or null, or nothing could be started. */
+/* Starts a child process. By flags: its pid; its exit status with ProcWait; the pid of the detached process
+ * with ProcDetach. -1 if the command is empty or null, or nothing could be started. */
 int _proc_spawn(int flags, const char* command);
 
 /* Runs the command without standard streams. Its exit status, 127 if there is no such program, or negative.

@@ -66,19 +66,19 @@ TEST(ProcSpawn, WaitSurvivesAnInterruption) {
 
 // Runs a shell test in a child with these flags; the test's exit status.
 int shellStatus(int flags, const std::string& test) {
-    return _proc_spawn(flags | PROC_WAIT, ("sh -c '" + test + "'").c_str());
+    return _proc_spawn(flags | ProcWait, ("sh -c '" + test + "'").c_str());
 }
 
 TEST(ProcSpawn, StandardStreamsByFlag) {
     const std::string null0 = "test /proc/self/fd/0 -ef /dev/null";
     const std::string null1 = "test /proc/self/fd/1 -ef /dev/null";
     const std::string null2 = "test /proc/self/fd/2 -ef /dev/null";
-    EXPECT_EQ(shellStatus(PROC_NULL_STDIN, null0), 0);
-    EXPECT_EQ(shellStatus(PROC_NULL_STDERR, null2), 0);
+    EXPECT_EQ(shellStatus(ProcNullStdin, null0), 0);
+    EXPECT_EQ(shellStatus(ProcNullStderr, null2), 0);
     EXPECT_EQ(shellStatus(7, null0 + " && " + null1 + " && " + null2), 0);
     EXPECT_EQ(shellStatus(15, null0 + " && " + null1 + " && " + null2), 0);
     // The descriptor of /dev/null itself is not left open where another was asked for.
-    EXPECT_EQ(shellStatus(PROC_CLOSE_FDS | PROC_NULL_STDOUT, null1 + " && ! test -e /proc/self/fd/0"), 0);
+    EXPECT_EQ(shellStatus(ProcCloseFds | ProcNullStdout, null1 + " && ! test -e /proc/self/fd/0"), 0);
 }
 
 TEST(ProcSpawn, ClosesInheritedDescriptorsOnlyByFlag) {
@@ -86,7 +86,7 @@ TEST(ProcSpawn, ClosesInheritedDescriptorsOnlyByFlag) {
     ASSERT_GE(fd, 9);
     const std::string isOpen = "test -e /proc/self/fd/" + std::to_string(fd);
     EXPECT_EQ(shellStatus(0, isOpen), 0);
-    EXPECT_NE(shellStatus(PROC_CLOSE_FDS, isOpen), 0);
+    EXPECT_NE(shellStatus(ProcCloseFds, isOpen), 0);
     close(fd);
 }
 

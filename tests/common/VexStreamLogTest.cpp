@@ -76,10 +76,10 @@ TEST(VexStreamLog, PriorityOnAForeignStreamDoesNothing) {
 }
 
 TEST(VexStreamLog, LinesOfTwoThreadsStayWhole) {
-    constexpr int Lines = 1000;
+    constexpr int lines = 1000;
     const std::string output = consoleOf(LogDebug, [] {
         const auto log = [](LogPriority priority, char mark) {
-            for (int i = 0; i < Lines; ++i)
+            for (int i = 0; i < lines; ++i)
                 VEX_LOG(priority) << mark << i << " " << std::string(static_cast<size_t>(i % 50), mark);
         };
         std::thread other(log, LogWarning, 'w');
@@ -88,15 +88,15 @@ TEST(VexStreamLog, LinesOfTwoThreadsStayWhole) {
     });
 
     std::map<char, int> next;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
+    std::istringstream printed(output);
+    for (std::string line; std::getline(printed, line);) {
         const char mark = line.compare(0, 17, "prog(LOG_WARNING)") == 0 ? 'w' : 'i';
         const int i = next[mark]++;
         EXPECT_EQ(line, (mark == 'w' ? "prog(LOG_WARNING): w" : "prog(LOG_INFO): i") + std::to_string(i) +
                             " " + std::string(static_cast<size_t>(i % 50), mark));
     }
-    EXPECT_EQ(next['w'], Lines);
-    EXPECT_EQ(next['i'], Lines);
+    EXPECT_EQ(next['w'], lines);
+    EXPECT_EQ(next['i'], lines);
 }
 
 } // namespace
