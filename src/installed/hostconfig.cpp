@@ -1,0 +1,127 @@
+#include "installed/hostconfig.h"
+
+#include "common/fileutil.h"
+#include "image/zemp_validate.h"
+#include "vex/kq.h"
+
+namespace {
+
+constexpr const char* ModuleName = "hostconfig.c";
+
+// Line numbers of the assertions, known to those who read panics.
+constexpr int LineNew = 30;
+constexpr int LineLoad = 243;
+
+void assertNotNull(const void* object, int line) {
+    if (object == nullptr)
+        kq_panic("*** ASSERT in %s at %d\n", ModuleName, line);
+}
+
+bool beginsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+bool isRawDevice(const char* path) {
+    return beginsWith(path, "/dev/mtd") || beginsWith(path, "/dev/mmcblk0p");
+}
+
+// Whether the lengths that the main header declares lie within the record.
+bool fits(const zemp_header_t* header) {
+    const unsigned room = HostconfigMaximumSize - ZempFormat::HeaderOffset;
+    return header->hdr_length <= room && header->body_length <= room - header->hdr_length;
+}
+
+// Takes `size` bytes off what remains; false if there are fewer.
+bool consume(uint32_t& remaining, uint32_t size) {
+    if (remaining < size)
+        return false;
+    remaining -= size;
+    return true;
+}
+
+// Finds and checks the content parts. Those beyond the room for them are checked, too, but not kept.
+bool findParts(hostconfig_t* hc) {
+    uint32_t remaining = hc->header->body_length;
+    uint8_t* at = hc->raw + HostconfigMinimumSize;
+    int found = 0;
+    do {
+        auto* part = reinterpret_cast<zemp_content_header_t*>(at);
+        if (remaining < ZempFormat::ContentHeaderSize || !consume(remaining, part->hdr_length) ||
+            !consume(remaining, part->body_length))
+            return false;
+        if (zemp_validate_content_part(part, at + part->hdr_length) != ZempValid)
+            return false;
+        if (hc->count < static_cast<int>(HostconfigMaximumParts))
+            hc->parts[hc->count++] = part;
+        ++found;
+        const uint32_t padding = ZempFormat::padding(part->body_length);
+        at += part->hdr_length + part->body_length + padding;
+        if (!consume(remaining, padding))
+            remaining = 0; // the last padding may be missing
+    } while (remaining > HostconfigUnparsedTail || (hc->expected >= 0 && found < hc->expected));
+    return true;
+}
+
+} // namespace
+
+int hostconfig_new(hostconfig_t* hc, unsigned capacity) {
+    assertNotNull(hc, LineNew);
+    *hc = {};
+    if (capacity > HostconfigMaximumSize)
+        return 0;
+    hc->capacity = capacity;
+    hc->expected = -1;
+    hc->body_offset = HostconfigMinimumSize;
+    hc->header = reinterpret_cast<zemp_header_t*>(hc->raw + ZempFormat::HeaderOffset);
+    return 1;
+}
+
+int hostconfig_load_raw(hostconfig_t* hc, const char* path) {
+    int size = static_cast<int>(HostconfigMaximumSize);
+    if (!isRawDevice(path)) {
+        size = fnsize(path);
+        if (size < static_cast<int>(HostconfigMinimumSize) || size > static_cast<int>(HostconfigMaximumSize))
+            return -1;
+    }
+    memset(hc->raw, 0, sizeof hc->raw);
+    if (fnread(path, hc->raw, static_cast<size_t>(size)) != size)
+        return -1;
+    hc->header = reinterpret_cast<zemp_header_t*>(hc->raw + ZempFormat::HeaderOffset);
+    if (!fits(hc->header) || zemp_validate_header(hc->header) != ZempValid)
+        return -1;
+    const uint8_t* body = hc->raw + ZempFormat::HeaderOffset + hc->header->hdr_length;
+    return zemp_validate_body(hc->header, body) == ZempValid ? 0 : -1;
+}
+
+int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary) {
+    assertNotNull(hc, LineLoad);
+    hc->count = 0;
+    int result = 1;
+    if (hostconfig_load_raw(hc, primary) != 0) {
+        if (secondary == nullptr || *secondary == '\0' || hostconfig_load_raw(hc, secondary) != 0)
+            return -1;
+        result = 2;
+    }
+    if (!findParts(hc)) {
+        hc->count = 0;
+        return -1;
+    }
+    return result;
+}
+
+const zemp_content_header_t* hostconfig_get_part(const hostconfig_t* hc, const char* name) {
+    const size_t length = strlen(name);
+    if (length > sizeof hc->parts[0]->name)
+        return nullptr;
+    for (int i = 0; i < hc->count; ++i)
+        if (strncmp(hc->parts[i]->name, name, length) == 0)
+            return hc->parts[i];
+    return nullptr;
+}
+
+void* hostconfig_get_body(hostconfig_t* hc, const char* name) {
+    const zemp_content_header_t* part = hostconfig_get_part(hc, name);
+    if (part == nullptr)
+        return nullptr;
+    return hc->raw + (reinterpret_cast<const uint8_t*>(part) - hc->raw) + ZempFormat::BlobBodyOffset;
+}
