@@ -1,7 +1,9 @@
 #include "support/PrivateBus.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -33,8 +35,11 @@ void writeConfiguration(const std::string& file, const std::string& address) {
 }
 
 // Between fork and exec: only what is allowed there.
-[[noreturn]] void runDaemon(const char* configuration, const char* printAddress) {
+[[noreturn]] void runDaemon(const char* configuration, const char* printAddress, const char* log) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int fd = open(log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd >= 0)
+        dup2(fd, STDERR_FILENO);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -65,13 +70,14 @@ void PrivateBus::stop() {
 
 void PrivateBus::start() {
     const std::string configuration = "--config-file=" + mDirectory.file("bus.conf");
+    const std::string log = mDirectory.file("bus.log");
     int ends[2];
     if (mPid > 0 || pipe(ends) != 0)
         throw std::runtime_error("message bus runs already, or no pipe for it");
     const std::string printAddress = "--print-address=" + std::to_string(ends[1]);
     mPid = fork();
     if (mPid == 0)
-        runDaemon(configuration.c_str(), printAddress.c_str());
+        runDaemon(configuration.c_str(), printAddress.c_str(), log.c_str());
     close(ends[1]);
 
     // The daemon prints its address when it listens; it ends without a word when it cannot.
@@ -80,7 +86,9 @@ void PrivateBus::start() {
     close(ends[0]);
     if (!listening) {
         stop();
-        throw std::runtime_error("dbus-daemon does not start");
+        std::ifstream reasons(log);
+        const std::string text{std::istreambuf_iterator<char>(reasons), std::istreambuf_iterator<char>()};
+        throw std::runtime_error("dbus-daemon does not start: " + text);
     }
 }
 

@@ -1,0 +1,205 @@
+#include "vex/ConfigDatabaseConnection.h"
+
+#include "CBusHandle.h"
+#include "CancellationBlock.h"
+#include "ConfigDatabaseFile.h"
+#include "SqliteStatement.h"
+#include "vex/CBusConnection.h"
+#include "vex/kq.h"
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <syslog.h>
+
+namespace common {
+
+namespace {
+
+struct StoredRecord {
+    int type;
+    std::optional<std::string> value;
+};
+
+// Everything in one block, the texts behind the records, so that free() needs no more than the pointer.
+ConfigDatabaseRecord* copyOut(const std::vector<StoredRecord>& stored) {
+    size_t size = stored.size() * sizeof(ConfigDatabaseRecord);
+    for (const StoredRecord& record : stored)
+        size += record.value ? record.value->size() + 1 : 0;
+    auto* const records = static_cast<ConfigDatabaseRecord*>(malloc(size));
+    if (records == nullptr)
+        return nullptr;
+    char* text = reinterpret_cast<char*>(records + stored.size());
+    for (size_t i = 0; i < stored.size(); ++i) {
+        records[i] = ConfigDatabaseRecord{stored[i].type, nullptr};
+        if (!stored[i].value)
+            continue;
+        const size_t length = stored[i].value->size() + 1;
+        memcpy(text, stored[i].value->c_str(), length);
+        records[i].value = text;
+        text += length;
+    }
+    return records;
+}
+
+// The caller has the transaction.
+bool store(sqlite3* database, const std::string& key, const std::string& value) {
+    SqliteStatement remove(database, "DELETE FROM config WHERE key = ?1");
+    remove.bind(1, key);
+    if (remove.step() != SQLITE_DONE)
+        return false;
+    SqliteStatement insert(database, "INSERT INTO config (key, type, value) VALUES (?1, ?2, ?3)");
+    insert.bind(1, key);
+    insert.bind(2, ConfigDatabaseRecord::TypeString);
+    insert.bind(3, value);
+    return insert.step() == SQLITE_DONE;
+}
+
+} // namespace
+
+struct ConfigDatabaseConnection::Impl {
+    // Notes and logs why a call failed; always false.
+    bool fail(const std::string& what, const std::string& why) {
+        lastError = what + ": " + why;
+        kq_slog(LOG_ERR, "ConfigDatabaseConnection: %s", lastError.c_str());
+        return false;
+    }
+
+    // The beginning of every call; false, and noted, when there is no database or no key.
+    bool begin(const std::string& what, bool complete) {
+        lastError.clear();
+        if (database == nullptr)
+            return fail(what, "not connected");
+        return complete || fail(what, "key or value missing");
+    }
+
+    bool failInDatabase(const std::string& what) { return fail(what, sqlite3_errmsg(database.get())); }
+
+    SqliteDatabase database; // null while not connected
+    std::string lastError;
+};
+
+ConfigDatabaseConnection::ConfigDatabaseConnection() : mImpl(std::make_unique<Impl>()) {}
+
+ConfigDatabaseConnection::~ConfigDatabaseConnection() = default;
+
+ConfigDatabaseConnection* ConfigDatabaseConnection::getInstance() {
+    static ConfigDatabaseConnection* const sInstance = new ConfigDatabaseConnection;
+    return sInstance;
+}
+
+bool ConfigDatabaseConnection::connect(CBusConnection& bus) {
+    if (!cbusIsOpen(bus.getHandle())) {
+        disconnect();
+        return mImpl->fail("cannot open the configuration database", "no bus");
+    }
+    return open();
+}
+
+bool ConfigDatabaseConnection::open() {
+    const CancellationBlock block;
+    disconnect();
+    mImpl->lastError.clear();
+    const std::string path = configDatabasePath();
+    std::string error;
+    mImpl->database = openConfigDatabase(path, error);
+    return connected() || mImpl->fail("cannot open the configuration database " + path, error);
+}
+
+bool ConfigDatabaseConnection::connected() const {
+    return mImpl->database != nullptr;
+}
+
+void ConfigDatabaseConnection::disconnect() {
+    const CancellationBlock block;
+    mImpl->database.reset();
+}
+
+bool ConfigDatabaseConnection::read(const char* key, unsigned& count, ConfigDatabaseRecord*& records) {
+    const CancellationBlock block;
+    count = 0;
+    records = nullptr;
+    const std::string what = std::string("cannot read ") + (key != nullptr ? key : "a key");
+    if (!mImpl->begin(what, key != nullptr))
+        return false;
+    SqliteStatement select(mImpl->database.get(),
+                           "SELECT type, value FROM config WHERE key = ?1 ORDER BY rowid");
+    select.bind(1, key);
+    std::vector<StoredRecord> stored;
+    int result = select.step();
+    for (; result == SQLITE_ROW; result = select.step()) {
+        const char* const text = select.text(1);
+        stored.push_back(
+            {select.integer(0), text != nullptr ? std::make_optional<std::string>(text) : std::nullopt});
+    }
+    if (result != SQLITE_DONE)
+        return mImpl->failInDatabase(what);
+    if (stored.empty())
+        return false;
+    records = copyOut(stored);
+    if (records == nullptr)
+        return mImpl->fail(what, "out of memory");
+    count = static_cast<unsigned>(stored.size());
+    return true;
+}
+
+void ConfigDatabaseConnection::free(ConfigDatabaseRecord* records) {
+    ::free(records);
+}
+
+bool ConfigDatabaseConnection::writeString(const char* key, const char* value) {
+    if (key == nullptr || value == nullptr)
+        return mImpl->begin(std::string("cannot write ") + (key != nullptr ? key : "a key"), false);
+    return writeStrings({{key, value}});
+}
+
+bool ConfigDatabaseConnection::writeStrings(const std::vector<std::pair<std::string, std::string>>& values) {
+    const CancellationBlock block;
+    std::string what = "cannot write " + (values.empty() ? "nothing" : values.front().first);
+    if (!mImpl->begin(what, true))
+        return false;
+    SqliteTransaction transaction(mImpl->database.get());
+    if (!transaction.begun())
+        return mImpl->failInDatabase(what);
+    for (const auto& value : values) {
+        what = "cannot write " + value.first;
+        if (!store(mImpl->database.get(), value.first, value.second))
+            return mImpl->failInDatabase(what);
+    }
+    return transaction.commit() || mImpl->failInDatabase(what);
+}
+
+bool ConfigDatabaseConnection::erase(const char* key) {
+    const CancellationBlock block;
+    const std::string what = std::string("cannot erase ") + (key != nullptr ? key : "a key");
+    if (!mImpl->begin(what, key != nullptr))
+        return false;
+    SqliteTransaction transaction(mImpl->database.get());
+    if (!transaction.begun())
+        return mImpl->failInDatabase(what);
+    SqliteStatement remove(mImpl->database.get(), "DELETE FROM config WHERE key = ?1");
+    remove.bind(1, key);
+    const bool removed = remove.step() == SQLITE_DONE;
+    return (removed && transaction.commit()) || mImpl->failInDatabase(what);
+}
+
+bool ConfigDatabaseConnection::list(const char* prefix, std::vector<std::string>& keys) {
+    const CancellationBlock block;
+    keys.clear();
+    const std::string what = "cannot list the keys";
+    if (!mImpl->begin(what, true))
+        return false;
+    SqliteStatement select(
+        mImpl->database.get(),
+        "SELECT DISTINCT key FROM config WHERE substr(key, 1, length(?1)) = ?1 ORDER BY key");
+    select.bind(1, prefix != nullptr ? prefix : "");
+    int result = select.step();
+    for (; result == SQLITE_ROW; result = select.step())
+        keys.emplace_back(select.text(0));
+    return result == SQLITE_DONE || mImpl->failInDatabase(what);
+}
+
+const std::string& ConfigDatabaseConnection::lastError() const {
+    return mImpl->lastError;
+}
+
+} // namespace common

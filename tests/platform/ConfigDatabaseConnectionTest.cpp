@@ -1,0 +1,162 @@
+#include "vex/ConfigDatabaseConnection.h"
+#include "support/TestPlatform.h"
+#include "vex/CBusConnection.h"
+#include "vex/FdLoop.h"
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+using common::ConfigDatabaseConnection;
+using common::ConfigDatabaseRecord;
+using Keys = std::vector<std::string>;
+
+namespace {
+
+// A database of the test's own; what others do to the file goes through SQLite itself.
+class ConfigDatabase : public testing::Test {
+  protected:
+    ~ConfigDatabase() override { database.disconnect(); }
+
+    void execute(const char* sql) const {
+        sqlite3* other = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open(mDirectory.file("config.db").c_str(), &other));
+        ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(other);
+        sqlite3_close(other);
+    }
+
+    // "type=value" of each record, in order; nothing when read() says false.
+    Keys read(const char* key) {
+        unsigned count = 99;
+        ConfigDatabaseRecord* records = nullptr;
+        Keys result;
+        if (!database.read(key, count, records)) {
+            EXPECT_EQ(0U, count);
+            EXPECT_EQ(nullptr, records);
+        }
+        for (unsigned i = 0; i < count; ++i)
+            result.push_back(std::to_string(records[i].type) + "=" +
+                             (records[i].value != nullptr ? records[i].value : "NULL"));
+        database.free(records);
+        return result;
+    }
+
+    bool errorHas(const char* text) const { return database.lastError().find(text) != std::string::npos; }
+
+    ConfigDatabaseConnection& database = *ConfigDatabaseConnection::getInstance();
+    support::TemporaryDirectory mDirectory;
+    support::ScopedEnvironment mFile{"VEX_CONFIGDB", mDirectory.file("config.db")};
+};
+
+TEST_F(ConfigDatabase, WritesReadsErasesAndLists) {
+    ASSERT_TRUE(database.open());
+    EXPECT_TRUE(database.connected());
+    EXPECT_EQ(Keys{}, read("cfg.a"));
+    EXPECT_EQ("", database.lastError()) << "an absent key is no failure";
+    EXPECT_TRUE(database.writeString("cfg.a", "first"));
+    EXPECT_TRUE(database.writeString("cfg.a", "it's; \"quoted\" \xc3\xbc"));
+    EXPECT_TRUE(database.writeStrings({{"cfg.b", ""}, {"state.c", "3"}, {"cfg.b", "last one counts"}}));
+    EXPECT_EQ(Keys{"2=it's; \"quoted\" \xc3\xbc"}, read("cfg.a"));
+    EXPECT_EQ(Keys{"2=last one counts"}, read("cfg.b"));
+
+    Keys keys;
+    EXPECT_TRUE(database.list("cfg.", keys));
+    EXPECT_EQ((Keys{"cfg.a", "cfg.b"}), keys);
+    EXPECT_TRUE(database.list("%", keys));
+    EXPECT_EQ(Keys{}, keys);
+    EXPECT_TRUE(database.erase("cfg.a"));
+    EXPECT_TRUE(database.erase("cfg.a"));
+    ASSERT_TRUE(database.open()) << "opens anew";
+    EXPECT_TRUE(database.list(nullptr, keys));
+    EXPECT_EQ((Keys{"cfg.b", "state.c"}), keys);
+}
+
+TEST_F(ConfigDatabase, RecordsOfAnyTypeAndNumberAreRead) {
+    ASSERT_TRUE(database.open());
+    execute("INSERT INTO config VALUES ('n', 1, 7), ('n', 2, 'seven'), ('n', 0, NULL)");
+    EXPECT_EQ((Keys{"1=7", "2=seven", "0=NULL"}), read("n"));
+    EXPECT_TRUE(database.writeString("n", "one"));
+    EXPECT_EQ(Keys{"2=one"}, read("n"));
+}
+
+TEST_F(ConfigDatabase, NothingWorksUnconnectedOrWithoutKey) {
+    Keys keys;
+    EXPECT_FALSE(database.connected());
+    EXPECT_EQ(Keys{}, read("a"));
+    EXPECT_EQ("cannot read a: not connected", database.lastError());
+    EXPECT_FALSE(database.writeString("a", "b"));
+    EXPECT_FALSE(database.erase("a"));
+    EXPECT_FALSE(database.list("", keys));
+    ASSERT_TRUE(database.open());
+    EXPECT_EQ(Keys{}, read(nullptr));
+    EXPECT_FALSE(database.writeString(nullptr, "b"));
+    EXPECT_FALSE(database.writeString("a", nullptr));
+    EXPECT_FALSE(database.erase(nullptr));
+}
+
+TEST_F(ConfigDatabase, ConnectNeedsALivingBus) {
+    support::TestPlatform platform;
+    common::FdLoop loop;
+    common::CBusConnection bus;
+    EXPECT_FALSE(database.connect(bus));
+    ASSERT_TRUE(bus.connect("client", loop));
+    EXPECT_TRUE(database.connect(bus));
+    EXPECT_TRUE(database.writeString("a", "b"));
+    platform.bus().stop();
+    EXPECT_FALSE(bus.sendSignal("a", nullptr, 0));
+    EXPECT_FALSE(database.connect(bus));
+    EXPECT_FALSE(database.connected());
+}
+
+TEST_F(ConfigDatabase, FilesThatAreNotOursAreRefusedAndLeftAlone) {
+    ASSERT_TRUE(database.open());
+    execute("PRAGMA user_version = 2");
+    EXPECT_FALSE(database.open());
+    EXPECT_TRUE(errorHas("schema 2 is newer than the 1 of this library")) << database.lastError();
+
+    const std::string path = mDirectory.file("config.db");
+    ASSERT_EQ(0, unlink(path.c_str()));
+    execute("CREATE TABLE other (x)");
+    EXPECT_FALSE(database.open());
+    EXPECT_TRUE(errorHas("not a configuration database")) << database.lastError();
+
+    std::ofstream(path) << std::string(5000, 'x');
+    EXPECT_FALSE(database.open());
+    EXPECT_TRUE(errorHas(path.c_str()) && errorHas("not a database")) << database.lastError();
+
+    const support::ScopedEnvironment missing("VEX_CONFIGDB", mDirectory.file("no/such.db"));
+    EXPECT_FALSE(database.open());
+    EXPECT_TRUE(errorHas("there is no directory")) << database.lastError();
+    EXPECT_FALSE(database.connected());
+}
+
+// Each process counts in keys of its own and rewrites a shared one; the file is made by whoever comes first.
+TEST_F(ConfigDatabase, ProcessesWriteSideBySide) {
+    constexpr int sProcesses = 4;
+    constexpr int sWrites = 50;
+    for (int process = 0; process < sProcesses; ++process) {
+        if (fork() != 0)
+            continue;
+        bool good = database.open();
+        const std::string mine = "p" + std::to_string(process) + ".";
+        for (int i = 0; good && i < sWrites; ++i)
+            good = database.writeStrings({{mine + std::to_string(i), "x"}, {"shared", mine}});
+        database.disconnect();
+        _exit(good ? 0 : 1);
+    }
+    for (int process = 0; process < sProcesses; ++process) {
+        int status = -1;
+        ASSERT_GT(wait(&status), 0);
+        EXPECT_EQ(0, status);
+    }
+    ASSERT_TRUE(database.open());
+    Keys keys;
+    ASSERT_TRUE(database.list("p", keys));
+    EXPECT_EQ(static_cast<size_t>(sProcesses * sWrites), keys.size());
+    EXPECT_EQ(1U, read("shared").size());
+}
+
+} // namespace
