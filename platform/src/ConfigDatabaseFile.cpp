@@ -27,15 +27,6 @@ bool directoryExists(const std::string& path, std::string& directory) {
     return stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// The first column of the first row; false on failure.
-bool queryInteger(sqlite3* database, const char* sql, int& value) {
-    SqliteStatement statement(database, sql);
-    if (statement.step() != SQLITE_ROW)
-        return false;
-    value = statement.integer(0);
-    return true;
-}
-
 // Readers and writers do not wait for each other in this mode. The file remembers it. The change itself needs
 // the file alone, and SQLite may answer busy at once when two processes attempt it together.
 bool useWriteAheadLog(sqlite3* database) {
@@ -51,14 +42,17 @@ bool useWriteAheadLog(sqlite3* database) {
     }
 }
 
-// Whether the schema is ours or there is none yet; `version` is then 1 or 0.
+// Whether the schema is ours or there is none yet; `version` is then 1 or 0. One statement looks at all,
+// since another process may make the schema meanwhile.
 bool checkSchema(sqlite3* database, int& version, std::string& error) {
-    int tables = 0;
-    if (!queryInteger(database, "PRAGMA user_version", version) ||
-        !queryInteger(database, "SELECT count(*) FROM sqlite_master", tables)) {
+    SqliteStatement statement(
+        database, "SELECT user_version, (SELECT count(*) FROM sqlite_master) FROM pragma_user_version");
+    if (statement.step() != SQLITE_ROW) {
         error = sqlite3_errmsg(database);
         return false;
     }
+    version = statement.integer(0);
+    const int tables = statement.integer(1);
     if (version > sSchemaVersion) {
         error = "its schema " + std::to_string(version) + " is newer than the " +
                 std::to_string(sSchemaVersion) + " of this library";

@@ -145,6 +145,7 @@ TEST_F(ConfigDatabase, ProcessesWriteSideBySide) {
         for (int i = 0; good && i < sWrites; ++i)
             good = database.writeStrings({{mine + std::to_string(i), "x"}, {"shared", mine}});
         database.disconnect();
+        EXPECT_EQ("", database.lastError());
         _exit(good ? 0 : 1);
     }
     for (int process = 0; process < sProcesses; ++process) {
