@@ -69,9 +69,10 @@ void FileFragment::setDownloadRange(unsigned int start, unsigned int length) {
 }
 
 bool FileFragment::setFileSize(unsigned int size) {
-    if (mFileSize != 0)
+    if (mFileSize != 0) {
         VEX_LOG(LogInfo) << "FileFragment::setFileSize() Changing file size from " << mFileSize << " to "
                          << size << ".";
+    }
     mFileSize = size;
     return true;
 }
