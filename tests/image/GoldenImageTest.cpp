@@ -4,13 +4,17 @@
 
 namespace {
 
+class GoldenImage : public testing::Test {
+    const Quiet mQuiet;
+};
+
 using Listing = std::vector<std::string>;
 
 const Listing GoldenListing = {
     "ZempHeader version=1 bad", "ReleaseHeader: REL-1.05-7 1.05-7, Thu Jan  1 00:00:00 1970 ok",
     "suum 2 elements for 1.05-7 ok", "kernel 1.02-3, kern-build ok", "root 1.02-3, root-build ok"};
 
-TEST(GoldenImage, HasTheKnownBytes) {
+TEST_F(GoldenImage, HasTheKnownBytes) {
     const ImageBuilder builder = goldenBuilder();
     const Bytes image = builder.build();
     ASSERT_EQ(image.size(), 356U);
@@ -22,13 +26,13 @@ TEST(GoldenImage, HasTheKnownBytes) {
     EXPECT_EQ(builder.offsetOf(3), RootOffset);
 }
 
-TEST(GoldenImage, IsListed) {
+TEST_F(GoldenImage, IsListed) {
     const Parse parse(goldenBuilder().build(), FileFragment::ZempFile);
     EXPECT_TRUE(parse.isParsed);
     EXPECT_EQ(parse.listing(), GoldenListing);
 }
 
-TEST(GoldenImage, IsWrittenToAFileAsInMemory) {
+TEST_F(GoldenImage, IsWrittenToAFileAsInMemory) {
     const support::TemporaryDirectory directory;
     writeFile(directory.file("body"), bytesOf("KERN!"));
     ImageBuilder builder = goldenBuilder();
@@ -38,7 +42,7 @@ TEST(GoldenImage, IsWrittenToAFileAsInMemory) {
     EXPECT_EQ(readFile(directory.file("image")), goldenBuilder().build());
 }
 
-TEST(GoldenImage, PartsAloneParseLikeInTheImage) {
+TEST_F(GoldenImage, PartsAloneParseLikeInTheImage) {
     const ImageBuilder builder = goldenBuilder();
     for (size_t i = 0; i < builder.count(); ++i) {
         const Parse parse(builder.buildPart(i), FileFragment::ContentPart);
@@ -51,7 +55,7 @@ TEST(GoldenImage, PartsAloneParseLikeInTheImage) {
 }
 
 // A cut image yields a prefix of the whole one's parts; only the last may be there without its body.
-TEST(GoldenImage, EveryPrefixYieldsAPrefixOfTheParts) {
+TEST_F(GoldenImage, EveryPrefixYieldsAPrefixOfTheParts) {
     const Bytes image = goldenBuilder().build();
     for (size_t size = 0; size < image.size(); ++size) {
         const Bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size));
@@ -68,7 +72,7 @@ TEST(GoldenImage, EveryPrefixYieldsAPrefixOfTheParts) {
 }
 
 // The same bytes given as a longer file: what is missing is zero.
-TEST(GoldenImage, MissingBytesCountAsZero) {
+TEST_F(GoldenImage, MissingBytesCountAsZero) {
     const support::TemporaryDirectory directory;
     Bytes image = goldenBuilder().build();
     image.resize(RootOffset + 64 + 3);
@@ -86,7 +90,7 @@ bool isFree(size_t offset) {
     return offset >= KernelOffset + 64 + 5 && offset < RootOffset;
 }
 
-TEST(GoldenImage, NoFlippedBitPassesAsValid) {
+TEST_F(GoldenImage, NoFlippedBitPassesAsValid) {
     const Bytes image = goldenBuilder().build();
     for (size_t bit = 0; bit < image.size() * 8; ++bit) {
         Bytes damaged = image;

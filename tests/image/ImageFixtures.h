@@ -4,6 +4,7 @@
 
 #include "image/ZempParser.h"
 #include "imagefile/ImageBuilder.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 #include <fstream>
 #include <iterator>
@@ -14,6 +15,11 @@
 using imagefile::Bytes;
 using imagefile::bytesOf;
 using imagefile::ImageBuilder;
+
+// Keeps the log silent.
+class Quiet {
+    support::LogCapture mLog{LogEmergency};
+};
 
 // Release header, manifest, a kernel at 212 and a root at 284; 356 bytes.
 inline ImageBuilder goldenBuilder() {
