@@ -80,12 +80,13 @@ bool FileFragment::setFileSize(unsigned int size) {
 void FileFragment::truncateFile() {
     if (mFilename.empty())
         return;
-    FILE* file = fopen(mFilename.c_str(), "w");
-    if (file != nullptr && fclose(file) == 0)
+    FILE* file = fopen(mFilename.c_str(), "we");
+    if (file != nullptr && fclose(file) == 0) {
         VEX_LOG(LogDebug) << "FileFragment::truncateFile() Truncated file '" << mFilename << "'.";
-    else
+    } else {
         VEX_LOG(LogWarning) << "FileFragment::truncateFile() Failure truncating file '" << mFilename << "'! ("
                             << strerror(errno) << ".";
+    }
 }
 
 void FileFragment::initFilename() {

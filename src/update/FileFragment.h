@@ -54,6 +54,9 @@ class FileFragment {
     unsigned int getFileSize() const { return mFileSize; }
     bool setFileSize(unsigned int size);
 
+    // Whether the fragment was made from a file found on disk.
+    bool isExistingFile() const { return mIsExistingFile; }
+
     bool isFoundInScan() const { return mFoundInScan; }
     void setIsFoundInScan(bool found) { mFoundInScan = found; }
 
@@ -105,7 +108,7 @@ class FileFragment {
     std::string mFilename;
     std::atomic<unsigned int> mFileSize; // set by the downloader, read by the main thread at any time
     bool mFoundInScan = false;
-    bool mIsExistingFile;
+    const bool mIsExistingFile;
     bool mFullBlobNeeded = false;
 };
 

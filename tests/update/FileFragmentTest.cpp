@@ -1,0 +1,193 @@
+#include "update/FileFragment.h"
+
+#include "main/ArgParser.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryDirectory.h"
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <sys/stat.h>
+
+namespace {
+
+using support::LogCapture;
+
+// The download directory is the test's own.
+class FileFragmentTest : public testing::Test {
+  protected:
+    FileFragmentTest() { ArgParser::setDownloadDirectory(directory.path()); }
+    ~FileFragmentTest() override {
+        ArgParser::setDownloadDirectory("/data/fw");
+        ArgParser::setFwUpdateBaseFilename("fw_download_update.zemp");
+    }
+
+    std::string write(const std::string& name, const std::string& content) const {
+        std::ofstream(directory.file(name)) << content;
+        return directory.file(name);
+    }
+
+    const support::TemporaryDirectory directory;
+};
+
+TEST(FileFragment, TypeFromAName) {
+    const std::map<std::string, FileFragment::FragmentType> names = {
+        {"", FileFragment::UnknownType},
+        {"/", FileFragment::UnknownType},
+        {"ZempStart-", FileFragment::UnknownType}, // a pattern must be shorter than the name
+        {"/x/ContentPart-", FileFragment::UnknownType},
+        {".zemp", FileFragment::UnknownType},
+        {"ZempStart-1", FileFragment::ZempStart},
+        {"/x/ZempStart-abc", FileFragment::ZempStart},
+        {"/ZempStart-abc/file", FileFragment::UnknownType}, // only the last component counts
+        {"zempStart-abc", FileFragment::UnknownType},
+        {"/x/ContentPart-abc", FileFragment::ContentPart},
+        {"/x/ContentPart-abc.zemp", FileFragment::ContentPart}, // prefix before suffix
+        {"/x/image.zemp", FileFragment::ZempFile},
+        {"/x/image.zemp.old", FileFragment::UnknownType},
+        {"/x/fw_download_update.zemp", FileFragment::ZempFile},
+        {"/x/fw_download_update.zemp-1.02-3", FileFragment::UpdateZempFile},
+        {"/x/1.02-3-fw_download_update.zemp", FileFragment::ZempFile},
+        {"/x/ZempFile-1.02-3", FileFragment::UnknownType},
+    };
+    for (const auto& [name, type] : names)
+        EXPECT_STREQ(FileFragment::getString(FileFragment::parseFragmentType(name)),
+                     FileFragment::getString(type))
+            << name;
+}
+
+TEST_F(FileFragmentTest, UpdateImageUnderAnotherBaseName) {
+    ArgParser::setFwUpdateBaseFilename("update.bin");
+    EXPECT_EQ(FileFragment::parseFragmentType("/x/my-update.bin-1.02-3"), FileFragment::UpdateZempFile);
+    EXPECT_EQ(FileFragment::parseFragmentType("/x/update.bin.zemp"), FileFragment::ZempFile);
+    EXPECT_EQ(FileFragment::parseFragmentType("/x/update.bin"), FileFragment::UnknownType); // not longer
+}
+
+TEST(FileFragment, RangeForEveryTypeResumesAfterTheBytesOnDisk) {
+    FileFragment start(FileFragment::ZempStart, 0, 0);
+    EXPECT_EQ(start.getCurlRange(), "0-511");
+    EXPECT_EQ(start.getRangeEnd(), 511U);
+    start.setFileSize(200);
+    EXPECT_EQ(start.getCurlRange(), "200-511");
+
+    FileFragment part(FileFragment::ContentPart, 0, 0);
+    EXPECT_EQ(part.getCurlRange(), "0-0");
+    part.setDownloadRange(1024, 3584);
+    EXPECT_EQ(part.getCurlRange(), "1024-4608");
+    part.setFileSize(512);
+    EXPECT_EQ(part.getCurlRange(), "1536-4608");
+
+    EXPECT_EQ(FileFragment(FileFragment::ZempFile, 3, 9).getCurlRange(), "");
+    EXPECT_EQ(FileFragment(FileFragment::UpdateZempFile, 0, 0).getCurlRange(), "0-0");
+    EXPECT_EQ(FileFragment(FileFragment::UnknownType, 0, 7).getCurlRange(), "0-7");
+}
+
+TEST(FileFragment, SizeLimits) {
+    EXPECT_FALSE(FileFragment::isMinimumFileSize(510));
+    EXPECT_TRUE(FileFragment::isMinimumFileSize(511));
+    EXPECT_TRUE(FileFragment::isMaximumFileSize(75 * 1024 * 1024));
+    EXPECT_FALSE(FileFragment::isMaximumFileSize(75 * 1024 * 1024 + 1));
+}
+
+TEST(FileFragment, FoundOnDiskAndNew) {
+    LogCapture log;
+    const FileFragment found("/x/ContentPart-abc", 77);
+    EXPECT_EQ(found.toString(), "/x/ContentPart-abc (ContentPart)");
+    EXPECT_EQ(found.getFileSize(), 77U);
+    EXPECT_TRUE(found.isExistingFile());
+    EXPECT_TRUE(log.has("LOG_DEBUG FileFragment::FileFragment(ZempFile, 0-0)"));
+
+    FileFragment fresh(FileFragment::ContentPart, 10, 20);
+    EXPECT_EQ(fresh.toString(), " (ContentPart)");
+    EXPECT_EQ(fresh.getZempPartType(), ZempPart::UnspecifiedPart);
+    EXPECT_FALSE(fresh.isExistingFile() || fresh.isFullBlobNeeded() || fresh.isFoundInScan());
+    EXPECT_TRUE(fresh.setFileSize(5)); // the first size is no change
+    EXPECT_TRUE(fresh.setFileSize(9));
+    EXPECT_EQ(log.count("setFileSize"), 1U);
+    EXPECT_TRUE(log.has("LOG_INFO FileFragment::setFileSize() Changing file size from 5 to 9."));
+}
+
+TEST_F(FileFragmentTest, TemporaryNameIsReservedOnDiskAndMadeOnce) {
+    FileFragment one(FileFragment::ContentPart, 0, 9);
+    FileFragment two(FileFragment::ContentPart, 0, 9);
+    one.initFilename();
+    two.initFilename();
+    const std::string name = one.getFilename();
+    EXPECT_EQ(name.rfind(directory.file("ContentPart-"), 0), 0U);
+    EXPECT_EQ(name.size(), directory.file("ContentPart-XXXXXX").size());
+    EXPECT_NE(name, two.getFilename());
+    EXPECT_EQ(std::filesystem::file_size(name), 0U);
+
+    LogCapture log;
+    one.initFilename();
+    EXPECT_EQ(one.getFilename(), name);
+    EXPECT_TRUE(
+        log.has("LOG_WARNING FileFragment::initFilename() Filename already initialized to '" + name + "'."));
+}
+
+TEST_F(FileFragmentTest, NoTemporaryNameWithoutAPlaceForIt) {
+    for (const std::string& path : {directory.file("missing"), directory.path() + std::string(600, '/')}) {
+        ArgParser::setDownloadDirectory(path);
+        FileFragment fragment(FileFragment::ZempStart, 0, 0);
+        const LogCapture log;
+        fragment.initFilename();
+        EXPECT_EQ(fragment.getFilename(), "");
+        EXPECT_EQ(
+            log.count("LOG_WARNING FileFragment::initFilename() Failure creating temporary file name '"), 1U);
+    }
+}
+
+TEST_F(FileFragmentTest, VersionedNames) {
+    EXPECT_EQ(FileFragment::getVersionedFilename("1.2.3", FileFragment::ZempStart, ZempPart::KernelBlob),
+              directory.file("ZempStart-1.2.3"));
+    EXPECT_EQ(
+        FileFragment::getVersionedFilename("1.2.3", FileFragment::ContentPart, ZempPart::Kernel4812Blob),
+        directory.file("ContentPart-Kernel4812Blob-1.2.3"));
+}
+
+TEST_F(FileFragmentTest, RenamesToTheVersionedName) {
+    FileFragment fragment(write("ContentPart-abcdef", "bytes"), 5);
+    fragment.setZempPartType(ZempPart::RootBlob);
+    const std::string versioned = directory.file("ContentPart-RootBlob-1.2.3");
+    LogCapture log;
+    EXPECT_TRUE(fragment.changeFilename("1.2.3"));
+    EXPECT_EQ(fragment.getFilename(), versioned);
+    EXPECT_TRUE(std::filesystem::exists(versioned));
+    EXPECT_FALSE(std::filesystem::exists(directory.file("ContentPart-abcdef")));
+    EXPECT_TRUE(log.has("LOG_INFO                                was '" +
+                        directory.file("ContentPart-abcdef") + "'."));
+
+    EXPECT_TRUE(fragment.changeFilename("1.2")); // found inside another number
+    EXPECT_EQ(fragment.getFilename(), versioned);
+}
+
+TEST_F(FileFragmentTest, KeepsItsNameWhenTheRenameFails) {
+    FileFragment fragment(directory.file("ZempStart-missing"), 5);
+    const LogCapture log;
+    EXPECT_FALSE(fragment.changeFilename("1.2.3"));
+    EXPECT_EQ(fragment.getFilename(), directory.file("ZempStart-missing"));
+    EXPECT_TRUE(log.has("LOG_WARNING FileFragment::changeFilename()     to '" +
+                        directory.file("ZempStart-1.2.3") + "'"));
+    EXPECT_TRUE(log.has("LOG_WARNING FileFragment::changeFilename() No such file or directory."));
+}
+
+TEST_F(FileFragmentTest, TruncationEmptiesTheFileAndKeepsTheRecordedSize) {
+    FileFragment fragment(write("ZempStart-a", "bytes"), 5);
+    fragment.truncateFile();
+    EXPECT_EQ(std::filesystem::file_size(directory.file("ZempStart-a")), 0U);
+    EXPECT_EQ(fragment.getFileSize(), 5U);
+
+    FileFragment(FileFragment::ZempStart, 0, 0).truncateFile(); // no name, no file
+    const LogCapture log;
+    FileFragment(directory.path(), 0).truncateFile();
+    EXPECT_TRUE(log.has("LOG_WARNING FileFragment::truncateFile() Failure truncating file '" +
+                        directory.path() + "'! (Is a directory."));
+}
+
+TEST_F(FileFragmentTest, DestructionLeavesTheFile) {
+    const std::string name = write("ZempStart-a", "bytes");
+    { const FileFragment fragment(name, 5); }
+    EXPECT_TRUE(std::filesystem::exists(name));
+}
+
+} // namespace
