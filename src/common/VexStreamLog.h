@@ -77,11 +77,14 @@ class LogLine {
     std::ostringstream mText;
 };
 
+// Turns the stream expression of VEX_LOG into a statement.
+struct LogStatement {
+    void operator&(const std::ostream&) const {}
+};
+
 // VEX_LOG(LogInfo) << "Class::method() text"; what stands behind it is evaluated only when the level admits
 // the priority.
 #define VEX_LOG(priority)                                                                                    \
-    if (VexStreamLog::getLevel() < (priority)) {                                                             \
-    } else                                                                                                   \
-        LogLine(priority).stream()
+    VexStreamLog::getLevel() < (priority) ? static_cast<void>(0) : LogStatement() & LogLine(priority).stream()
 
 #endif

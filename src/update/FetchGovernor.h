@@ -1,0 +1,36 @@
+// Paces the fetches of one update that bring it no further, so that a server or an image that is wrong for
+// good is not asked in a hot loop. Main thread only.
+#ifndef UPDATE_FETCHGOVERNOR_H
+#define UPDATE_FETCHGOVERNOR_H
+
+class FetchGovernor {
+  public:
+    enum Verdict {
+        FetchNow,   // queue the request
+        FetchLater, // leave it to the download timer
+        GiveUp      // too many fetches without progress: end the daemon
+    };
+
+    static constexpr unsigned StartPosition = 0;    // of the image start; the first element has 1
+    static constexpr unsigned ImmediateFetches = 4; // without progress: a body after its header, and slack
+    static constexpr unsigned DelayedFetches = 42;  // as many as one request may fail
+    static constexpr unsigned FetchesBeforeStartDoubt = 6; // then the image may have changed on the server
+
+    // Begins anew, for another version or URL.
+    void reset() { *this = FetchGovernor(); }
+
+    // Asked once for each fetch. `position` is the place of the fetched element in the image; going further
+    // than ever before is progress, and forgives what was before.
+    Verdict onFetch(unsigned position);
+
+    // True once in the life of a version, when the fetches go round: the image start should be fetched anew.
+    bool takeStartDoubt();
+
+  private:
+    bool mHasFetched = false;
+    bool mStartDoubted = false;
+    unsigned mFurthest = 0;
+    unsigned mWithoutProgress = 0;
+};
+
+#endif

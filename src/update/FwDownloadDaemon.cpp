@@ -1,0 +1,223 @@
+// The master loop: start and stop, timers, dispatch, the installed-software view.
+#include "update/FwDownloadDaemon.h"
+
+#include "common/VexStreamLog.h"
+#include "workers/ConfigDbMonitor.h"
+#include "workers/Downloader.h"
+#include "workers/ZempHandler.h"
+#include <new>
+
+namespace {
+
+constexpr unsigned MaximumSuuInfoFailures = 6; // the last one stops the daemon
+constexpr unsigned MsPerSecond = 1000;
+
+void startWorker(Thread& worker, const char* name) {
+    const int result = worker.start();
+    if (result != 0)
+        VEX_LOG(LogError) << "FwDownloadDaemon::run() Failed to start " << name << " (error " << result
+                          << ").";
+}
+
+} // namespace
+
+bool DownloadTimerHandler::onFdLoopTimerTimeout() {
+    if (mDaemon != nullptr)
+        mDaemon->onDownloadTimerTimeout();
+    return true;
+}
+
+FwDownloadDaemon::~FwDownloadDaemon() {
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::~FwDownloadDaemon()";
+    freeQueuedItems();
+}
+
+void FwDownloadDaemon::run() {
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::run()";
+    startTimers();
+    // Destroyed in reverse order; each one's destructor stops its thread and waits for it.
+    auto monitor = std::make_unique<ConfigDbMonitor>(mConfigDbQueue, mMasterQueue);
+    startWorker(*monitor, "ConfigDbMonitor");
+    auto downloader = std::make_unique<Downloader>(mDownloaderQueue, mMasterQueue);
+    startWorker(*downloader, "Downloader");
+    auto zempHandler = std::make_unique<ZempHandler>(mZempHandlerQueue, mMasterQueue);
+    startWorker(*zempHandler, "ZempHandler");
+    common::FdLoopEventHandler eventHandler;
+    if (!mFdLoop.fdRegister(mFdLoopEvent.getFd(), eventHandler)) {
+        VEX_LOG(LogError) << "FwDownloadDaemon::run() Failed to watch the stop event.";
+        mTerminated = true;
+    }
+    mRunning = !mTerminated;
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::run() FdLoop start looping ...";
+    while (mRunning && !mTerminated)
+        mFdLoop.run();
+    mExitRunLoop = new ExitRunLoop;
+    mConfigDbQueue.add(mExitRunLoop);
+    mDownloaderQueue.add(mExitRunLoop);
+    mZempHandlerQueue.add(mExitRunLoop);
+    VEX_LOG(LogInfo) << "FwDownloadDaemon::run() Bye bye.";
+    mFdLoop.fdUnregister(mFdLoopEvent.getFd());
+    zempHandler.reset();
+    downloader.reset();
+    monitor.reset();
+    mFdLoop.delTimer(mQueueTimer);
+    mFdLoop.delTimer(mDownloadTimer);
+}
+
+void FwDownloadDaemon::terminated() {
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::terminated()";
+    mTerminated = true;
+    mRunning = false;
+    mFdLoopEvent.interrupt();
+}
+
+void FwDownloadDaemon::startTimers() {
+    mFdLoop.delTimer(mQueueTimer);
+    mQueueTimer.setInterval(QueueIntervalMs);
+    if (!mFdLoop.addTimer(mQueueTimer, getFdLoopTimeoutCalback()))
+        VEX_LOG(LogError) << "FwDownloadDaemon::startTimers() Failed to start the queue timer.";
+    if (mDownloadTimerHandler == nullptr)
+        mDownloadTimerHandler = new DownloadTimerHandler(this);
+    mFdLoop.delTimer(mDownloadTimer);
+    mDownloadTimer.setInterval(DownloadIntervalMs);
+    if (!mFdLoop.addTimer(mDownloadTimer, mDownloadTimerHandler->getFdLoopTimeoutCalback()))
+        VEX_LOG(LogError) << "FwDownloadDaemon::startTimers() Failed to start the download timer.";
+}
+
+bool FwDownloadDaemon::onFdLoopTimerTimeout() {
+    int size = 0;
+    while ((size = mMasterQueue.size()) > 0) {
+        VEX_LOG(LogDebug) << "FwDownloadDaemon::onFdLoopTimerTimeout() Queue size=" << size << ".";
+        FwWorkItem* item = mMasterQueue.remove();
+        if (item == nullptr)
+            VEX_LOG(LogWarning) << "FwDownloadDaemon::onFdLoopTimerTimeout() Item is NULL!";
+        else
+            onWorkItem(item);
+    }
+    return true;
+}
+
+void FwDownloadDaemon::onWorkItem(FwWorkItem* item) {
+    if (item == nullptr) {
+        VEX_LOG(LogWarning) << "FwDownloadDaemon::onWorkItem() Received NULL work item!";
+        return;
+    }
+    switch (item->getWorkItemType()) {
+    case WorkItemType::ConfigDbStatusEvent:
+        return onConfigDbStatusEvent(static_cast<ConfigDbStatusEvent*>(item));
+    case WorkItemType::NewFirmwareNeededEvent:
+        return onNewFirmwareNeededEvent(static_cast<NewFirmwareNeededEvent*>(item));
+    case WorkItemType::FileScanRequest:
+        return onFileScanRequest(static_cast<FileScanRequest*>(item));
+    case WorkItemType::DownloadRequest:
+        return onDownloadRequest(static_cast<DownloadRequest*>(item));
+    case WorkItemType::ParseFileRequest:
+        return onParseFileRequest(static_cast<ParseFileRequest*>(item));
+    case WorkItemType::GotZempStartEvent:
+        return onGotZempStartEvent(static_cast<GotZempStartEvent*>(item));
+    case WorkItemType::SuuInfoInvalidEvent:
+        return onSuuInfoInvalidEvent(static_cast<SuuInfoInvalidEvent*>(item));
+    case WorkItemType::IsUpdateNeededRequest:
+        return onIsUpdateNeededRequest(static_cast<IsUpdateNeededRequest*>(item));
+    case WorkItemType::CompileUpdateZempRequest:
+        return onCompileUpdateZempFile(static_cast<CompileUpdateZempRequest*>(item));
+    case WorkItemType::SetReadyForUpdateRequest:
+        return onSetReadyForUpdateRequest(static_cast<SetReadyForUpdateRequest*>(item));
+    case WorkItemType::FileDeleteRequest:
+        return onFileDeleteRequest(static_cast<FileDeleteRequest*>(item));
+    case WorkItemType::ExitRunLoop:
+        return onExitRunLoop(static_cast<ExitRunLoop*>(item));
+    case WorkItemType::UnspecifiedWorkItemType:
+        break;
+    }
+    VEX_LOG(LogInfo) << "FwDownloadDaemon::onWorkItem() No handling of " << item->toString() << ".";
+}
+
+void FwDownloadDaemon::onExitRunLoop(ExitRunLoop* item) {
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::onWorkItem() Stop item, terminate ...";
+    delete item;
+    terminated();
+}
+
+// --- Installed software
+
+bool FwDownloadDaemon::initializeSuuInfo() {
+    if (!mSuuInfo) {
+        mSuuInfo.reset(new (std::nothrow) SuuInfo);
+        if (!mSuuInfo) {
+            ++mSuuInfoFailures;
+            VEX_LOG(LogError) << "FwDownloadDaemon::initializeSuuInfo() Failed " << mSuuInfoFailures
+                              << " times to create SuuInfo instance!";
+            if (mSuuInfoFailures < MaximumSuuInfoFailures)
+                return false;
+            VEX_LOG(LogError) << "FwDownloadDaemon::initializeSuuInfo() Terminating after "
+                              << mSuuInfoFailures << " failed initialization attempt!";
+            terminated();
+            return false;
+        }
+    }
+    if (mSuuInfo->isInitialized())
+        return true;
+    if (mSuuInfo->initialize()) {
+        mSuuInfo->logSuuInfo();
+        return true;
+    }
+    ++mSuuInfoFailures;
+    VEX_LOG(LogError) << "FwDownloadDaemon::onInitSuuInfo() Failed " << mSuuInfoFailures
+                      << " times to initialize SuuInfo instance!";
+    if (mSuuInfoFailures < MaximumSuuInfoFailures)
+        return false;
+    VEX_LOG(LogError) << "FwDownloadDaemon::onInitSuuInfo() Terminating after " << mSuuInfoFailures
+                      << " failed initialization attempt!";
+    terminated();
+    return false;
+}
+
+const SuuInfo* FwDownloadDaemon::knownSuuInfo() const {
+    return mSuuInfo && mSuuInfo->isInitialized() ? mSuuInfo.get() : nullptr;
+}
+
+// A walk waits for the installed software: goes on with it, or tries again on the download timer.
+void FwDownloadDaemon::retrySuuInfo() {
+    mSuuInfoWanted = !initializeSuuInfo();
+    if (!mSuuInfoWanted)
+        mMasterQueue.add(new GotZempStartEvent);
+}
+
+void FwDownloadDaemon::onDownloadTimerTimeout() {
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadTimerTimeout()";
+    if (!mUpdateHandler) {
+        VEX_LOG(LogWarning) << "FwDownloadDaemon::onDownloadTimerTimeout() Update handler is NULL!";
+        return;
+    }
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadTimerTimeout() Current action='"
+                      << mUpdateHandler->whatToDo()
+                      << "' Interval=" << mDownloadTimer.getInterval() / MsPerSecond << " secods.";
+    mUpdateHandler->restartDownload(mDownloaderQueue);
+    if (mSuuInfoWanted)
+        retrySuuInfo();
+}
+
+// --- End
+
+// What nobody took. Requests belong to the update handler; a status event and the workers' stop item stay.
+void FwDownloadDaemon::freeQueuedItems() {
+    for (auto* queue : {&mMasterQueue, &mConfigDbQueue, &mDownloaderQueue, &mZempHandlerQueue}) {
+        while (queue->size() > 0) {
+            FwWorkItem* item = queue->remove();
+            if (item == nullptr || item == mExitRunLoop)
+                continue;
+            switch (item->getWorkItemType()) {
+            case WorkItemType::ConfigDbStatusEvent:
+            case WorkItemType::NewFirmwareNeededEvent:
+            case WorkItemType::GotZempStartEvent:
+            case WorkItemType::SuuInfoInvalidEvent:
+            case WorkItemType::ExitRunLoop:
+                delete item;
+                break;
+            default:
+                break;
+            }
+        }
+    }
+}

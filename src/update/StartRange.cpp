@@ -1,0 +1,40 @@
+#include "update/StartRange.h"
+
+#include "image/ReleaseHeaderPart.h"
+#include "image/ZempHeaderPart.h"
+#include "image/zemp_validate.h"
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr uint16_t PlainBlobType = 3;
+constexpr const char* ManifestName = "suum";
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+
+} // namespace
+
+unsigned findLastByteOfManifest(const std::string& filename, const ZempHeaderPart& header,
+                                const ReleaseHeaderPart& release) {
+    const uint64_t offset = uint64_t{ZempPart::ZempFileIdentifierSize} + header.getZempHeader()->hdr_length +
+                            release.getSizeInZempFile();
+    if (offset > MaximumZempStartSize)
+        return 0;
+    const std::unique_ptr<FILE, FileCloser> file(fopen(filename.c_str(), "re"));
+    zemp_content_header_t manifest;
+    if (!file || fseek(file.get(), static_cast<long>(offset), SEEK_SET) != 0 ||
+        fread(&manifest, sizeof manifest, 1, file.get()) != 1)
+        return 0;
+    // A manifest has no extended header, so what was read is all that the header's CRC covers.
+    if (manifest.type != PlainBlobType || manifest.hdr_length != sizeof manifest ||
+        strncmp(manifest.name, ManifestName, sizeof manifest.name) != 0 ||
+        zemp_validate_content_header(&manifest) != 1)
+        return 0;
+    const uint64_t end = offset + manifest.hdr_length + manifest.body_length +
+                         uint64_t{ZempPart::getPadding(manifest.body_length)};
+    return end <= MaximumZempStartSize ? static_cast<unsigned>(end - 1) : 0;
+}

@@ -1,0 +1,308 @@
+// Results of scans, questions, downloads, compiles, ready flags and deletes.
+#include "update/UpdateHandler.h"
+
+#include "common/VexStreamLog.h"
+
+namespace {
+
+constexpr unsigned MaximumFailures = 42; // of one download request; one more ends the daemon
+
+// True for null, which is logged as an error.
+bool isNull(const FwWorkItem* item, const char* text) {
+    if (item != nullptr)
+        return false;
+    VEX_LOG(LogError) << text;
+    return true;
+}
+
+} // namespace
+
+void UpdateHandler::exitRunLoop() {
+    addToMasterQueue(new ExitRunLoop);
+}
+
+void UpdateHandler::askIsUpdateNeeded() {
+    addToMasterQueue(mRequests.add(std::make_unique<IsUpdateNeededRequest>(), mVersion));
+}
+
+// One question at a time: a "yes" is acted on only while nothing is out.
+void UpdateHandler::askAgainWhenIdle() {
+    mAskAgain = true;
+    askIfIdle();
+}
+
+void UpdateHandler::askIfIdle() {
+    if (!mAskAgain || mRequests.isBusy())
+        return;
+    mAskAgain = false;
+    askIsUpdateNeeded();
+}
+
+void UpdateHandler::askIfAtRest() {
+    if (mNextAction == FwAction::NoAction && !mRequests.isBusy() &&
+        mRequests.count(WorkItemType::IsUpdateNeededRequest) == 0)
+        askIsUpdateNeeded();
+}
+
+// --- Scan
+
+void UpdateHandler::onScanResult(FileScanRequest* request) {
+    if (isNull(request, "UpdateHandler::onScanResult() Response is NULL!"))
+        return;
+    const FileScanRequest::FileList files = request->getFileList();
+    VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Scan status " << request->getStatus() << ", found "
+                      << files.size() << " files.";
+    for (const auto& [name, size] : files)
+        VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Name='" << name << "', size=" << size;
+    if (request->getFileScanStatus() != FileScanRequest::ScanIsDone) {
+        VEX_LOG(LogError) << "UpdateHandler::onScanResult() Negative response, exit.";
+        deleteFileScanRequest(request);
+        exitRunLoop();
+        return;
+    }
+    for (const auto& [name, size] : files)
+        scanFile(name, size);
+    deleteNotFoundFileFragments();
+    deleteStrayZempParts();
+    deleteFileScanRequest(request);
+    if (mNextAction == FwAction::ScanExistingFiles) {
+        askIsUpdateNeeded();
+        VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Wait for response to IsUpdateNeededRequest.";
+        setNextAction(FwAction::NoAction);
+    }
+    askIfIdle();
+}
+
+void UpdateHandler::scanFile(const std::string& name, unsigned size) {
+    const FileFragment::FragmentType type = FileFragment::parseFragmentType(name);
+    if (type == FileFragment::UnknownType || type == FileFragment::ZempFile)
+        return;
+    if (mConfigDbStatus == ConfigDbStatusEvent::ConfigNoUpdateNeeded) {
+        deleteScannedFile(name, size, type);
+        return;
+    }
+    VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Deferred file delete, ConfigDb status="
+                     << ConfigDbStatusEvent::getString(mConfigDbStatus);
+    if (!FileFragment::isMaximumFileSize(size)) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() To big file '" << name << "', request delete.";
+        createFileDeleteRequest(name);
+        return;
+    }
+    if (type == FileFragment::UpdateZempFile)
+        return;
+    FileFragment* fragment = getFileFragment(name);
+    if (fragment == nullptr) {
+        VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() New file '" << name << "', create FileFragment.";
+        fragment = new FileFragment(name, size);
+        addFileFragment(fragment);
+        fragment->setIsFoundInScan(true);
+        requestParse(fragment);
+        return;
+    }
+    VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Know about file '" << name << "'.";
+    fragment->setIsFoundInScan(true);
+    // A file that is being fetched or parsed gets its result anyway, and must not be renamed meanwhile.
+    if (fragment->getFileSize() == size || isFileFragmentInUse(fragment))
+        return;
+    VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Need to parse '" << name << "' again size mismatch.";
+    requestParse(fragment);
+}
+
+void UpdateHandler::deleteScannedFile(const std::string& name, unsigned size,
+                                      FileFragment::FragmentType type) {
+    if (!FileFragment::isMinimumFileSize(size))
+        VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete empty file '" << name << "'.";
+    else if (type == FileFragment::UpdateZempFile)
+        VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete ZEMP update '" << name << "'.";
+    else if (type == FileFragment::ZempStart)
+        VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete ZempStart '" << name << "'.";
+    else
+        VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete ContentPart '" << name << "'.";
+    createFileDeleteRequest(name);
+}
+
+void UpdateHandler::requestParse(FileFragment* fragment) {
+    addToMasterQueue(createParseFileRequest(fragment));
+    setNextAction(FwAction::ParseZempParts);
+}
+
+// --- Question
+
+void UpdateHandler::onIsUpdateNeededRequest(IsUpdateNeededRequest* request,
+                                            wqueue<FwWorkItem*>& masterQueue) {
+    if (isNull(request, "UpdateHandler::onIsUpdateNeededRequest() Response is NULL!"))
+        return;
+    const bool answered = request->getQuestionStatus() == IsUpdateNeededRequest::QuestionAnswered;
+    const bool needed = request->isUpdateNeeded();
+    if (!mRequests.remove(request))
+        delete request;
+    if (!answered) {
+        VEX_LOG(LogWarning) << "UpdateHandler::onIsUpdateNeededRequest() Question has not been answered!";
+        return;
+    }
+    if (!needed) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onIsUpdateNeededRequest() No need for update.";
+        setNextAction(FwAction::NoAction);
+        return;
+    }
+    VEX_LOG(LogInfo) << "UpdateHandler::onIsUpdateNeededRequest() Need to update to version " << mVersion;
+    if (mNextAction == FwAction::WaitForFwUpdate)
+        return; // the image is flagged; only another version leads on
+    if (mRequests.isBusy()) {
+        mAskAgain = true;
+        return;
+    }
+    if (mUrl.empty() || mVersion.empty()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::onIsUpdateNeededRequest() No URL or version to update to!";
+        setNextAction(FwAction::NoAction);
+        return;
+    }
+    if (getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart) == nullptr) {
+        setNextAction(FwAction::GetZempParts);
+        reRequestZempStart(masterQueue);
+    } else {
+        setNextAction(FwAction::FindNeededParts);
+        masterQueue.add(new GotZempStartEvent);
+    }
+}
+
+// --- Download
+
+void UpdateHandler::onDownloadResult(DownloadRequest* request) {
+    if (isNull(request, "UpdateHandler::onDownloadResult() Response is NULL!"))
+        return;
+    request->setWithDownloader(false);
+    FileFragment* fragment = request->getFileFragment();
+    if (fragment == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::onDownloadResult() File fragment is NULL!";
+        deleteDownloadRequest(request);
+        askIsUpdateNeeded();
+        return;
+    }
+    switch (request->getDownloadStatus()) {
+    case DownloadRequest::DownloadNotStarted:
+        VEX_LOG(LogWarning)
+            << "UpdateHandler::onDownloadResult() Received status=DownloadNotStarted! Return to master.";
+        addToMasterQueue(request);
+        break;
+    case DownloadRequest::DownloadStarted:
+        break;
+    case DownloadRequest::DownloadComplete: {
+        ParseFileRequest* parse = createParseFileRequest(fragment);
+        mRequests.succeed(request, parse);
+        deleteDownloadRequest(request);
+        if (parse == nullptr) {
+            VEX_LOG(LogError)
+                << "UpdateHandler::onDownloadResult() Unable to create parse file request, exit!";
+            exitRunLoop();
+            break;
+        }
+        setNextAction(FwAction::ParseZempParts);
+        addToMasterQueue(parse);
+        break;
+    }
+    case DownloadRequest::DownloadTransientFailure:
+    case DownloadRequest::DownloadPermanentFailure:
+        onDownloadFailure(request);
+        break;
+    }
+}
+
+void UpdateHandler::onDownloadFailure(DownloadRequest* request) {
+    FileFragment* fragment = request->getFileFragment();
+    if (mRequests.isStale(request)) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() No longer wanted, " << request->toString();
+        createFileDeleteRequest(fragment->getFilename());
+        deleteDownloadRequest(request);
+        askAgainWhenIdle();
+        return;
+    }
+    const unsigned failures = request->getDownloadFailures();
+    if (failures > MaximumFailures) {
+        failTooOften(request, failures);
+    } else if (request->getDownloadStatus() == DownloadRequest::DownloadTransientFailure) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
+    } else {
+        VEX_LOG(LogWarning) << "UpdateHandler::onDownloadResult() Terminal failure (" << request->toString()
+                            << ") ! Reset download request.";
+        request->resetRequest();
+        fragment->setFileSize(0); // so that the range fits the emptied file
+        addToMasterQueue(request);
+    }
+}
+
+void UpdateHandler::failTooOften(DownloadRequest* request, unsigned failures) {
+    VEX_LOG(LogError) << "UpdateHandler::onDownloadResult() Failed " << failures << " times, "
+                      << request->toString();
+    VEX_LOG(LogError) << "UpdateHandler::onDownloadResult() To download many failures, exit!";
+    deleteDownloadRequest(request);
+    exitRunLoop();
+}
+
+// --- Compile, ready flag, delete
+
+void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueue<FwWorkItem*>& masterQueue) {
+    if (isNull(request, "UpdateHandler::onCompileZempResult() Response is NULL!"))
+        return;
+    const bool complete = request->getCompileStatus() == CompileUpdateZempRequest::CompileComplete;
+    const bool stale = mRequests.isStale(request);
+    const std::string filename = request->getFilename();
+    if (!mRequests.remove(request))
+        delete request;
+    if (stale) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onCompileZempResult() No longer wanted, '" << filename << "'";
+        createFileDeleteRequest(filename);
+        askAgainWhenIdle();
+        return;
+    }
+    if (complete) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onCompileZempResult() Ready to update from '" << filename << "'";
+        setNextAction(FwAction::SetReadyForUpdate);
+        masterQueue.add(createSetReadyForUpdateRequest(filename));
+        return;
+    }
+    VEX_LOG(LogWarning) << "UpdateHandler::onCompileZempResult() Failure to compile '" << filename << "'";
+    setNextAction(FwAction::ScanExistingFiles);
+    recordFileScanRequest();
+}
+
+SetReadyForUpdateRequest* UpdateHandler::createSetReadyForUpdateRequest(const std::string& filename) {
+    return mRequests.add(std::make_unique<SetReadyForUpdateRequest>(filename), mVersion);
+}
+
+void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {
+    if (isNull(request, "UpdateHandler::onSetReadyResult() Response is NULL!"))
+        return;
+    VEX_LOG(LogDebug) << "UpdateHandler::onSetReadyResult() Set status " << request->getStatus();
+    const bool complete = request->getSetReadyStatus() == SetReadyForUpdateRequest::SetReadyComplete;
+    const bool stale = mRequests.isStale(request);
+    const std::string filename = request->getFilename();
+    if (!mRequests.remove(request))
+        delete request;
+    if (stale) {
+        askAgainWhenIdle();
+        return;
+    }
+    if (!complete) {
+        VEX_LOG(LogError) << "UpdateHandler::onSetReadyResult() Failed set ReadyForUpdate !!! Exit!";
+        exitRunLoop();
+        return;
+    }
+    VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() Wait for update from '" << filename << "'";
+    setNextAction(FwAction::WaitForFwUpdate);
+    mAskAgain = false;
+}
+
+void UpdateHandler::onFileDeleteResult(FileDeleteRequest* request) {
+    if (isNull(request, "UpdateHandler::onFileDeleteResult() Response is NULL!"))
+        return;
+    const std::string filename = request->getFilename();
+    VEX_LOG(LogDebug) << "UpdateHandler::onFileDeleteResult() Delete status " << request->getStatus() << " '"
+                      << filename << "'";
+    if (!mRequests.remove(request))
+        delete request;
+    // Also after a failed delete, so that the file is looked at anew by the next scan.
+    deleteZempPartsOfFile(filename);
+    deleteFileFragment(filename);
+    askIfIdle();
+}

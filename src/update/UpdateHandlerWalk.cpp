@@ -1,0 +1,301 @@
+// The image start, and the walk along the manifest that fetches what is needed.
+#include "common/VexStreamLog.h"
+#include "image/ZempParser.h"
+#include "installed/SuuInfo.h"
+#include "update/StartRange.h"
+#include "update/UpdateHandler.h"
+#include <limits>
+
+namespace {
+
+constexpr const char* OtherPlatform = "4812"; // its kernel is a part of another name
+constexpr const char* OtherPlatformKernel = "kernel4812";
+constexpr uint64_t MaximumOffset = std::numeric_limits<unsigned>::max();
+
+// Name of the content part that a manifest element stands for.
+std::string getPartname(const SuumBlob::Element& element) {
+    return element.getPlatform() == OtherPlatform ? OtherPlatformKernel : element.getPoolname();
+}
+
+} // namespace
+
+// --- Image start
+
+void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
+    VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Get ZEMP start from " << mUrl;
+    FileFragment* fragment = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
+    for (const DownloadRequest* existing : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+        if (fragment == nullptr || existing->getFileFragment() != fragment || existing->getUrl() != mUrl)
+            continue;
+        VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Request exist using same FileFragment!";
+        VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Existing " << existing->toString();
+        return;
+    }
+    DownloadRequest* request = nullptr;
+    if (fragment != nullptr) {
+        fitStartRange(fragment);
+        request = createDownloadRequest(mUrl, fragment);
+    } else {
+        request = createDownloadRequest(mUrl, 0, FileFragment::ZempStartSize, FileFragment::ZempStart);
+    }
+    if (request == nullptr) {
+        VEX_LOG(LogError) << "UpdateHandler::reRequestZempStart() Failed to create download request, exit!";
+        exitRunLoop();
+        return;
+    }
+    handOver(request, FetchGovernor::StartPosition, queue);
+}
+
+// Gives the request to the queue, or to the timer when it brings nothing new. False when it was given up.
+bool UpdateHandler::handOver(DownloadRequest* request, unsigned position, wqueue<FwWorkItem*>& queue) {
+    switch (mGovernor.onFetch(position)) {
+    case FetchGovernor::FetchNow:
+        request->setWithDownloader(&queue != mMasterQueue);
+        queue.add(request);
+        return true;
+    case FetchGovernor::FetchLater:
+        request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
+        return true;
+    case FetchGovernor::GiveUp:
+        failTooOften(request, FetchGovernor::ImmediateFetches + FetchGovernor::DelayedFetches + 1);
+        return false;
+    }
+    return false;
+}
+
+// A start that is on disk up to its range's end and still unusable either lacks the rest of a long manifest,
+// or is worth nothing.
+void UpdateHandler::fitStartRange(FileFragment* fragment) {
+    const unsigned end = fragment->getRangeEnd() != 0 ? fragment->getRangeEnd() : FileFragment::ZempStartSize;
+    const unsigned size = fragment->getFileSize();
+    if (size <= end)
+        return;
+    const auto* release = dynamic_cast<const ReleaseHeaderPart*>(getZempPart("ReleaseHeader " + mVersion));
+    const bool isReleaseGood = release != nullptr && release->isContentHeaderValid() &&
+                               release->isReleaseHeaderValid() && release->isBodyValid() &&
+                               release->getFilename() == fragment->getFilename();
+    if (isZempHeaderValid() && isReleaseGood && getZempPart("suum " + mVersion) == nullptr) {
+        const unsigned last = findLastByteOfManifest(fragment->getFilename(), *mZempHeader, *release);
+        if (last >= size) {
+            fragment->setDownloadRange(0, last);
+            return;
+        }
+    }
+    forgetZempStart(fragment);
+}
+
+// Empties the start so that it is fetched anew, and forgets what it said.
+void UpdateHandler::forgetZempStart(FileFragment* fragment) {
+    deleteZempPartsOfFile(fragment->getFilename());
+    clearSuumZempPartsMap();
+    fragment->truncateFile();
+    fragment->setFileSize(0);
+    fragment->setDownloadRange(0, FileFragment::ZempStartSize);
+}
+
+void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& masterQueue,
+                                   wqueue<FwWorkItem*>& downloaderQueue) {
+    if (mNextAction == FwAction::WaitForFwUpdate)
+        return;
+    if (mRequests.isBusy()) {
+        mAskAgain = true;
+        return;
+    }
+    if (suuInfo == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::onGotZempStart() SuuInfo is NULL!";
+        masterQueue.add(new SuuInfoInvalidEvent);
+        return;
+    }
+    FileFragment* start = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
+    if (start != nullptr && mGovernor.takeStartDoubt()) {
+        forgetZempStart(start);
+        setNextAction(FwAction::GetZempParts);
+        reRequestZempStart(downloaderQueue);
+        return;
+    }
+    switch (findNeededParts(suuInfo, downloaderQueue)) {
+    case -2:
+        reRequestZempStart(downloaderQueue);
+        break;
+    case -1:
+        VEX_LOG(LogWarning) << "UpdateHandler::onGotZempStart() SuuInfo is NULL!";
+        masterQueue.add(new SuuInfoInvalidEvent);
+        break;
+    case 1:
+        VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Need to download more before update to "
+                         << mVersion << " from " << mUrl;
+        setNextAction(FwAction::GetZempParts);
+        break;
+    default:
+        VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Ready to compile update zemp ("
+                         << getFwUpdateFilename() << ").";
+        setNextAction(FwAction::CompileUpdateZempFile);
+        masterQueue.add(mRequests.add(
+            std::make_unique<CompileUpdateZempRequest>(getFwUpdateFilename(), mSuumZempParts), mVersion));
+        break;
+    }
+}
+
+// --- Walk
+
+int UpdateHandler::findNeededParts(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& downloaderQueue) {
+    if (suuInfo == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() SuuInfo is NULL!";
+        return -1;
+    }
+    if (!checkZempStart())
+        return -2;
+    logSuumZempParts();
+    const SuumBlob* suum = getSuum();
+    Walk walk = {ZempParser::getOffsetFirstSwBlob(getReleaseHeader()->getUsedSize(), suum->getUsedSize()), 0,
+                 false};
+    for (unsigned i = 0; i < suum->getNumberOfElements(); ++i) {
+        const SuumBlob::Element* element = suum->getElementAt(i);
+        if (element == nullptr)
+            continue;
+        walk.position = FetchGovernor::StartPosition + 1 + i;
+        switch (walkElement(*element, *suuInfo, walk, downloaderQueue)) {
+        case Step::Next:
+            break;
+        case Step::Issued:
+            return 1;
+        case Step::Unusable:
+            return -2;
+        }
+    }
+    if (!walk.incomplete)
+        return 0;
+    askAgainWhenIdle(); // when what was requested has been deleted
+    return 1;
+}
+
+bool UpdateHandler::checkZempStart() {
+    if (!isZempHeaderValid()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() ZEMP header is invalid!";
+        return false;
+    }
+    const ReleaseHeaderPart* release = getReleaseHeader();
+    if (release == nullptr && addReleaseHeaderToSuumZempParts())
+        release = getReleaseHeader();
+    if (release == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() Release header is NULL!";
+        return false;
+    }
+    if (!release->isContentHeaderValid() || !release->isBodyValid()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() Release header is invalid!";
+        return false;
+    }
+    const SuumBlob* suum = getSuum();
+    if (suum == nullptr && addSuumToSuumZempParts())
+        suum = getSuum();
+    if (suum == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() SuumBlob is NULL!";
+        return false;
+    }
+    if (!suum->isSuumValid()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() SuumBlob is invalid!";
+        return false;
+    }
+    if (suum->getNumberOfElements() == 0) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() SuumBlob has no elements!";
+        return false;
+    }
+    return true;
+}
+
+void UpdateHandler::logSuumZempParts() const {
+    VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Holding " << mSuumZempParts.size()
+                      << " suum ZempParts.";
+    for (const auto& [index, part] : mSuumZempParts) {
+        if (part == nullptr)
+            VEX_LOG(LogDebug) << "   Index=" << index << " is NULL.";
+        else
+            VEX_LOG(LogDebug) << "   Index=" << index << " UsedSize=" << part->getUsedSize()
+                              << " SizeInZemp=" << part->getSizeInZempFile();
+    }
+}
+
+UpdateHandler::Step UpdateHandler::walkElement(const SuumBlob::Element& element, const SuuInfo& suuInfo,
+                                               Walk& walk, wqueue<FwWorkItem*>& downloaderQueue) {
+    const std::string pool = element.getPoolname();
+    const bool full = suuInfo.isDownloadNeeded(&element);
+    if (full)
+        VEX_LOG(LogInfo) << "UpdateHandler::findNeededParts() Update to version " << pool;
+    else
+        VEX_LOG(LogInfo) << "UpdateHandler::findNeededParts() Use current version " << pool << " @ "
+                         << element.getMountPoint();
+    if (walk.offset + FileFragment::ContentPartInitialSize > MaximumOffset) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() " << pool << " is out of range!";
+        return Step::Unusable;
+    }
+    const auto offset = static_cast<unsigned>(walk.offset);
+    ZempPart* part = findElementPart(element);
+    if (part != nullptr && part->getPartname() != getPartname(element)) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() " << pool << " has the index of "
+                            << part->toString() << "!";
+        return Step::Unusable;
+    }
+    if (part == nullptr || !part->isVersion(element.getMajor(), element.getMinor(), element.getBuild()))
+        return issue(createDownloadRequest(offset, full), pool, walk, downloaderQueue);
+
+    const unsigned size = part->getSizeInZempFile();
+    if (!FileFragment::isMaximumFileSize(size) || walk.offset + size > MaximumOffset) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() " << pool << " is too large (" << size
+                            << ")!";
+        return Step::Unusable;
+    }
+    if (isPartReady(part, full)) {
+        VEX_LOG(LogInfo) << "UpdateHandler::findNeededParts() " << pool << " is ready.";
+        walk.offset += size;
+        return Step::Next;
+    }
+    if (isPartOverSize(part, full) || isCompleteButBad(part, full)) {
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() " << pool
+                            << " is over size, request delete.";
+        createFileDeleteRequest(part->getFilename());
+        walk.incomplete = true;
+        walk.offset += size;
+        return Step::Next;
+    }
+    VEX_LOG(LogInfo) << "UpdateHandler::findNeededParts() Finish download of " << pool;
+    return issue(createDownloadRequest(part, offset), pool, walk, downloaderQueue);
+}
+
+// The element's part, put into the manifest parts if it was known only by name; null when it is not known.
+ZempPart* UpdateHandler::findElementPart(const SuumBlob::Element& element) {
+    const unsigned index = element.getContentIndex();
+    const std::string pool = element.getPoolname();
+    if (ZempPart* part = getZempPart(index))
+        return part;
+    VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Look for a " << pool << " in all parts map.";
+    ZempPart* part =
+        getZempPart(getPartname(element), element.getMajor(), element.getMinor(), element.getBuild());
+    if (part == nullptr) {
+        VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() ZempPart " << pool << " not in all parts map.";
+        return nullptr;
+    }
+    VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Insert " << pool << " in suum parts map.";
+    mSuumZempParts[index] = part;
+    return part;
+}
+
+UpdateHandler::Step UpdateHandler::issue(DownloadRequest* request, const std::string& pool, Walk& walk,
+                                         wqueue<FwWorkItem*>& downloaderQueue) {
+    if (request == nullptr) {
+        VEX_LOG(LogError) << "UpdateHandler::findNeededParts() Failed to create download request for " << pool
+                          << "! Exit.";
+        exitRunLoop();
+        walk.incomplete = true;
+        return Step::Next;
+    }
+    handOver(request, walk.position, downloaderQueue);
+    return Step::Issued;
+}
+
+// All bytes of the part are on disk, and they are not right.
+bool UpdateHandler::isCompleteButBad(const ZempPart* part, bool fullBlob) const {
+    const FileFragment* fragment = getFileFragment(part->getFilename());
+    return fullBlob && fragment != nullptr && part->isContentHeaderValid() && !part->isBodyValid() &&
+           fragment->getFileSize() >= uint64_t{part->getHeaderLength()} + part->getBodyLength();
+}

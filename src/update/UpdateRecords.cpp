@@ -1,0 +1,313 @@
+// What is wanted, the download directory, and the requests.
+#include "update/UpdateRecords.h"
+
+#include "common/VexStreamLog.h"
+#include "main/ArgParser.h"
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ios>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr mode_t DirectoryMode = 0x770; // hexadecimal, octal 3560
+
+bool isFile(const std::string& filename) {
+    const std::unique_ptr<char, decltype(&free)> resolved(ArgParser::verifyIsFile(filename), &free);
+    return resolved != nullptr;
+}
+
+} // namespace
+
+UpdateRecords::UpdateRecords(wqueue<FwWorkItem*>* masterQueue) : mMasterQueue(masterQueue) {
+    VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << mUrl << " " << mVersion << ")";
+}
+
+UpdateRecords::~UpdateRecords() {
+    VEX_LOG(LogDebug) << "UpdateHandler::~UpdateHandler(" << mUrl << " " << mVersion << ", " << whatToDo()
+                      << ")";
+    deleteAllDownloadRequests();
+    deleteAllParseFileRequests();
+    deleteAllFileFragments();
+    clearSuumZempPartsMap();
+    deleteAllZempParts();
+}
+
+bool UpdateRecords::setVersionToDownload(const std::string& url, const std::string& version) {
+    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version " << version << ", URL='" << url
+                      << "'.";
+    if (url.empty()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::setVersionToDownload() URL is empty!";
+        return false;
+    }
+    if (version.empty()) {
+        VEX_LOG(LogWarning) << "UpdateHandler::setVersionToDownload() Version is empty!";
+        return false;
+    }
+    if (url == mUrl && version == mVersion) {
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Already handling URL='" << url
+                         << "' version='" << version << "'.";
+        return false;
+    }
+    if (url == mUrl)
+        VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() URL already set to '" << url << "'.";
+    else if (mUrl.empty())
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set URL='" << url << "'.";
+    else
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current URL='" << mUrl
+                         << "' with URL='" << url << "'.";
+    mUrl = url;
+    if (version == mVersion)
+        VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version already set to '" << version
+                          << "'.";
+    else if (mVersion.empty())
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set version='" << version << "'.";
+    else
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current version='" << mVersion
+                         << "' with version='" << version << "'.";
+    if (version != mVersion)
+        clearSuumZempPartsMap();
+    mVersion = version;
+    mGovernor.reset();
+    mRequests.markAllStale();
+    dropWaitingDownloads();
+    mScanToHandOut = mScanIsRecordedOnly;
+    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Now set for URL " << mUrl << " version "
+                      << mVersion << ".";
+    return true;
+}
+
+bool UpdateRecords::setConfigDbStatus(ConfigDbStatusEvent::ConfigDbStatus status) {
+    VEX_LOG(LogDebug) << "UpdateHandler::setConfigDbStatus() " << ConfigDbStatusEvent::getString(status);
+    const bool changed = status != mConfigDbStatus;
+    mConfigDbStatus = status;
+    return changed;
+}
+
+void UpdateRecords::setNextAction(FwAction::NextAction action) {
+    mPreviousAction = mNextAction;
+    mNextAction = action;
+}
+
+bool UpdateRecords::initDirName() {
+    if (!mDirName.empty()) {
+        if (ArgParser::verifyIsDirectory(mDirName))
+            return true;
+        VEX_LOG(LogWarning) << "UpdateHandler::initDirName() Reinitialize, '" << mDirName
+                            << "' is not a directory.";
+    }
+    const std::string directory = ArgParser::getInstance()->getDownloadDirectory();
+    VEX_LOG(LogDebug) << "UpdateHandler::initDirName() Try create directory '" << directory << "' mode "
+                      << std::oct << DirectoryMode;
+    if (mkdir(directory.c_str(), DirectoryMode) == 0) {
+        VEX_LOG(LogInfo) << "UpdateHandler::initDirName() Created directory '" << directory << "'.";
+    } else if (errno != EEXIST) {
+        VEX_LOG(LogWarning) << "UpdateHandler::initDirName() Failure creating directory '" << directory
+                            << "' (" << strerror(errno) << ").";
+        return false;
+    } else if (ArgParser::verifyIsDirectory(directory)) {
+        VEX_LOG(LogDebug) << "UpdateHandler::initDirName() Directory '" << directory << "' already exist.";
+    } else {
+        VEX_LOG(LogWarning) << "UpdateHandler::initDirName() Failure creating directory '" << directory
+                            << "' as file already exist!";
+        return false;
+    }
+    mDirName = directory;
+    return true;
+}
+
+std::string UpdateRecords::getDirName() {
+    initDirName();
+    return mDirName;
+}
+
+std::string UpdateRecords::getFwUpdateFilename() {
+    return getDirName() + "/" + ArgParser::getFwUpdateBaseFilename() + "-" + mVersion;
+}
+
+FileScanRequest* UpdateRecords::createFileScanRequest() {
+    if (mScanRequest != nullptr) {
+        if (!mScanToHandOut)
+            return nullptr;
+    } else {
+        mScanRequest = mRequests.add(std::make_unique<FileScanRequest>(getDirName()), mVersion);
+    }
+    mScanIsRecordedOnly = false;
+    mScanToHandOut = false;
+    for (const auto& [name, fragment] : mFragments)
+        fragment->setIsFoundInScan(false);
+    return mScanRequest;
+}
+
+void UpdateRecords::recordFileScanRequest() {
+    if (createFileScanRequest() != nullptr)
+        mScanIsRecordedOnly = true;
+}
+
+void UpdateRecords::deleteFileScanRequest(FileScanRequest* request) {
+    if (request != nullptr && request == mScanRequest) {
+        VEX_LOG(LogDebug) << "UpdateHandler::deleteFileScanRequest() Pointer match.";
+        mScanRequest = nullptr;
+    } else {
+        VEX_LOG(LogDebug) << "UpdateHandler::deleteFileScanRequest() Pointer mismatch, only deleting given.";
+    }
+    if (!mRequests.remove(request))
+        delete request;
+}
+
+void UpdateRecords::createFileDeleteRequest(const std::string& filename) {
+    if (filename.empty())
+        return;
+    mMasterQueue->add(mRequests.add(std::make_unique<FileDeleteRequest>(filename), mVersion));
+}
+
+ParseFileRequest* UpdateRecords::createParseFileRequest(FileFragment* fragment) {
+    if (fragment == nullptr)
+        return nullptr;
+    auto* request = mRequests.add(std::make_unique<ParseFileRequest>(fragment), mVersion);
+    request->initializeZempParser();
+    return request;
+}
+
+void UpdateRecords::deleteParseFileRequest(ParseFileRequest* request) {
+    if (!mRequests.remove(request))
+        delete request;
+    freeForgottenFragments();
+}
+
+void UpdateRecords::deleteAllParseFileRequests() {
+    const auto requests = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
+    VEX_LOG(LogDebug) << "UpdateHandler::deleteAllParseFileRequests() Deleting " << requests.size()
+                      << " ParseFileRequests.";
+    for (ParseFileRequest* request : requests)
+        deleteParseFileRequest(request);
+}
+
+DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, FileFragment* fragment) {
+    if (fragment == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::createDownloadRequest() FileFragment is NULL!";
+        return nullptr;
+    }
+    if (fragment->getFilename().empty()) {
+        VEX_LOG(LogDebug) << "UpdateHandler::createDownloadRequest() Filename is zero, initializing it.";
+        fragment->initFilename();
+    } else if (!isFile(fragment->getFilename())) {
+        VEX_LOG(LogDebug)
+            << "UpdateHandler::createDownloadRequest() Filename is not a file, initializing it.";
+        fragment->initFilename();
+    }
+    if (fragment->getFilename().empty() || !isFile(fragment->getFilename())) {
+        VEX_LOG(LogError) << "UpdateHandler::createDownloadRequest() Unable to create download file, exit!";
+        mMasterQueue->add(new ExitRunLoop);
+        return nullptr;
+    }
+    return mRequests.add(std::make_unique<DownloadRequest>(url, fragment), mVersion);
+}
+
+// Gives a new fragment its name, keeps it and makes a request for it; null when any of that fails.
+DownloadRequest* UpdateRecords::nameAndRequest(const std::string& url,
+                                               std::unique_ptr<FileFragment> fragment) {
+    fragment->initFilename();
+    if (fragment->getFilename().empty())
+        return createDownloadRequest(url, fragment.get());
+    if (!addFileFragment(fragment.get()))
+        return nullptr;
+    return createDownloadRequest(url, fragment.release());
+}
+
+DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, unsigned int rangeStart,
+                                                      unsigned int rangeEnd,
+                                                      FileFragment::FragmentType type) {
+    initDirName();
+    DownloadRequest* request =
+        nameAndRequest(url, std::make_unique<FileFragment>(type, rangeStart, rangeEnd));
+    if (request == nullptr)
+        VEX_LOG(LogWarning) << "UpdateHandler::createDownloadRequest() Failed to create FileFragment("
+                            << FileFragment::getString(type) << " " << rangeStart << " " << rangeEnd << ") !";
+    return request;
+}
+
+DownloadRequest* UpdateRecords::createDownloadRequest(unsigned int offset, bool fullBlob) {
+    initDirName();
+    auto fragment = std::make_unique<FileFragment>(FileFragment::ContentPart, offset,
+                                                   offset + FileFragment::ContentPartInitialSize);
+    if (fullBlob)
+        fragment->setFullBlobNeeded();
+    return nameAndRequest(mUrl, std::move(fragment));
+}
+
+DownloadRequest* UpdateRecords::createDownloadRequest(const ZempPart* part, unsigned int offset) {
+    if (part == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::createDownloadRequest() ZempPart is NULL!";
+        return nullptr;
+    }
+    FileFragment* fragment = getFileFragment(part->getFilename());
+    if (fragment == nullptr || fragment->getFragmentType() != FileFragment::ContentPart)
+        return nullptr;
+    fragment->setFullBlobNeeded();
+    fragment->setDownloadRange(offset, part->getSizeInZempFile());
+    return createDownloadRequest(mUrl, fragment);
+}
+
+void UpdateRecords::deleteDownloadRequest(DownloadRequest* request) {
+    if (request == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::deleteDownloadRequest() Download request is NULL!";
+        return;
+    }
+    const bool known = mRequests.contains(request);
+    VEX_LOG(LogDebug) << (known ? "UpdateHandler::deleteDownloadRequest() Delete "
+                                : "UpdateHandler::deleteDownloadRequest() Did not find ")
+                      << request->toString();
+    if (!mRequests.remove(request))
+        delete request;
+    freeForgottenFragments();
+}
+
+void UpdateRecords::deleteAllDownloadRequests() {
+    const auto requests = mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest);
+    VEX_LOG(LogDebug) << "UpdateHandler::deleteAllDownloadRequests() Deleting " << requests.size()
+                      << " requests.";
+    for (DownloadRequest* request : requests)
+        deleteDownloadRequest(request);
+}
+
+void UpdateRecords::restartDownload(wqueue<FwWorkItem*>& downloaderQueue) {
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+        if (request == nullptr) {
+            VEX_LOG(LogWarning)
+                << "UpdateHandler::restartDownload() Found NULL entry in DownloadRequest map!";
+        } else if (!request->isWithDownloader() &&
+                   request->getDownloadStatus() == DownloadRequest::DownloadTransientFailure) {
+            VEX_LOG(LogInfo) << "UpdateHandler::restartDownload() Resubmit '" << request->toString() << "'.";
+            request->setWithDownloader(true);
+            downloaderQueue.add(request);
+        } else {
+            VEX_LOG(LogDebug) << "UpdateHandler::restartDownload() Skip '" << request->toString() << "'.";
+        }
+    }
+}
+
+bool UpdateRecords::isDownloadInProgress() const {
+    for (const DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+        const DownloadRequest::DownloadStatus status = request->getDownloadStatus();
+        if (status == DownloadRequest::DownloadStarted ||
+            status == DownloadRequest::DownloadTransientFailure) {
+            VEX_LOG(LogDebug) << "UpdateHandler::restartDownloadRequest() Found active download request '"
+                              << request->toString() << "'.";
+            return true;
+        }
+    }
+    return false;
+}
+
+// Downloads that failed and wait for the timer serve nobody once another version or URL is wanted.
+void UpdateRecords::dropWaitingDownloads() {
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+        if (request->isWithDownloader() ||
+            request->getDownloadStatus() != DownloadRequest::DownloadTransientFailure)
+            continue;
+        createFileDeleteRequest(request->getFileFragment()->getFilename());
+        deleteDownloadRequest(request);
+    }
+}
