@@ -39,27 +39,12 @@ bool consume(uint32_t& remaining, uint32_t size) {
     return true;
 }
 
-// Finds and checks the content parts. Those beyond the room for them are checked, too, but not kept.
-bool findParts(hostconfig_t* hc) {
-    uint32_t remaining = hc->header->body_length;
-    uint8_t* at = hc->raw + HostconfigMinimumSize;
-    int found = 0;
-    do {
-        auto* part = reinterpret_cast<zemp_content_header_t*>(at);
-        if (remaining < ZempFormat::ContentHeaderSize || !consume(remaining, part->hdr_length) ||
-            !consume(remaining, part->body_length))
-            return false;
-        if (zemp_validate_content_part(part, at + part->hdr_length) != ZempValid)
-            return false;
-        if (hc->count < static_cast<int>(HostconfigMaximumParts))
-            hc->parts[hc->count++] = part;
-        ++found;
-        const uint32_t padding = ZempFormat::padding(part->body_length);
-        at += part->hdr_length + part->body_length + padding;
-        if (!consume(remaining, padding))
-            remaining = 0; // the last padding may be missing
-    } while (remaining > HostconfigUnparsedTail || (hc->expected >= 0 && found < hc->expected));
-    return true;
+// The part at the start of `remaining` bytes, and off they are taken; a validity code.
+int takePart(zemp_content_header_t* part, uint32_t& remaining) {
+    if (remaining < ZempFormat::ContentHeaderSize || !consume(remaining, part->hdr_length) ||
+        !consume(remaining, part->body_length))
+        return HostconfigBadLength;
+    return zemp_validate_content_part(part, reinterpret_cast<uint8_t*>(part) + part->hdr_length);
 }
 
 } // namespace
@@ -86,11 +71,7 @@ int hostconfig_load_raw(hostconfig_t* hc, const char* path) {
     memset(hc->raw, 0, sizeof hc->raw);
     if (fnread(path, hc->raw, static_cast<size_t>(size)) != size)
         return -1;
-    hc->header = reinterpret_cast<zemp_header_t*>(hc->raw + ZempFormat::HeaderOffset);
-    if (!fits(hc->header) || zemp_validate_header(hc->header) != ZempValid)
-        return -1;
-    const uint8_t* body = hc->raw + ZempFormat::HeaderOffset + hc->header->hdr_length;
-    return zemp_validate_body(hc->header, body) == ZempValid ? 0 : -1;
+    return hostconfig_check_raw(hc) == ZempValid ? 0 : -1;
 }
 
 int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary) {
@@ -102,11 +83,42 @@ int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary
             return -1;
         result = 2;
     }
-    if (!findParts(hc)) {
-        hc->count = 0;
-        return -1;
-    }
-    return result;
+    return hostconfig_find_parts(hc, nullptr) == ZempValid ? result : -1;
+}
+
+int hostconfig_check_raw(hostconfig_t* hc) {
+    hc->header = reinterpret_cast<zemp_header_t*>(hc->raw + ZempFormat::HeaderOffset);
+    if (!fits(hc->header))
+        return HostconfigBadLength;
+    const int validity = zemp_validate_header(hc->header);
+    if (validity != ZempValid)
+        return validity;
+    return zemp_validate_body(hc->header, hc->raw + ZempFormat::HeaderOffset + hc->header->hdr_length);
+}
+
+int hostconfig_find_parts(hostconfig_t* hc, unsigned* fault) {
+    hc->count = 0;
+    int found = 0;
+    uint32_t remaining = hc->header->body_length;
+    uint8_t* at = hc->raw + HostconfigMinimumSize;
+    do {
+        auto* part = reinterpret_cast<zemp_content_header_t*>(at);
+        const int validity = takePart(part, remaining);
+        if (validity != ZempValid) {
+            hc->count = 0;
+            if (fault != nullptr)
+                *fault = static_cast<unsigned>(at - hc->raw);
+            return validity;
+        }
+        ++found;
+        if (hc->count < static_cast<int>(HostconfigMaximumParts)) // those beyond are checked, too
+            hc->parts[hc->count++] = part;
+        const uint32_t padding = ZempFormat::padding(part->body_length);
+        at += part->hdr_length + part->body_length + padding;
+        if (!consume(remaining, padding))
+            remaining = 0; // the last padding may be missing
+    } while (remaining > HostconfigUnparsedTail || (hc->expected >= 0 && found < hc->expected));
+    return ZempValid;
 }
 
 const zemp_content_header_t* hostconfig_get_part(const hostconfig_t* hc, const char* name) {

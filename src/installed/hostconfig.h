@@ -40,6 +40,18 @@ int hostconfig_load_raw(hostconfig_t* hc, const char* path);
  * and no parts are known. Parts are checked only in the record chosen. */
 int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary);
 
+/* The two checks of a load, for records that come from elsewhere: bytes, at most 5120, copied into raw of a
+ * new object. Both return the validity code of zemp_validate.h, or HostconfigBadLength when a declared length
+ * exceeds what is there. */
+enum HostconfigValidity { HostconfigBadLength = 0 };
+
+/* Checks the main header and the whole body in raw. */
+int hostconfig_check_raw(hostconfig_t* hc);
+
+/* Finds and checks the content parts; the main header is valid. On failure no parts are known, and `fault`,
+ * unless null, receives the offset in raw of the part that is not valid. */
+int hostconfig_find_parts(hostconfig_t* hc, unsigned* fault);
+
 /* The first content part whose name begins with `name`, or null. */
 const zemp_content_header_t* hostconfig_get_part(const hostconfig_t* hc, const char* name);
 

@@ -23,7 +23,7 @@ std::string payload(size_t size) {
 
 TEST(Fileutil, WritesAndReadsWholeFiles) {
     const ScratchDir scratch;
-    const std::string path = scratch.path("f");
+    const std::string path = scratch.file("f");
     const std::string bytes = payload(3000);
     EXPECT_EQ(fnwrite(path.c_str(), bytes.data(), bytes.size()), 3000);
     std::string back(4000, '\0');
@@ -42,7 +42,7 @@ TEST(Fileutil, WritesAndReadsWholeFiles) {
 
 TEST(Fileutil, MinusOneWhenOpeningOrClosingFails) {
     const ScratchDir scratch;
-    const std::string missing = scratch.path("no/such");
+    const std::string missing = scratch.file("no/such");
     char byte = 0;
     EXPECT_EQ(fnwrite(missing.c_str(), "x", 1), -1);
     EXPECT_EQ(fnread(missing.c_str(), &byte, 1), -1);
@@ -58,8 +58,8 @@ TEST(Fileutil, ExistenceAndSize) {
     const std::string file = scratch.write("f", "12345");
     EXPECT_EQ(fnexists(file.c_str()), 1);
     EXPECT_EQ(fnsize(file.c_str()), 5);
-    const std::string dangling = scratch.path("dangling");
-    ASSERT_EQ(symlink(scratch.path("gone").c_str(), dangling.c_str()), 0);
+    const std::string dangling = scratch.file("dangling");
+    ASSERT_EQ(symlink(scratch.file("gone").c_str(), dangling.c_str()), 0);
     EXPECT_EQ(fnexists(dangling.c_str()), 0);
     EXPECT_EQ(fnsize(dangling.c_str()), -1);
 

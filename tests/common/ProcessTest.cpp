@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -92,7 +93,7 @@ TEST(ProcSpawn, ClosesInheritedDescriptorsOnlyByFlag) {
 
 TEST(ProcDaemon, RunsInASessionOfItsOwn) {
     const ScratchDir scratch;
-    const std::string file = scratch.path("out");
+    const std::string file = scratch.file("out");
     const long before = openDescriptors();
     const int pid = proc_daemon(
         ("sh -c 'cut -d\" \" -f1,4,6 /proc/$$/stat >" + file + ".t; mv " + file + ".t " + file + "'")
@@ -114,7 +115,7 @@ TEST(ProcDaemon, MissingProgramDoesNotHang) {
 
 TEST(ProcDaemon, WorksWithoutStandardDescriptors) {
     const ScratchDir scratch;
-    const std::string file = scratch.path("out");
+    const std::string file = scratch.file("out");
     const int saved = fcntl(STDIN_FILENO, F_DUPFD, 10);
     close(STDIN_FILENO);
     const int pid = proc_daemon(("sh -c 'echo $$ >" + file + ".t; mv " + file + ".t " + file + "'").c_str());

@@ -2,53 +2,36 @@
 #ifndef TESTS_COMMON_SCRATCH_H
 #define TESTS_COMMON_SCRATCH_H
 
+#include "common/VexStreamLog.h"
+#include "support/TemporaryDirectory.h"
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
 
-// A directory of its own, removed with all that is in it.
-class ScratchDir {
+// A temporary directory with files written in one line.
+class ScratchDir : public support::TemporaryDirectory {
   public:
-    ScratchDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "fwtest-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("no scratch directory");
-        mPath = pattern;
-    }
-    ~ScratchDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-
-    std::string path(const std::string& name = "") const { return name.empty() ? mPath : mPath + "/" + name; }
-
     // Writes a file and returns its path.
     std::string write(const std::string& name, const std::string& content) const {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
+        std::ofstream(file(name), std::ios::binary) << content;
+        return file(name);
     }
 
     static std::string read(const std::string& path) {
         std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
-
-  private:
-    std::string mPath;
 };
 
 // What `action` writes to standard output, by whatever way.
 inline std::string standardOutputOf(const std::function<void()>& action) {
     const ScratchDir scratch;
-    const std::string path = scratch.path("output");
+    const std::string path = scratch.file("output");
     fflush(stdout);
     const int saved = dup(STDOUT_FILENO);
     FILE* file = fopen(path.c_str(), "w");
@@ -60,6 +43,16 @@ inline std::string standardOutputOf(const std::function<void()>& action) {
     close(saved);
     fclose(file);
     return ScratchDir::read(path);
+}
+
+// Console output of `action` while std::clog writes to a log buffer of this level.
+inline std::string logOf(LogPriority level, const std::function<void()>& action, const char* ident = "log") {
+    return standardOutputOf([&] {
+        VexStreamLog log(ident, VexStreamLog::Console, level);
+        std::streambuf* saved = std::clog.rdbuf(&log);
+        action();
+        std::clog.rdbuf(saved);
+    });
 }
 
 #endif

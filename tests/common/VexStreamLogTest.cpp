@@ -2,7 +2,6 @@
 
 #include "common/Scratch.h"
 #include <gtest/gtest.h>
-#include <iostream>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -11,62 +10,52 @@ namespace {
 
 constexpr auto AboveDebug = static_cast<LogPriority>(8);
 
-// Console output of `action` while std::clog writes to a log buffer of this level.
-std::string consoleOf(LogPriority level, const std::function<void()>& action, const char* ident = "prog") {
-    return standardOutputOf([&] {
-        VexStreamLog log(ident, VexStreamLog::Console, level);
-        std::streambuf* saved = std::clog.rdbuf(&log);
-        action();
-        std::clog.rdbuf(saved);
-    });
-}
-
 TEST(VexStreamLog, PrintsIdentPriorityAndText) {
-    EXPECT_EQ(consoleOf(LogDebug,
-                        [] {
-                            std::clog << LogInfo << "A::b() " << 7 << std::endl;
-                            std::clog << "same priority" << std::endl;
-                            VEX_LOG(LogEmergency) << "last";
-                        }),
-              "prog(LOG_INFO): A::b() 7\n"
-              "prog(LOG_INFO): same priority\n"
-              "prog(LOG_EMERG): last\n");
-    EXPECT_EQ(consoleOf(
+    EXPECT_EQ(logOf(LogDebug,
+                    [] {
+                        std::clog << LogInfo << "A::b() " << 7 << std::endl;
+                        std::clog << "same priority" << std::endl;
+                        VEX_LOG(LogEmergency) << "last";
+                    }),
+              "log(LOG_INFO): A::b() 7\n"
+              "log(LOG_INFO): same priority\n"
+              "log(LOG_EMERG): last\n");
+    EXPECT_EQ(logOf(
                   LogDebug, [] { VEX_LOG(LogWarning) << "x"; }, nullptr),
               "(LOG_WARNING): x\n");
 }
 
 TEST(VexStreamLog, LineAboveTheLevelDoesNotLeakIntoTheNext) {
-    EXPECT_EQ(consoleOf(LogInfo,
-                        [] {
-                            std::clog << LogDebug << "dropped" << std::endl;
-                            std::clog << LogInfo << "kept" << std::endl;
-                        }),
-              "prog(LOG_INFO): kept\n");
+    EXPECT_EQ(logOf(LogInfo,
+                    [] {
+                        std::clog << LogDebug << "dropped" << std::endl;
+                        std::clog << LogInfo << "kept" << std::endl;
+                    }),
+              "log(LOG_INFO): kept\n");
 }
 
 TEST(VexStreamLog, SuppressedStatementIsNotEvaluated) {
     int evaluated = 0;
-    const std::string output = consoleOf(LogInfo, [&] {
+    const std::string output = logOf(LogInfo, [&] {
         VEX_LOG(LogDebug) << ++evaluated;
         VEX_LOG(LogInfo) << ++evaluated;
     });
     EXPECT_EQ(evaluated, 1);
-    EXPECT_EQ(output, "prog(LOG_INFO): 1\n");
+    EXPECT_EQ(output, "log(LOG_INFO): 1\n");
 }
 
 TEST(VexStreamLog, EmptyFlushPrintsNothing) {
-    EXPECT_EQ(consoleOf(LogDebug, [] { std::clog << LogInfo << std::flush; }), "");
+    EXPECT_EQ(logOf(LogDebug, [] { std::clog << LogInfo << std::flush; }), "");
 }
 
 TEST(VexStreamLog, PriorityOutsideTheRangeHasAnEmptyName) {
-    EXPECT_EQ(consoleOf(AboveDebug,
-                        [] {
-                            std::clog << AboveDebug << "high" << std::endl;
-                            std::clog << static_cast<LogPriority>(-1) << "low" << std::endl;
-                        }),
-              "prog(): high\n"
-              "prog(): low\n");
+    EXPECT_EQ(logOf(AboveDebug,
+                    [] {
+                        std::clog << AboveDebug << "high" << std::endl;
+                        std::clog << static_cast<LogPriority>(-1) << "low" << std::endl;
+                    }),
+              "log(): high\n"
+              "log(): low\n");
 }
 
 TEST(VexStreamLog, PriorityOnAForeignStreamDoesNothing) {
@@ -77,7 +66,7 @@ TEST(VexStreamLog, PriorityOnAForeignStreamDoesNothing) {
 
 TEST(VexStreamLog, LinesOfTwoThreadsStayWhole) {
     constexpr int lines = 1000;
-    const std::string output = consoleOf(LogDebug, [] {
+    const std::string output = logOf(LogDebug, [] {
         const auto log = [](LogPriority priority, char mark) {
             for (int i = 0; i < lines; ++i)
                 VEX_LOG(priority) << mark << i << " " << std::string(static_cast<size_t>(i % 50), mark);
@@ -90,10 +79,10 @@ TEST(VexStreamLog, LinesOfTwoThreadsStayWhole) {
     std::map<char, int> next;
     std::istringstream printed(output);
     for (std::string line; std::getline(printed, line);) {
-        const char mark = line.compare(0, 17, "prog(LOG_WARNING)") == 0 ? 'w' : 'i';
+        const char mark = line.compare(0, 16, "log(LOG_WARNING)") == 0 ? 'w' : 'i';
         const int i = next[mark]++;
-        EXPECT_EQ(line, (mark == 'w' ? "prog(LOG_WARNING): w" : "prog(LOG_INFO): i") + std::to_string(i) +
-                            " " + std::string(static_cast<size_t>(i % 50), mark));
+        EXPECT_EQ(line, (mark == 'w' ? "log(LOG_WARNING): w" : "log(LOG_INFO): i") + std::to_string(i) + " " +
+                            std::string(static_cast<size_t>(i % 50), mark));
     }
     EXPECT_EQ(next['w'], lines);
     EXPECT_EQ(next['i'], lines);

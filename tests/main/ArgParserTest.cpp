@@ -1,6 +1,7 @@
 #include "main/ArgParser.h"
 
 #include "common/Scratch.h"
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <vector>
