@@ -48,10 +48,12 @@ inline std::string standardOutputOf(const std::function<void()>& action) {
 // Console output of `action` while std::clog writes to a log buffer of this level.
 inline std::string logOf(LogPriority level, const std::function<void()>& action, const char* ident = "log") {
     return standardOutputOf([&] {
+        const LogPriority savedLevel = VexStreamLog::getLevel();
         VexStreamLog log(ident, VexStreamLog::Console, level);
         std::streambuf* saved = std::clog.rdbuf(&log);
         action();
         std::clog.rdbuf(saved);
+        VexStreamLog::setLevel(savedLevel);
     });
 }
 

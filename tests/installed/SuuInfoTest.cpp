@@ -1,0 +1,250 @@
+#include "installed/SuuInfo.h"
+
+#include "installed/Records.h"
+#include "installed/SuuReport.h"
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sstream>
+
+namespace {
+
+struct InstalledSoftware : testing::Test {
+    InstalledSoftware() {
+        SuuInfo::sPrimaryPath = scratch.file("primary");
+        SuuInfo::sSecondaryPath = scratch.file("secondary");
+    }
+    ~InstalledSoftware() override {
+        SuuInfo::sPrimaryPath = mPrimaryPath;
+        SuuInfo::sSecondaryPath = mSecondaryPath;
+    }
+
+    void install(const hostcfg::Description& description) {
+        writeRecord(scratch, "primary", hostcfg::build(description));
+        ASSERT_TRUE(info.initialize());
+    }
+
+    // A terminal with two application partitions, of which the second is older.
+    void installSample() {
+        hostcfg::Description description;
+        description.partitions = {partition("kernel", {1, 2, 3}), partition("app", {2, 0, 1}, "/app"),
+                                  partition("app", {1, 9, 300}, "/app2")};
+        install(description);
+    }
+
+    bool isNeeded(const std::string& pool, hostcfg::Version version, const std::string& platform = "-") {
+        const SuumBlob::Element element(2, pool, 0, 0, "", "", platform, version.major, version.minor,
+                                        version.build, 1, true);
+        return info.isDownloadNeeded(&element);
+    }
+
+    ScratchDir scratch;
+    SuuInfo info;
+
+  private:
+    const std::string mPrimaryPath = SuuInfo::sPrimaryPath;
+    const std::string mSecondaryPath = SuuInfo::sSecondaryPath;
+};
+
+TEST(SuuInfo, Defaults) {
+    EXPECT_EQ(SuuInfo::sPrimaryPath, "/dev/mmcblk0p5");
+    EXPECT_EQ(SuuInfo::sSecondaryPath, "/tmp/hostcfg.backup");
+    EXPECT_EQ(SuuInfo::sThePlatform, "4813");
+    EXPECT_EQ(logOf(LogDebug, [] { const SuuInfo info; }),
+              "log(LOG_DEBUG): SuuInfo::SuuInfo()\nlog(LOG_DEBUG): SuuInfo::~SuuInfo()\n");
+}
+
+TEST_F(InstalledSoftware, InitializeFailsAndMayBeTriedAgain) {
+    EXPECT_EQ(logOf(LogError, [&] { EXPECT_FALSE(info.initialize()); }),
+              "log(LOG_ERR): SuuInfo::initialize() Loading hostconfig failed! Result=-1.\n");
+    EXPECT_FALSE(info.isInitialized());
+    EXPECT_FALSE(info.isCurrentContentPart("kernel", 1, 2, 3));
+    EXPECT_TRUE(isNeeded("kernel", {1, 2, 3}));
+
+    writeRecord(scratch, "secondary", hostcfg::build(partitions({"kernel"})));
+    const std::string log = logOf(LogDebug, [&] { EXPECT_TRUE(info.initialize()); });
+    EXPECT_NE(log.find("log(LOG_WARNING): loadHostConfig() hostconfig_load failed; loaded backup ("),
+              std::string::npos);
+    EXPECT_NE(log.find("log(LOG_DEBUG): SuuInfo::initialize() Done.\n"), std::string::npos);
+    EXPECT_TRUE(info.isInitialized());
+    EXPECT_TRUE(info.isCurrentContentPart("kernel", 1, 2, 3));
+
+    remove(SuuInfo::sSecondaryPath.c_str());
+    EXPECT_FALSE(info.initialize());
+    EXPECT_FALSE(info.isInitialized());
+}
+
+TEST_F(InstalledSoftware, CurrentWhenAnyPartitionHoldsTheVersion) {
+    installSample();
+    EXPECT_TRUE(info.isCurrentContentPart("kernel", 1, 2, 3));
+    EXPECT_TRUE(info.isCurrentContentPart("app", 2, 0, 1));
+    EXPECT_FALSE(info.isCurrentContentPart("app", 2, 0, 2));
+    EXPECT_FALSE(info.isCurrentContentPart("app", 2, 1, 1));
+    EXPECT_FALSE(info.isCurrentContentPart("app", 1, 0, 1));
+    EXPECT_FALSE(info.isCurrentContentPart("ap", 2, 0, 1));
+    EXPECT_FALSE(info.isCurrentContentPart("app ", 2, 0, 1));
+    // The asked build has eight bits: 300 cannot be asked for, and its low byte is not the same build.
+    EXPECT_FALSE(info.isCurrentContentPart("app", 1, 9, static_cast<unsigned char>(300 & 0xff)));
+}
+
+TEST_F(InstalledSoftware, CurrentLogs) {
+    installSample();
+    EXPECT_EQ(logOf(LogDebug, [&] { info.isCurrentContentPart("app", 1, 9, 44); }),
+              "log(LOG_WARNING): SuuInfo::isCurrentContentPart() Found a 'app'.\n"
+              "log(LOG_DEBUG): SuuInfo::isCurrentContentPart() Not current app has version 1.9-44 current "
+              "has 2.0-1.\n"
+              "log(LOG_WARNING): SuuInfo::isCurrentContentPart() Found a 'app'.\n"
+              "log(LOG_DEBUG): SuuInfo::isCurrentContentPart() Not current app has version 1.9-44 current "
+              "has 1.9-300.\n");
+    EXPECT_EQ(logOf(LogDebug, [&] { info.isCurrentContentPart("kernel", 1, 2, 3); }),
+              "log(LOG_WARNING): SuuInfo::isCurrentContentPart() Found a 'kernel'.\n"
+              "log(LOG_DEBUG): SuuInfo::isCurrentContentPart() kernel version 1.2-3 is current\n");
+    EXPECT_EQ(
+        logOf(LogDebug, [&] { info.isCurrentContentPart("", 1, 2, 3); }),
+        "log(LOG_WARNING): SuuInfo::isDoisCurrentContentPartwnloadNeeded() Content part name is NULL!\n");
+}
+
+TEST_F(InstalledSoftware, DownloadIsNeededUnlessAPartitionOfThePoolHoldsTheVersion) {
+    installSample();
+    EXPECT_FALSE(isNeeded("kernel", {1, 2, 3}));
+    EXPECT_TRUE(isNeeded("kernel", {1, 2, 4}));
+    EXPECT_FALSE(isNeeded("app", {2, 0, 1}));
+    EXPECT_FALSE(isNeeded("app", {1, 9, 300}));
+    EXPECT_TRUE(isNeeded("app", {1, 9, 44}));
+    EXPECT_TRUE(isNeeded("root", {1, 2, 3}));
+    EXPECT_TRUE(isNeeded("", {0, 0, 0})); // unused records are no pool
+}
+
+TEST_F(InstalledSoftware, DownloadIsNeededOnlyForThisPlatform) {
+    installSample();
+    for (const char* ours : {"", "-", "4813"})
+        EXPECT_TRUE(isNeeded("root", {1, 2, 3}, ours)) << ours;
+    for (const char* other : {"4812", "48130", " 4813", "--"})
+        EXPECT_FALSE(isNeeded("root", {1, 2, 3}, other)) << other;
+    EXPECT_EQ(logOf(LogDebug, [&] { EXPECT_FALSE(info.isDownloadNeeded(nullptr)); }),
+              "log(LOG_WARNING): SuuInfo::isDownloadNeeded() SuumBlob Element is NULL!\n");
+}
+
+TEST_F(InstalledSoftware, DownloadLogs) {
+    installSample();
+    EXPECT_EQ(logOf(LogDebug,
+                    [&] {
+                        isNeeded("app", {2, 0, 1}, "4813");
+                    }),
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Platform='4813' is for our platform=4813.\n"
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Already got a version 2.0-1 'app' @ /app\n"
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Need to get a version 2.0-1 'app' @ /app2\n");
+    EXPECT_EQ(logOf(LogDebug,
+                    [&] {
+                        isNeeded("kernel", {1, 2, 3}, "x");
+                    }),
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Platform='x' is not for our platform=4813.\n");
+    EXPECT_EQ(logOf(LogDebug,
+                    [&] {
+                        isNeeded("kernel", {1, 2, 3});
+                    }),
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Platform='-' is for our platform=4813.\n"
+              "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Already got a version 1.2-3 'kernel'\n");
+}
+
+TEST_F(InstalledSoftware, NamesThatFillTheirField) {
+    hostcfg::Description description;
+    description.partitions = {partition("sixteen bytes: A", {1, 0, 0}, std::string(32, 'm'))};
+    install(description);
+    EXPECT_TRUE(info.isCurrentContentPart("sixteen bytes: A", 1, 0, 0));
+    EXPECT_FALSE(info.isCurrentContentPart("sixteen bytes: A!", 1, 0, 0));
+    EXPECT_FALSE(info.isCurrentContentPart("sixteen bytes: ", 1, 0, 0));
+    EXPECT_EQ(
+        logOf(LogDebug,
+              [&] {
+                  isNeeded("sixteen bytes: A", {1, 0, 0});
+              }),
+        "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Platform='-' is for our platform=4813.\n"
+        "log(LOG_DEBUG): SuuInfo::isDownloadNeeded() Already got a version 1.0-0 'sixteen bytes: A' @ " +
+            std::string(32, 'm') + "\n");
+}
+
+TEST_F(InstalledSoftware, TimeString) {
+    EXPECT_EQ(info.getTimeString(0), "1970.01.01 00:00:00");
+    EXPECT_EQ(info.getTimeString(951782399), "2000.02.28 23:59:59");
+    EXPECT_EQ(info.getTimeString(-1), "1969.12.31 23:59:59");
+    EXPECT_EQ(getSuuTimeText(INT64_MAX), "INVALID TIME       ");
+}
+
+// The report, a line end after each line.
+std::string reportOf(const hostcfg::Description& description) {
+    const auto data = hostcfg::build(description);
+    const auto ctx = std::make_unique<suul_ctx_t>();
+    suul_init(ctx.get());
+    memcpy(&ctx->data, data.data() + 56, sizeof ctx->data);
+    suul_partpool_generate(ctx.get());
+    std::string text;
+    writeSuuReport(*ctx, [&text](const std::string& line) { text += line + "\n"; });
+    return text;
+}
+
+TEST(SuuReport, ShowsSetsPartitionsAndPools) {
+    hostcfg::Description description;
+    description.releases = {{"REL-1.05-7", {1, 5, 7}, 951782399}};
+    description.sets = {{"set A", true, 0, 2}, {"sixteen bytes: B", false, 7, 0}};
+    description.activeSet = 0;
+    hostcfg::Partition app = partition("app", {1, 12, 300}, "/app");
+    app.number = 12;
+    app.offset = 0x100000;
+    app.size = 0x2000000;
+    app.fsType = "ext4";
+    app.contentName = "application";
+    app.length = 1234567;
+    app.crc = 0xabc;
+    description.partitions = {app, partition("kernel", {2, 3, 4}), partition("app", {0, 0, 0})};
+    EXPECT_EQ(reportOf(description),
+              "               ---------- ---------- < SuuInfo > ---------- ----------\n"
+              "Sets: (p1/2)\n"
+              "     name:            bootable:  rhdr:      refs:\n"
+              "     set A            yes        0          2   ACTIVE SET\n"
+              "     sixteen bytes: B no         7          0\n"
+              "Sets: (p2/2)\n"
+              "     name:            release date:        release id:\n"
+              "     set A            2000.02.28 23:59:59  REL-1.05-7\n"
+              "     sixteen bytes: B -                    -\n"
+              "Partitions: (p1/2)\n"
+              "     pn: poolname:        offset:     size:        ver:       fstype:   mountpnt:\n"
+              "     12  app                0x00100000  0x02000000 1.12-300   ext4      /app\n"
+              "     0   kernel             0x00000000  0x00000000 2.03-4               \n"
+              "     0   app                0x00000000  0x00000000 0.00-0               \n"
+              "Partitions: (p2/2)\n"
+              "     poolname:        content name:     length:     crc32:\n"
+              "     app              application       1234567     0x00000abc\n"
+              "     kernel                             0           0x00000000\n"
+              "     app                                0           0x00000000\n"
+              "Pools:\n"
+              "     pool:            cnt:   type:\n"
+              "     app              2      multi\n"
+              "     kernel           1      singleton\n"
+              "SUU Data Upgrade set VALID\n"
+              "               ---------- ---------- <  ----  > ---------- ----------\n");
+}
+
+TEST(SuuReport, SurvivesAnyBytes) {
+    hostcfg::Description description;
+    description.changeSuuData = [](suu_data_t& data) { memset(&data, 0x1b, sizeof data); };
+    const std::string text = reportOf(description);
+    EXPECT_EQ(text.find('\x1b'), std::string::npos);
+    EXPECT_NE(text.find("     ???????????????? yes"), std::string::npos);
+    EXPECT_NE(text.find("\n     ???????????????? 20     multi\n"), std::string::npos);
+    description.changeSuuData = [](suu_data_t& data) { memset(&data, 0xff, sizeof data); };
+    EXPECT_NE(reportOf(description).find(" 255.255-65535 "), std::string::npos);
+}
+
+TEST_F(InstalledSoftware, ReportGoesToTheLog) {
+    EXPECT_EQ(logOf(LogInfo, [&] { info.logSuuInfo(); }),
+              "log(LOG_WARNING): SuuInfo::logSuuInfo() SuuInfo not initialized!\n");
+    install(partitions({"kernel"}));
+    std::istringstream lines(logOf(LogInfo, [&] { info.logSuuInfo(); }));
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_EQ(line.compare(0, 15, "log(LOG_INFO): "), 0) << line;
+    EXPECT_EQ(count, 16);
+}
+
+} // namespace
