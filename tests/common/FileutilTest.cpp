@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <thread>
 
@@ -48,8 +49,18 @@ TEST(Fileutil, MinusOneWhenOpeningOrClosingFails) {
     EXPECT_EQ(fnread(missing.c_str(), &byte, 1), -1);
     EXPECT_EQ(fnprintf(missing.c_str(), "x"), -1);
     EXPECT_EQ(fnscanf(missing.c_str(), "%c", &byte), -1);
-    EXPECT_EQ(fnwrite("/dev/full", "x", 1), -1);
-    EXPECT_EQ(fnprintf("/dev/full", "x"), -1);
+
+    const std::string file = scratch.file("f");
+    rlimit saved = {};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    const rlimit none = {0, saved.rlim_max}; // stands for a full disk
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    const int written = fnwrite(file.c_str(), "x", 1);
+    const int printed = fnprintf(file.c_str(), "x");
+    setrlimit(RLIMIT_FSIZE, &saved);
+    EXPECT_EQ(written, -1);
+    EXPECT_EQ(printed, -1);
     EXPECT_EQ(takeSlog(), "");
 }
 
