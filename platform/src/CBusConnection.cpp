@@ -27,14 +27,18 @@ constexpr microseconds sCallTimeout = std::chrono::seconds(3);
 // What was sent gets so long to go out when a connection ends.
 constexpr microseconds sFlushTimeout = std::chrono::seconds(1);
 
-// The bus that the environment names, else the system's.
-int startBus(sd_bus** bus) {
+// The bus that the environment names; empty for the system's.
+std::string busAddress() {
     const char* const address = getenv("VEX_CBUS_ADDRESS");
-    if (address == nullptr || *address == '\0')
+    return address != nullptr ? address : "";
+}
+
+int startBus(sd_bus** bus, const std::string& address) {
+    if (address.empty())
         return sd_bus_open_system(bus);
     int result = sd_bus_new(bus);
     if (result >= 0)
-        result = sd_bus_set_address(*bus, address);
+        result = sd_bus_set_address(*bus, address.c_str());
     if (result >= 0)
         result = sd_bus_set_bus_client(*bus, 1);
     return result < 0 ? result : sd_bus_start(*bus);
@@ -114,9 +118,10 @@ bool CBusConnection::Impl::connect(const std::string& clientName, FdLoop::Impl& 
     if (result >= 0)
         return true;
     close();
-    if (result == -EEXIST)
-        return fail("cannot connect to the bus as " + busName, "the name is taken");
-    return fail("cannot connect to the bus as " + busName, result);
+    const std::string address = busAddress();
+    const std::string what =
+        "cannot connect to the " + (address.empty() ? "system bus" : "bus " + address) + " as " + busName;
+    return result == -EEXIST ? fail(what, "the name is taken") : fail(what, result);
 }
 
 // The handshake is driven to its end here: until it is, everything sent would wait in the queue.
@@ -126,7 +131,7 @@ int CBusConnection::Impl::open(const std::string& busName, FdLoop::Impl& loop) {
         return result;
     ++connections;
     handle.owner = getpid();
-    result = startBus(&handle.bus);
+    result = startBus(&handle.bus, busAddress());
     if (result < 0)
         return result;
     result = processUntil(handle.bus, sCallTimeout, [this] { return sd_bus_is_ready(handle.bus) > 0; });

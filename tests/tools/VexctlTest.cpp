@@ -1,0 +1,142 @@
+#include "support/TestPlatform.h"
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+
+namespace {
+
+// The tool itself, on a bus and a database of the test's own. Arguments are shell text.
+class Vexctl : public testing::Test {
+  protected:
+    struct Result {
+        int status;
+        std::string out;
+        std::string error;
+    };
+
+    FILE* begin(const std::string& arguments, const std::string& errorFile = "errors") const {
+        const std::string command =
+            std::string(VEXCTL_PROGRAM " ") + arguments + " 2>" + platform.directory().file(errorFile);
+        return popen(command.c_str(), "r");
+    }
+
+    Result finish(FILE* process, const std::string& errorFile = "errors") const {
+        std::string out;
+        for (int c = fgetc(process); c != EOF; c = fgetc(process))
+            out += static_cast<char>(c);
+        const int status = pclose(process);
+        std::ifstream errors(platform.directory().file(errorFile));
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                out,
+                {std::istreambuf_iterator<char>(errors), std::istreambuf_iterator<char>()}};
+    }
+
+    Result run(const std::string& arguments) const { return finish(begin(arguments)); }
+
+    // One line that begins with the tool's name and names the thing.
+    static bool complains(const Result& result, const char* text) {
+        return result.out.empty() && result.error.rfind("vexctl: ", 0) == 0 &&
+               result.error.find('\n') == result.error.size() - 1 &&
+               result.error.find(text) != std::string::npos;
+    }
+
+    // Sends signals over and over, for nobody sees when a listener begins, until `wait` has returned.
+    template <typename Wait>
+    void sendUntilDone(Wait wait) const {
+        std::atomic<bool> done{false};
+        std::thread waiter([&] {
+            wait();
+            done = true;
+        });
+        while (!done) {
+            EXPECT_EQ(0, run("signal send other.x 00").status);
+            EXPECT_EQ(0, run("signal send evt.a 00fF7e").status);
+            EXPECT_EQ(0, run("signal send evt").status);
+        }
+        waiter.join();
+    }
+
+    support::TestPlatform platform;
+};
+
+TEST_F(Vexctl, SetsGetsListsAndErases) {
+    EXPECT_TRUE(complains(run("config get cfg.a"), "there is no key cfg.a"));
+    EXPECT_EQ(1, run("config get cfg.a").status);
+    EXPECT_EQ(0, run("config set cfg.a 'two words' cfg.b '' state.c -5 state.d '[x,y]'").status);
+    EXPECT_EQ(0, run("config set cfg.e -- --help").status);
+    EXPECT_EQ("two words\n", run("config get cfg.a").out);
+    EXPECT_EQ("cfg.a=two words\ncfg.b=\ncfg.e=--help\n", run("config list cfg.").out);
+    EXPECT_EQ("state.c=-5\nstate.d=[x,y]\n", run("config list state").out);
+    EXPECT_EQ(0, run("config erase cfg.a absent state.c state.d cfg.e").status);
+    EXPECT_EQ("cfg.b=\n", run("config list").out);
+}
+
+TEST_F(Vexctl, WrongUseIsTwoAndChangesNothing) {
+    for (const char* const arguments :
+         {"", "config", "config set", "config set a 1 b", "config erase", "config get", "config get a b",
+          "config bogus", "signal", "signal send", "signal send a 123", "signal send a 0g",
+          "signal listen --count 0", "signal listen --count x", "signal listen --timeout 0"}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(2, result.status) << arguments;
+        EXPECT_TRUE(complains(result, "")) << arguments << ": " << result.error;
+    }
+    EXPECT_EQ("", run("config list").out);
+    EXPECT_EQ(0, run("config set --help").status);
+}
+
+TEST_F(Vexctl, FailuresNameTheThingAndTheReason) {
+    platform.bus().stop();
+    const Result send = run("signal send evt.a");
+    EXPECT_EQ(1, send.status);
+    EXPECT_TRUE(complains(send, platform.bus().address().c_str())) << send.error;
+    const support::ScopedEnvironment missing("VEX_CONFIGDB", platform.directory().file("no/such.db"));
+    const Result get = run("config get a");
+    EXPECT_EQ(1, get.status);
+    EXPECT_TRUE(complains(get, "no/such.db: there is no directory")) << get.error;
+}
+
+TEST_F(Vexctl, ListenersPrintWhatOthersSendUpToTheirCount) {
+    FILE* const filtered = begin("signal listen evt --count 2 --timeout 60", "errors1");
+    FILE* const all = begin("signal listen --count 5 --timeout 60", "errors2");
+    Result ofFiltered{};
+    Result ofAll{};
+    sendUntilDone([&] {
+        ofFiltered = finish(filtered, "errors1");
+        ofAll = finish(all, "errors2");
+    });
+    EXPECT_EQ(0, ofFiltered.status) << ofFiltered.error;
+    EXPECT_TRUE(ofFiltered.out == "evt.a 00ff7e\nevt\n" || ofFiltered.out == "evt\nevt.a 00ff7e\n")
+        << ofFiltered.out;
+    EXPECT_EQ(0, ofAll.status) << ofAll.error;
+    EXPECT_NE(std::string::npos, ofAll.out.find("other.x 00\nevt.a 00ff7e\nevt\n")) << ofAll.out;
+}
+
+TEST_F(Vexctl, ListenerPrintsAtOnceAndNoticesTheEndOfTheBus) {
+    FILE* const listener = begin("signal listen evt.a");
+    std::array<char, 100> line{};
+    sendUntilDone([&] { EXPECT_NE(nullptr, fgets(line.data(), line.size(), listener)); });
+    EXPECT_STREQ("evt.a 00ff7e\n", line.data());
+    platform.bus().stop();
+    const Result lost = finish(listener);
+    EXPECT_EQ(1, lost.status);
+    EXPECT_EQ("vexctl: the bus is gone\n", lost.error);
+}
+
+TEST_F(Vexctl, ListenerFailsWhenItsSecondsAreOver) {
+    const support::ScopedEnvironment scale("VEX_TIME_SCALE", "1000");
+    const auto start = std::chrono::steady_clock::now();
+    const Result late = run("signal listen evt --count 1 --timeout 0.3");
+    EXPECT_EQ(1, late.status);
+    EXPECT_TRUE(complains(late, "time is over after 0 of 1 signals")) << late.error;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)) << "real seconds";
+    EXPECT_EQ(0, run("signal listen evt --timeout 0.1").status) << "nothing was counted";
+}
+
+} // namespace

@@ -1,0 +1,86 @@
+#include "Commands.h"
+#include "vex/ConfigDatabaseConnection.h"
+#include <functional>
+#include <iostream>
+#include <utility>
+
+using common::ConfigDatabaseConnection;
+using common::ConfigDatabaseRecord;
+
+namespace {
+
+// Opens the database, does `action`, closes it. What the action returns is the exit status.
+int withDatabase(const std::function<int(ConfigDatabaseConnection&)>& action) {
+    ConfigDatabaseConnection& database = *ConfigDatabaseConnection::getInstance();
+    const int status = database.open() ? action(database) : complain(sFailed, database.lastError());
+    database.disconnect();
+    return status;
+}
+
+// The value of the first record of `key`; false, with the reason in the database, when there is none.
+bool readValue(ConfigDatabaseConnection& database, const std::string& key, std::string& value) {
+    unsigned count = 0;
+    ConfigDatabaseRecord* records = nullptr;
+    if (!database.read(key.c_str(), count, records))
+        return false;
+    value = records[0].value != nullptr ? records[0].value : "";
+    database.free(records);
+    return true;
+}
+
+int finishOutput() {
+    std::cout.flush();
+    return std::cout ? sDone : complain(sFailed, "cannot write to standard output");
+}
+
+} // namespace
+
+int configGet(const std::string& key) {
+    return withDatabase([&](ConfigDatabaseConnection& database) {
+        std::string value;
+        if (readValue(database, key, value)) {
+            std::cout << value << '\n';
+            return finishOutput();
+        }
+        return complain(sFailed,
+                        database.lastError().empty() ? "there is no key " + key : database.lastError());
+    });
+}
+
+int configSet(const std::vector<std::string>& keysAndValues) {
+    if (keysAndValues.empty() || keysAndValues.size() % 2 != 0)
+        return complain(sWrongUse, "config set: give KEY VALUE [KEY VALUE ...], a value for every key");
+    std::vector<std::pair<std::string, std::string>> values;
+    for (size_t i = 0; i < keysAndValues.size(); i += 2)
+        values.emplace_back(keysAndValues[i], keysAndValues[i + 1]);
+    return withDatabase([&](ConfigDatabaseConnection& database) {
+        return database.writeStrings(values) ? sDone : complain(sFailed, database.lastError());
+    });
+}
+
+int configErase(const std::vector<std::string>& keys) {
+    if (keys.empty())
+        return complain(sWrongUse, "config erase: give KEY ...");
+    return withDatabase([&](ConfigDatabaseConnection& database) {
+        for (const std::string& key : keys)
+            if (!database.erase(key.c_str()))
+                return complain(sFailed, database.lastError());
+        return sDone;
+    });
+}
+
+int configList(const std::string& prefix) {
+    return withDatabase([&](ConfigDatabaseConnection& database) {
+        std::vector<std::string> keys;
+        if (!database.list(prefix.c_str(), keys))
+            return complain(sFailed, database.lastError());
+        for (const std::string& key : keys) {
+            std::string value;
+            if (readValue(database, key, value))
+                std::cout << key << '=' << value << '\n';
+            else if (!database.lastError().empty())
+                return complain(sFailed, database.lastError());
+        }
+        return finishOutput();
+    });
+}
