@@ -1,0 +1,344 @@
+#include "image/ZempCreator.h"
+
+#include "common/Thread.h"
+#include "common/VexStreamLog.h"
+#include "image/ReleaseHeaderPart.h"
+#include "image/StdioFile.h"
+#include "image/SuumBlob.h"
+#include "image/SwBlob.h"
+#include "image/ZempHeaderPart.h"
+#include "image/zemp_validate.h"
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+std::string ZempCreator::sTempFilename = "/tmp/zempparts";
+
+namespace {
+
+constexpr size_t MinimumParts = 3;
+constexpr size_t CopyBytes = 10000;
+
+// So that no single wait for the disk is long, and a stop is obeyed soon.
+constexpr uint64_t SyncBytes = 8388608;
+
+#define CREATOR_LOG(priority) VEX_LOG(priority) << "ZempCreator::createZemp: "
+
+// Removes a file at the end of its scope.
+class FileRemover {
+  public:
+    explicit FileRemover(const std::string& filename) : mFilename(filename) {}
+    ~FileRemover() {
+        if (mIsArmed)
+            unlink(mFilename.c_str());
+    }
+    FileRemover(const FileRemover&) = delete;
+    FileRemover& operator=(const FileRemover&) = delete;
+    void disarm() { mIsArmed = false; }
+
+  private:
+    const std::string mFilename;
+    bool mIsArmed = true;
+};
+
+// Hands the file's next bytes, at most `size` of them, to `take` in steps, until that returns false. Returns
+// the number of bytes it took.
+template <typename Take>
+uint64_t readInSteps(StdioFile& file, uint64_t size, const Take& take) {
+    uint8_t buffer[CopyBytes];
+    uint64_t done = 0;
+    while (done < size) {
+        CancellationPoint::test();
+        const size_t wanted = static_cast<size_t>(std::min<uint64_t>(size - done, sizeof buffer));
+        const size_t count = file.read(buffer, wanted);
+        if (count > 0 && !take(buffer, count))
+            break;
+        done += count;
+        if (count < wanted)
+            break;
+    }
+    return done;
+}
+
+// Why bytes were not read or written, for messages.
+const char* reason() {
+    return errno == 0 ? "unexpected end of file" : strerror(errno);
+}
+
+bool invalid(const std::string& what) {
+    CREATOR_LOG(LogWarning) << "Invalid " << what << ". Aborting!";
+    return false;
+}
+
+// Writes the parts to the temporary file.
+class BodyWriter {
+  public:
+    BodyWriter(StdioFile& file, zemp_header_t& header) : mFile(file), mHeader(header) {}
+
+    // Takes over the main header, or writes any other part. False, and logged, when that cannot be done.
+    bool add(ZempPart* part);
+
+  private:
+    bool takeHeader(const ZempHeaderPart* part);
+    bool writeRelease(const ReleaseHeaderPart* part);
+    bool writeManifest(const SuumBlob* part);
+    bool writeSoftware(const SwBlob* part);
+    bool writeHeadersOnly(const SwBlob& part);
+    bool copyFromFile(const SwBlob& part);
+    bool write(const void* data, size_t size);
+
+    // Whether the part has a header, and one that ends where the part's kind has it end: no other can be
+    // written.
+    static bool isHeaderUsable(const ZempPart* part, uint32_t length) {
+        return part != nullptr && part->isContentHeaderValid() && part->getHeaderLength() == length;
+    }
+
+    StdioFile& mFile;
+    zemp_header_t& mHeader;
+};
+
+bool BodyWriter::add(ZempPart* part) {
+    const ZempPart::PartType type = part != nullptr ? part->getPartType() : ZempPart::UnspecifiedPart;
+    switch (type) {
+    case ZempPart::ZempHeader:
+        return takeHeader(dynamic_cast<ZempHeaderPart*>(part));
+    case ZempPart::ReleaseHeader:
+        return writeRelease(dynamic_cast<ReleaseHeaderPart*>(part));
+    case ZempPart::SuumBlob:
+        return writeManifest(dynamic_cast<SuumBlob*>(part));
+    case ZempPart::KernelBlob:
+    case ZempPart::Kernel4812Blob:
+    case ZempPart::RootBlob:
+    case ZempPart::AppBlob:
+    case ZempPart::ThirdAppBlob:
+        if (const auto* const blob = dynamic_cast<SwBlob*>(part))
+            return writeSoftware(blob);
+        return invalid(ZempPart::getString(type));
+    case ZempPart::UnspecifiedBlob:
+    case ZempPart::UnspecifiedSwBlob:
+    case ZempPart::UnspecifiedPart:
+        break;
+    }
+    CREATOR_LOG(LogWarning) << ZempPart::getString(type) << " is unknown. Aborting!";
+    return false;
+}
+
+bool BodyWriter::takeHeader(const ZempHeaderPart* part) {
+    if (part == nullptr || !part->isZempHeaderValid())
+        return invalid("ZEMP header");
+    mHeader = *part->getZempHeader();
+    CREATOR_LOG(LogDebug) << "zempHeader.version = " << unsigned{mHeader.version};
+    CREATOR_LOG(LogDebug) << "zempHeader.reserved = " << unsigned{mHeader.reserved};
+    CREATOR_LOG(LogDebug) << "zempHeader.hdr_length = " << mHeader.hdr_length;
+    return true;
+}
+
+bool BodyWriter::writeRelease(const ReleaseHeaderPart* part) {
+    if (!isHeaderUsable(part, ZempFormat::ReleaseBodyOffset) || !part->isReleaseHeaderValid() ||
+        !part->isBodyValid())
+        return invalid("Release header");
+    const std::string text = part->getReleaseHeaderBody();
+    return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
+           write(part->getReleaseHeader(), ZempPart::ZempReleaseHeaderSize) &&
+           write(text.c_str(), text.size() + 1);
+}
+
+bool BodyWriter::writeManifest(const SuumBlob* part) {
+    if (!isHeaderUsable(part, ZempFormat::BlobBodyOffset) || !part->isSuumValid())
+        return invalid("SUUM blob");
+    return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
+           write(part->getBlob(), part->getBlobSize());
+}
+
+bool BodyWriter::writeSoftware(const SwBlob* part) {
+    const char* const type = ZempPart::getString(part->getPartType());
+    if (!isHeaderUsable(part, ZempFormat::SwBlobBodyOffset) || !part->isExtendedHeaderValid())
+        return invalid(type);
+    if (!part->isBodyValid()) {
+        CREATOR_LOG(LogInfo) << type << " not needed. Only write headers";
+        return writeHeadersOnly(*part);
+    }
+    CREATOR_LOG(LogInfo) << type << ". We need this";
+    return copyFromFile(*part);
+}
+
+bool BodyWriter::writeHeadersOnly(const SwBlob& part) {
+    zemp_content_header_t header = *part.getHeader();
+    header.body_length = 0;
+    header.body_crc = 0;
+    uint8_t record[ZempFormat::SwBlobBodyOffset];
+    memcpy(record, &header, sizeof header);
+    memcpy(record + sizeof header, part.getExtendedHeader(), ZempPart::ZempSwBlobHeaderSize);
+    ZempFormat::putLe32(
+        record, crc32_calc(0, record + ZempFormat::CrcFieldSize, sizeof record - ZempFormat::CrcFieldSize));
+    return write(record, sizeof record);
+}
+
+bool BodyWriter::copyFromFile(const SwBlob& part) {
+    const char* const type = ZempPart::getString(part.getPartType());
+    const std::string filename = part.getFilename();
+    const uint64_t length = uint64_t{ZempFormat::SwBlobBodyOffset} + part.getBodyLength();
+    const uint32_t padding = ZempPart::getPadding(part.getBodyLength());
+    CREATOR_LOG(LogDebug) << "length=" << length << ", padding=" << padding;
+
+    StdioFile file;
+    if (!file.openForReading(filename)) {
+        CREATOR_LOG(LogWarning) << "Unable to open '" << filename << "' (" << strerror(errno) << ").";
+        return invalid(type);
+    }
+    // The file was checked when it was parsed; it may have changed since.
+    uint8_t headers[ZempFormat::SwBlobBodyOffset];
+    if (file.read(headers, sizeof headers) != sizeof headers ||
+        memcmp(headers, part.getHeader(), ZempPart::ZempContentHeaderSize) != 0) {
+        CREATOR_LOG(LogWarning) << "'" << filename << "' does not begin with the part's header.";
+        return invalid(type);
+    }
+    if (!write(headers, sizeof headers))
+        return false;
+    bool isWritten = true;
+    uint32_t crc = 0;
+    const uint64_t body = readInSteps(file, part.getBodyLength(), [&](const uint8_t* data, size_t size) {
+        crc = crc32_calc(crc, data, size);
+        return isWritten = write(data, size);
+    });
+    if (!isWritten)
+        return false;
+    if (body != part.getBodyLength()) {
+        CREATOR_LOG(LogWarning) << "Unable to read '" << filename << "' (" << reason() << ").";
+        return invalid(type);
+    }
+    if (crc != part.getBodyCrc()) {
+        CREATOR_LOG(LogWarning) << "'" << filename << "' does not hold the part's body.";
+        return invalid(type);
+    }
+    CREATOR_LOG(LogDebug) << length << " bytes read from " << filename << " and written to temp file.";
+    const uint8_t zeros[ZempFormat::Alignment] = {};
+    return write(zeros, padding);
+}
+
+bool BodyWriter::write(const void* data, size_t size) {
+    if (size == 0 || mFile.write(data, size))
+        return true;
+    CREATOR_LOG(LogWarning) << "Error while writing temporary file (" << strerror(errno) << ").";
+    return false;
+}
+
+// Completes the main header for the body in the temporary file.
+bool describeBody(const std::string& tempFilename, zemp_header_t& header) {
+    StdioFile temp;
+    if (!temp.openOwnForReading(tempFilename)) {
+        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << strerror(errno) << ").";
+        return false;
+    }
+    uint32_t crc = 0;
+    const uint64_t length = readInSteps(temp, UINT32_MAX, [&crc](const uint8_t* data, size_t size) {
+        crc = crc32_calc(crc, data, size);
+        return true;
+    });
+    if (temp.hasFailed() || length == UINT32_MAX) {
+        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << reason() << ").";
+        return false;
+    }
+    CREATOR_LOG(LogDebug) << "Tempfile read (" << length << " bytes)";
+    header.body_length = static_cast<uint32_t>(length);
+    header.body_crc = crc;
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&header);
+    header.hdr_crc =
+        crc32_calc(0, bytes + ZempFormat::CrcFieldSize, sizeof header - ZempFormat::CrcFieldSize);
+    return true;
+}
+
+bool syncDirectoryOf(const std::string& filename) {
+    const size_t slash = filename.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : filename.substr(0, slash + 1);
+    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool isSynced = fsync(fd) == 0;
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return isSynced;
+}
+
+// Writes the image's bytes into `file` and syncs them.
+bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
+    if (!file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
+        !file.write(&header, sizeof header))
+        return false;
+    uint64_t unsynced = 0;
+    const uint64_t length =
+        readInSteps(temp, header.body_length, [&file, &unsynced](const uint8_t* data, size_t size) {
+            unsynced += size;
+            if (unsynced < SyncBytes)
+                return file.write(data, size);
+            unsynced = 0;
+            return file.write(data, size) && file.sync();
+        });
+    if (length != header.body_length || !file.sync())
+        return false;
+    CREATOR_LOG(LogInfo) << length << " bytes read from temp file and written to dest file.";
+    return true;
+}
+
+bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header) {
+    StdioFile temp;
+    if (!temp.openOwnForReading(tempFilename)) {
+        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << strerror(errno) << ").";
+        return false;
+    }
+    StdioFile file;
+    if (!file.createForWriting(filename)) {
+        CREATOR_LOG(LogWarning) << "Unable to open output file.";
+        return false;
+    }
+    FileRemover remover(filename);
+    if (!file.isRegular())
+        remover.disarm(); // never remove a device
+    if (!fillImage(file, temp, header) || !file.close() || !syncDirectoryOf(filename)) {
+        CREATOR_LOG(LogWarning) << "Error while writing output file '" << filename << "' (" << reason()
+                                << ").";
+        return false;
+    }
+    remover.disarm();
+    return true;
+}
+
+} // namespace
+
+ZempCreator::ZempCreator(std::map<const unsigned, ZempPart*> parts) : mParts(std::move(parts)) {}
+
+bool ZempCreator::createZemp(std::string filename) {
+    if (mParts.size() < MinimumParts) {
+        CREATOR_LOG(LogWarning) << "Insufficient ZEMP parts. Aborting!";
+        return false;
+    }
+    StdioFile temp;
+    if (!temp.createOwnForWriting(sTempFilename)) {
+        CREATOR_LOG(LogWarning) << "Unable to create temporary file.";
+        return false;
+    }
+    FileRemover tempRemover(sTempFilename);
+
+    zemp_header_t header{};
+    header.version = ZempFormat::Version; // unless the parts hold a main header
+    header.hdr_length = ZempFormat::HeaderSize;
+    BodyWriter writer(temp, header);
+    for (const auto& entry : mParts) {
+        if (!writer.add(entry.second))
+            return false;
+    }
+    if (!temp.close()) {
+        CREATOR_LOG(LogWarning) << "Error while writing temporary file (" << strerror(errno) << ").";
+        return false;
+    }
+    if (!describeBody(sTempFilename, header) || !writeImage(filename, sTempFilename, header))
+        return false;
+    tempRemover.disarm();
+    if (unlink(sTempFilename.c_str()) != 0) {
+        CREATOR_LOG(LogWarning) << "Error while deleting temporary file.";
+    }
+    return true;
+}

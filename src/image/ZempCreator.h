@@ -1,0 +1,36 @@
+// Writes the reduced update image that the installer takes after the reboot: main header, release header,
+// manifest, and every software blob; blobs that are not needed are reduced to their headers.
+//
+// Used by the file handler's thread. Nothing here throws. Copying is a cancellation point; a stop leaves no
+// partial image behind.
+#ifndef IMAGE_ZEMPCREATOR_H
+#define IMAGE_ZEMPCREATOR_H
+
+#include "image/ZempPart.h"
+#include <map>
+#include <string>
+
+class ZempCreator {
+  public:
+    // The parts by content index, which is their order in the image. They are not owned, and must live, with
+    // the files that hold their bodies, until createZemp() has returned.
+    explicit ZempCreator(std::map<const unsigned, ZempPart*> parts);
+    ~ZempCreator() = default;
+    ZempCreator(const ZempCreator&) = delete;
+    ZempCreator& operator=(const ZempCreator&) = delete;
+
+    // True when the image has been written to `filename` completely and is on disk, its directory entry
+    // included. On failure, which is logged, there is no image or a partial one that was begun is removed.
+    [[nodiscard]] bool createZemp(std::string filename);
+
+    // The file that holds the image's body while it is built, at first "/tmp/zempparts". Tests that run side
+    // by side set one of their own. Set it before threads that compile are started.
+    static void setTempFilename(const std::string& filename) { sTempFilename = filename; }
+
+  private:
+    static std::string sTempFilename;
+
+    const std::map<const unsigned, ZempPart*> mParts;
+};
+
+#endif

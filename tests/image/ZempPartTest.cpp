@@ -1,0 +1,269 @@
+#include "image/ContentBlob.h"
+#include "image/ImageFixtures.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+class ZempPartTest : public testing::Test {
+    const Quiet mQuiet;
+};
+
+zemp_content_header_t contentHeader(uint16_t type, const std::string& name, uint32_t bodyLength = 0) {
+    zemp_content_header_t header{};
+    header.type = type;
+    header.hdr_length = type == ZempFormat::SwBlobType ? 64 : 32;
+    header.body_length = bodyLength;
+    name.copy(header.name, sizeof header.name);
+    return header;
+}
+
+std::unique_ptr<SwBlob> software(const std::string& name, uint8_t major, uint8_t minor, uint16_t build,
+                                 const std::string& buildId) {
+    const zemp_content_header_t header = contentHeader(ZempFormat::SwBlobType, name);
+    zemp_content_software_blob_t extended{};
+    extended.major = major;
+    extended.minor = minor;
+    extended.build = build;
+    buildId.copy(extended.build_id, sizeof extended.build_id);
+    auto blob = std::make_unique<SwBlob>(&header);
+    EXPECT_TRUE(blob->updateExtendedHeader(&extended, true));
+    return blob;
+}
+
+zemp_content_release_header_t releaseHeader(uint8_t major, uint8_t minor, uint16_t build,
+                                            const std::string& name) {
+    zemp_content_release_header_t release{};
+    release.major = major;
+    release.minor = minor;
+    release.build = build;
+    release.time = 86400;
+    name.copy(release.name, sizeof release.name);
+    return release;
+}
+
+TEST_F(ZempPartTest, TypeFollowsFromContentTypeAndExactName) {
+    struct Row {
+        uint16_t type;
+        const char* name;
+        const char* part; // null: no part
+        uint32_t index;
+    };
+    const Row rows[] = {
+        {4, "kernel", "KernelBlob", 2},
+        {4, "kernel4812", "Kernel4812Blob", 3},
+        {4, "root", "RootBlob", 4},
+        {4, "app", "AppBlob", 5},
+        {4, "3rdapp", "ThirdAppBlob", 6},
+        {4, "Kernel", "UnspecifiedSwBlob", 300},
+        {4, "kernel48120123456", "UnspecifiedSwBlob", 300}, // all 16 bytes used
+        {4, "", "UnspecifiedSwBlob", 300},
+        {3, "suum", "UnspecifiedBlob", 200},
+        {1, "release", "ReleaseHeader", 0},
+        {2, "kernel", nullptr, 0},
+        {0, "", nullptr, 0},
+    };
+    for (const Row& row : rows) {
+        const zemp_content_header_t header = contentHeader(row.type, row.name);
+        const std::unique_ptr<ZempPart> part(ZempPart::createZempPart(&header));
+        ASSERT_EQ(part == nullptr, row.part == nullptr) << row.name;
+        if (part == nullptr)
+            continue;
+        EXPECT_STREQ(ZempPart::getString(part->getPartType()), row.part);
+        EXPECT_EQ(part->getContentIndex(), row.index);
+        EXPECT_EQ(part->getPartname(), std::string(row.name).substr(0, 16));
+        EXPECT_TRUE(part->isContentHeaderValid());
+    }
+    EXPECT_EQ(ZempPart::createZempPart(nullptr), nullptr);
+    EXPECT_STREQ(ZempPart::getString(static_cast<ZempPart::PartType>(11)), "<unknown part type>");
+}
+
+TEST_F(ZempPartTest, VersionsAndTexts) {
+    const auto kernel = software("kernel", 1, 2, 3, std::string(28, 'b'));
+    EXPECT_EQ(kernel->toString(), "kernel 1.02-3, " + std::string(28, 'b'));
+    EXPECT_EQ(kernel->getMapKey(), "kernel 1.02-3");
+    EXPECT_EQ(software("root", 255, 123, 65535, "")->getPartVersion(), "255.123-65535");
+
+    const zemp_content_header_t header = contentHeader(ZempFormat::ReleaseHeaderType, "release");
+    const auto values = releaseHeader(1, 5, 7, std::string(36, 'n'));
+    ReleaseHeaderPart release(&header, &values);
+    EXPECT_EQ(release.toString(),
+              "ReleaseHeader: " + std::string(36, 'n') + " 1.05-7, Fri Jan  2 00:00:00 1970");
+    EXPECT_EQ(release.getMapKey(), "ReleaseHeader 1.05-7");
+
+    const zemp_content_header_t plain = contentHeader(ZempFormat::BlobType, "sixteen-letters!");
+    ContentBlob blob(&plain);
+    EXPECT_EQ(blob.toString(), "sixteen-letters!");
+    EXPECT_EQ(blob.getMapKey(), "sixteen-letters! 0");
+    EXPECT_EQ(blob.getPartVersion(), "<unknown part version>");
+
+    ZempHeaderPart main;
+    main.setPartVersion("1.05-7");
+    EXPECT_EQ(main.getMapKey(), "ZempHeader 1.05-7");
+    EXPECT_EQ(main.toString(), "ZempHeader version=0");
+    EXPECT_EQ(main.getPartname(), "ZempHeader");
+    EXPECT_EQ(main.getContentIndex(), 100U);
+}
+
+TEST_F(ZempPartTest, IsVersionComparesAllThreeNumbersOnceTheyAreKnown) {
+    const auto kernel = software("kernel", 1, 2, 3, "");
+    EXPECT_TRUE(kernel->isVersion(1, 2, 3));
+    EXPECT_FALSE(kernel->isVersion(1, 2, 4) || kernel->isVersion(1, 3, 3) || kernel->isVersion(2, 2, 3));
+
+    const zemp_content_header_t header = contentHeader(ZempFormat::SwBlobType, "kernel");
+    SwBlob unread(&header);
+    EXPECT_FALSE(unread.isVersion(0, 0, 0));
+    EXPECT_FALSE(ReleaseHeaderPart(&header, nullptr).isVersion(0, 0, 0));
+    zemp_content_software_blob_t extended = *kernel->getExtendedHeader();
+    unread.updateExtendedHeader(&extended, false);
+    EXPECT_EQ(unread.getMajorVersion() + unread.getMinorVersion() + unread.getBuildVersion(), 0);
+}
+
+// Deliberate: main header and manifest say whether the versions differ, and their minor is a raw character.
+TEST_F(ZempPartTest, IsVersionOfMainHeaderAndManifestIsInverted) {
+    ZempHeaderPart main;
+    const zemp_content_header_t header = contentHeader(ZempFormat::BlobType, "suum");
+    SuumBlob suum(&header);
+    for (const char* version : {"1.05-7", ""}) {
+        main.setPartVersion(version);
+        suum.setPartVersion(version);
+        EXPECT_TRUE(main.isVersion(1, 5, 7));
+        EXPECT_TRUE(suum.isVersion(1, 5, 7));
+    }
+    main.setPartVersion("1.05-7");
+    suum.setPartVersion("1.05-7");
+    EXPECT_FALSE(main.isVersion(1, '5', 7));
+    EXPECT_FALSE(suum.isVersion(1, '5', 7));
+    main.setPartVersion(std::string("1.0\0-7", 6));
+    EXPECT_FALSE(main.isVersion(1, 0, 7));
+}
+
+TEST_F(ZempPartTest, SizeInFileIsPaddedAndSaturates) {
+    const struct {
+        uint32_t bodyLength;
+        uint32_t size;
+    } rows[] = {{0, 64}, {1, 68}, {4, 68}, {5, 72}, {0xFFFFFFFFU, 0xFFFFFFFFU}, {0xFFFFFFC0U, 0xFFFFFFFFU}};
+    for (const auto& row : rows) {
+        const zemp_content_header_t header = contentHeader(ZempFormat::SwBlobType, "app", row.bodyLength);
+        EXPECT_EQ(SwBlob(&header).getSizeInZempFile(), row.size);
+    }
+    EXPECT_EQ(ZempHeaderPart().getSizeInZempFile(), 0U);
+}
+
+TEST_F(ZempPartTest, ExtendedHeadersSayWhetherAFieldChanged) {
+    const auto kernel = software("kernel", 1, 2, 3, "id");
+    zemp_content_software_blob_t extended = *kernel->getExtendedHeader();
+    EXPECT_FALSE(kernel->updateExtendedHeader(&extended, true));
+    EXPECT_FALSE(kernel->updateExtendedHeader(nullptr, false));
+    EXPECT_TRUE(kernel->isExtendedHeaderValid());
+    extended.build_id[1] = 'D';
+    EXPECT_TRUE(kernel->updateExtendedHeader(&extended, true));
+    EXPECT_EQ(kernel->toString(), "kernel 1.02-3, iD");
+
+    const zemp_content_header_t header = contentHeader(ZempFormat::ReleaseHeaderType, "release");
+    auto values = releaseHeader(1, 5, 7, "name");
+    ReleaseHeaderPart release(&header, &values);
+    EXPECT_FALSE(release.updateReleaseHeader(&values));
+    values.name[35] = 'x'; // behind the terminator, but under the header's CRC
+    EXPECT_TRUE(release.updateReleaseHeader(&values));
+    EXPECT_EQ(release.getReleaseHeader()->name[35], 'x');
+}
+
+// A part that learned something later is merged into the one known before.
+TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
+    const auto known = software("kernel", 1, 2, 3, "old");
+    const auto later = software("kernel", 1, 2, 4, "new");
+    later->setFilename("/x/later");
+    later->setIsBodyValid(true);
+    later->setUsedDataSize(99);
+    known->update(later.get());
+    EXPECT_EQ(known->toString(), "kernel 1.02-4, new");
+    EXPECT_EQ(known->getFilename(), "/x/later");
+    EXPECT_TRUE(known->isBodyValid() && known->isExtendedHeaderValid());
+    EXPECT_EQ(known->getUsedSize(), 99U);
+
+    const zemp_content_header_t header = contentHeader(ZempFormat::SwBlobType, "kernel");
+    SwBlob unread(&header);
+    known->update(&unread);
+    EXPECT_FALSE(known->isBodyValid() || known->isExtendedHeaderValid());
+}
+
+TEST_F(ZempPartTest, UpdateOfTheManifestCopiesElementsAndBytes) {
+    const zemp_content_header_t header = contentHeader(ZempFormat::BlobType, "suum");
+    SuumBlob known(&header);
+    known.addSuumElement(1, "gone", 0, 0, "", "", "", 0, 0, 0, 0, true);
+    {
+        SuumBlob later(&header);
+        later.addSuumElement(2, "kernel", 5, 10, "/m", "ext4", "4813", 1, 2, 3, 1, true);
+        const Bytes blob = pattern(12);
+        later.setBlob(blob.data(), 12);
+        later.setIsSuumValid(true);
+        later.setPartVersion("1.05-7");
+        known.update(&later);
+    }
+    EXPECT_EQ(known.toString(), "suum 1 elements for 1.05-7");
+    ASSERT_NE(known.getElementAt(0), nullptr);
+    EXPECT_EQ(known.getElementAt(0)->getPoolname(), "kernel");
+    EXPECT_EQ(known.getElementAt(0)->getReserved(), 5);
+    EXPECT_EQ(known.getElementAt(1), nullptr);
+    EXPECT_TRUE(known.isSuumValid());
+    EXPECT_EQ(Bytes(known.getBlob(), known.getBlob() + known.getBlobSize()), pattern(12));
+
+    known.update(&known);
+    EXPECT_EQ(known.getNumberOfElements(), 1U);
+    EXPECT_EQ(known.getBlobSize(), 12U);
+}
+
+TEST_F(ZempPartTest, UpdateFromAnotherClassChangesNothing) {
+    const auto kernel = software("kernel", 1, 2, 3, "id");
+    const zemp_content_header_t plain = contentHeader(ZempFormat::BlobType, "other");
+    ContentBlob blob(&plain);
+    EXPECT_FALSE(kernel->updateFrom(&blob));
+    EXPECT_FALSE(kernel->updateFrom(nullptr));
+    kernel->update(&blob);
+    kernel->update(nullptr);
+    EXPECT_EQ(kernel->toString(), "kernel 1.02-3, id");
+
+    SwBlob sameType(&plain); // the blob's part type in another class
+    blob.setFilename("/x");
+    blob.update(&sameType);
+    EXPECT_EQ(blob.getFilename(), "/x");
+}
+
+TEST_F(ZempPartTest, UpdateOfMainAndReleaseHeader) {
+    ZempHeaderPart main;
+    ZempHeaderPart laterMain;
+    zemp_header_t values{};
+    values.version = 1;
+    values.body_length = 77;
+    laterMain.updateZempHeader(&values);
+    laterMain.setPartVersion("1.05-7");
+    main.update(&laterMain);
+    EXPECT_TRUE(main.isZempHeaderValid());
+    EXPECT_EQ(main.getZempHeader()->body_length, 77U);
+    EXPECT_EQ(main.getMapKey(), "ZempHeader 1.05-7");
+    EXPECT_FALSE(main.isContentHeaderValid());
+
+    const zemp_content_header_t header = contentHeader(ZempFormat::ReleaseHeaderType, "release");
+    ReleaseHeaderPart release(&header, nullptr);
+    const auto release157 = releaseHeader(1, 5, 7, "name");
+    ReleaseHeaderPart later(&header, &release157);
+    later.setReleaseHeaderBody("text");
+    release.update(&later);
+    EXPECT_TRUE(release.isVersion(1, 5, 7));
+    EXPECT_EQ(release.getReleaseHeaderBody(), "text");
+}
+
+TEST_F(ZempPartTest, NamesAndUpdatesAreTraced) {
+    const auto kernel = software("kernel", 1, 2, 3, "id");
+    const auto later = software("kernel", 1, 2, 3, "id");
+    const support::LogCapture log;
+    kernel->update(later.get());
+    kernel->updateContentHeader(nullptr);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "LOG_DEBUG ZempPart::updateContentHeader() Discarding content part name='kernel'.",
+                  "LOG_DEBUG SwBlob::update() kernel 1.02-3, id.",
+                  "LOG_DEBUG ZempPart::updateContentHeader() Header is NULL!"}));
+}
+
+} // namespace
