@@ -191,7 +191,8 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     // The file was checked when it was parsed; it may have changed since.
     uint8_t headers[ZempFormat::SwBlobBodyOffset];
     if (file.read(headers, sizeof headers) != sizeof headers ||
-        memcmp(headers, part.getHeader(), ZempPart::ZempContentHeaderSize) != 0) {
+        memcmp(headers, part.getHeader(), ZempPart::ZempContentHeaderSize) != 0 ||
+        zemp_validate_content_header(reinterpret_cast<const zemp_content_header_t*>(headers)) != ZempValid) {
         CREATOR_LOG(LogWarning) << "'" << filename << "' does not begin with the part's header.";
         return invalid(type);
     }

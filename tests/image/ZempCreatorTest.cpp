@@ -1,0 +1,278 @@
+#include "image/ZempCreator.h"
+#include "common/Thread.h"
+#include "image/ContentBlob.h"
+#include "image/ImageFixtures.h"
+#include "image/zemp_validate.h"
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using PartMap = std::map<const unsigned, ZempPart*>;
+
+const std::string Prefix = "LOG_WARNING ZempCreator::createZemp: ";
+
+// An update in a directory of its own: parts that were downloaded as the daemon does it, the image start in
+// one file and each blob in one of its own, with its body or without.
+class ZempCreatorTest : public testing::Test {
+  protected:
+    ZempCreatorTest() { ZempCreator::setTempFilename(temp()); }
+    ~ZempCreatorTest() override { ZempCreator::setTempFilename("/tmp/zempparts"); }
+
+    std::string temp() const { return mDirectory.file("parts"); }
+    std::string output() const { return mDirectory.file("update"); }
+    std::string partFile(size_t index) const { return mDirectory.file("part" + std::to_string(index)); }
+
+    // Downloads the image's first parts and, under keys 2, 4, 5 and so on, its blobs; those in `needed`
+    // wholly.
+    void download(const ImageBuilder& image, const std::vector<size_t>& needed) {
+        const support::LogCapture quiet(LogEmergency);
+        writeFile(mDirectory.file("start"), image.build());
+        mStart = std::make_unique<Parse>(mDirectory.file("start"), 0, FileFragment::ZempStart);
+        ASSERT_EQ(mStart->count(), 3U);
+        mMap[0] = mStart->at(1);
+        mMap[1] = mStart->at(2);
+        for (size_t i = 2; i < image.count(); ++i) {
+            Bytes part = image.buildPart(i);
+            const bool isNeeded = std::count(needed.begin(), needed.end(), i) > 0;
+            if (!isNeeded)
+                part.resize(ZempFormat::SwBlobBodyOffset + 1); // the header, and not all of the body
+            writeFile(partFile(i), part);
+            mBlobs.push_back(std::make_unique<Parse>(partFile(i), 0, FileFragment::ContentPart));
+            ASSERT_EQ(mBlobs.back()->count(), 1U);
+            ZempPart* const blob = mBlobs.back()->at(0);
+            ASSERT_EQ(blob->isBodyValid(), isNeeded);
+            blob->setFilename(partFile(i));
+            mMap[blob->getContentIndex()] = blob;
+        }
+    }
+
+    // The golden image with its kernel needed.
+    void downloadGolden() { download(goldenBuilder(), {2}); }
+
+    // Compiles and expects that it fails with this line last, and that nothing is left behind.
+    void expectFailure(const std::string& line) {
+        const support::LogCapture log;
+        EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(log.lines().back(), Prefix + line);
+        EXPECT_FALSE(std::filesystem::is_regular_file(output()));
+        EXPECT_FALSE(std::filesystem::is_regular_file(temp()));
+    }
+
+    const support::TemporaryDirectory mDirectory;
+    std::unique_ptr<Parse> mStart;
+    std::vector<std::unique_ptr<Parse>> mBlobs;
+    PartMap mMap;
+};
+
+TEST_F(ZempCreatorTest, CompilesTheGoldenImage) {
+    downloadGolden();
+    const support::LogCapture log;
+    ASSERT_TRUE(ZempCreator(mMap).createZemp(output()));
+    const Bytes image = readFile(output());
+    ASSERT_EQ(image.size(), 348U);
+    EXPECT_EQ(crc32_calc(0, image.data(), image.size()), 0x3be048deU);
+    EXPECT_EQ(ZempFormat::getLe32(&image[RootOffset]), 0xa00e0248U);
+    EXPECT_EQ(Bytes(&image[KernelOffset], &image[RootOffset]), goldenBuilder().buildPart(2));
+    const auto* const header = reinterpret_cast<const zemp_header_t*>(&image[ZempFormat::HeaderOffset]);
+    EXPECT_EQ(zemp_validate_header(header), ZempValid);
+    EXPECT_EQ(zemp_validate_body(header, &image[24]), ZempValid);
+    EXPECT_FALSE(std::filesystem::exists(temp()));
+    const std::string info = "LOG_INFO ZempCreator::createZemp: ";
+    EXPECT_TRUE(log.has(info + "KernelBlob. We need this"));
+    EXPECT_TRUE(log.has(info + "RootBlob not needed. Only write headers"));
+    EXPECT_TRUE(log.has(info + "324 bytes read from temp file and written to dest file."));
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempCreator::createZemp: length=69, padding=3"));
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempCreator::createZemp: 69 bytes read from " + partFile(2) +
+                        " and written to temp file."));
+}
+
+// Bodies around the sizes in which files are copied, each byte in its place.
+TEST_F(ZempCreatorTest, LargeBodiesComeOutByteForByte) {
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", "Release", true);
+    image.manifest("# none\n");
+    size_t size = 9999;
+    for (const char* name : {"kernel", "kernel4812", "root", "app", "3rdapp"}) {
+        image.software(name, {1, 2, 3}, "id", pattern(size));
+        size = size == 9999 ? 10000 : size == 10000 ? 131072 : size * 3 + 1;
+    }
+    download(image, {2, 3, 4, 5, 6});
+    const Quiet quiet;
+    writeFile(output(), pattern(3000000)); // of an earlier compile
+    ASSERT_TRUE(ZempCreator(mMap).createZemp(output()));
+    EXPECT_EQ(readFile(output()), image.build());
+}
+
+TEST_F(ZempCreatorTest, MainHeaderOfTheImageIsKept) {
+    downloadGolden();
+    zemp_header_t values = *static_cast<ZempHeaderPart*>(mStart->at(0))->getZempHeader();
+    values.reserved = 0x5A;
+    static_cast<ZempHeaderPart*>(mStart->at(0))->updateZempHeader(&values);
+    mMap[100] = mStart->at(0);
+    const Quiet quiet;
+    ASSERT_TRUE(ZempCreator(mMap).createZemp(output()));
+    const Bytes image = readFile(output());
+    EXPECT_EQ(image.at(ZempFormat::HeaderOffset + 5), 0x5A);
+    EXPECT_EQ(zemp_validate_header(reinterpret_cast<const zemp_header_t*>(&image[ZempFormat::HeaderOffset])),
+              ZempValid);
+}
+
+TEST_F(ZempCreatorTest, RefusesPartsItCannotWrite) {
+    downloadGolden();
+    const PartMap good = mMap;
+    const support::LogCapture quiet(LogEmergency);
+    const auto refuses = [&](unsigned key, ZempPart* part, const std::string& line) {
+        mMap = good;
+        mMap[key] = part;
+        expectFailure(line);
+    };
+    zemp_content_header_t header = *good.at(2)->getHeader();
+    ZempHeaderPart noHeader;
+    refuses(100, &noHeader, "Invalid ZEMP header. Aborting!");
+    ReleaseHeaderPart noRelease(good.at(0)->getHeader(), nullptr);
+    noRelease.setIsBodyValid(true);
+    refuses(0, &noRelease, "Invalid Release header. Aborting!");
+    SuumBlob noManifest(good.at(1)->getHeader());
+    refuses(1, &noManifest, "Invalid SUUM blob. Aborting!");
+    SwBlob noExtendedHeader(&header);
+    refuses(2, &noExtendedHeader, "Invalid KernelBlob. Aborting!");
+    header.hdr_length = 68; // its header would not be written whole
+    SwBlob longHeader(&header);
+    longHeader.updateExtendedHeader(static_cast<SwBlob*>(good.at(2))->getExtendedHeader(), true);
+    refuses(2, &longHeader, "Invalid KernelBlob. Aborting!");
+    header.name[0] = 'x';
+    SwBlob unknown(&header);
+    refuses(9, &unknown, "UnspecifiedSwBlob is unknown. Aborting!");
+    ContentBlob plain(good.at(1)->getHeader());
+    refuses(9, &plain, "UnspecifiedBlob is unknown. Aborting!");
+    refuses(9, nullptr, "UnspecifiedPart is unknown. Aborting!");
+    mMap = {{0, good.at(0)}, {100, mStart->at(0)}};
+    expectFailure("Insufficient ZEMP parts. Aborting!");
+}
+
+// The part's file may have changed since it was parsed.
+TEST_F(ZempCreatorTest, NeededBodyMustStillBeInItsFile) {
+    downloadGolden();
+    const Bytes part = goldenBuilder().buildPart(2);
+    const std::string line = "Invalid KernelBlob. Aborting!";
+    for (size_t size = 0; size < part.size() - 3; ++size) {
+        writeFile(partFile(2), Bytes(part.begin(), part.begin() + static_cast<std::ptrdiff_t>(size)));
+        expectFailure(line);
+    }
+    for (size_t i = 0; i < part.size() - 3; ++i) {
+        Bytes damaged = part;
+        damaged[i] ^= 0x10U;
+        writeFile(partFile(2), damaged);
+        expectFailure(line);
+    }
+    std::filesystem::remove(partFile(2));
+    expectFailure(line);
+    writeFile(partFile(2), Bytes(part.begin(), part.end() - 3)); // padding is not read from the file
+    const Quiet quiet;
+    EXPECT_TRUE(ZempCreator(mMap).createZemp(output()));
+}
+
+TEST_F(ZempCreatorTest, PlantedTemporaryFileIsNotUsed) {
+    downloadGolden();
+    const std::string victim = mDirectory.file("victim");
+    writeFile(victim, bytesOf("precious"));
+    const auto expectRefused = [&] {
+        const support::LogCapture log;
+        EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
+        EXPECT_TRUE(log.has(Prefix + "Unable to create temporary file."));
+        EXPECT_EQ(readFile(victim), bytesOf("precious"));
+        EXPECT_FALSE(std::filesystem::exists(output()));
+        std::filesystem::remove_all(temp());
+    };
+    ASSERT_EQ(symlink(victim.c_str(), temp().c_str()), 0);
+    expectRefused();
+    ASSERT_EQ(link(victim.c_str(), temp().c_str()), 0);
+    expectRefused();
+    ASSERT_EQ(mkfifo(temp().c_str(), 0600), 0);
+    expectRefused();
+    ASSERT_EQ(mkdir(temp().c_str(), 0700), 0);
+    expectRefused();
+    writeFile(temp(), pattern(1000)); // a left-over of our own is no obstacle
+    const Quiet quiet;
+    EXPECT_TRUE(ZempCreator(mMap).createZemp(output()));
+    EXPECT_EQ(readFile(output()).size(), 348U);
+}
+
+TEST_F(ZempCreatorTest, OutputThatCannotBeWrittenFails) {
+    downloadGolden();
+    const support::LogCapture log;
+    EXPECT_FALSE(ZempCreator(mMap).createZemp(mDirectory.file("absent/update")));
+    EXPECT_TRUE(log.has(Prefix + "Unable to open output file."));
+    EXPECT_FALSE(ZempCreator(mMap).createZemp("/dev/full"));
+    EXPECT_TRUE(log.has(Prefix + "Error while writing output file '/dev/full' (No space left on device)."));
+    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
+    EXPECT_FALSE(std::filesystem::exists(temp()));
+}
+
+// A full disk, for the temporary file and then, a little larger, for the image.
+TEST_F(ZempCreatorTest, FullDiskLeavesNothingBehind) {
+    downloadGolden();
+    const auto previous = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit saved {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    for (const auto& [bytes, line] : std::map<rlim_t, std::string>{
+             {300, "Error while writing temporary file (File too large)."},
+             {340, "Error while writing output file '" + output() + "' (File too large)."}}) {
+        const struct rlimit limit { bytes, saved.rlim_max };
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        expectFailure(line);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &saved), 0);
+    }
+    signal(SIGXFSZ, previous);
+    const Quiet quiet;
+    EXPECT_TRUE(ZempCreator(mMap).createZemp(output()));
+}
+
+// Compiles in a thread of its own.
+class Compile : public Thread {
+  public:
+    Compile(const PartMap& parts, const std::string& output) : mParts(parts), mOutput(output) {
+        EXPECT_EQ(start(), 0);
+    }
+    ~Compile() override { stop(); }
+    void* run() override {
+        mIsDone = ZempCreator(mParts).createZemp(mOutput);
+        mHasEnded = true;
+        return nullptr;
+    }
+    void stop() { cancelAndJoin(); }
+    std::atomic<bool> mIsDone{false};
+    std::atomic<bool> mHasEnded{false};
+
+  private:
+    const PartMap mParts;
+    const std::string mOutput;
+};
+
+TEST_F(ZempCreatorTest, StopLeavesAWholeImageOrNone) {
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", "Release", true);
+    image.manifest("# none\n");
+    image.software("kernel", {1, 2, 3}, "id", pattern(20000000));
+    download(image, {2});
+    const Quiet quiet;
+    for (const std::string& awaited : {std::string("/"), temp(), output()}) {
+        Compile compile(mMap, output());
+        while (!compile.mHasEnded && !std::filesystem::exists(awaited))
+            std::this_thread::yield();
+        compile.stop();
+        EXPECT_EQ(std::filesystem::exists(output()), compile.mIsDone);
+        EXPECT_TRUE(!compile.mIsDone || readFile(output()) == image.build());
+        EXPECT_FALSE(std::filesystem::exists(temp()));
+        std::filesystem::remove(output());
+    }
+}
+
+} // namespace
