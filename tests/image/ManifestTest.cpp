@@ -1,0 +1,130 @@
+#include "image/ImageFixtures.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+// A parsed manifest text, and what was logged about it.
+class Manifest {
+  public:
+    explicit Manifest(const std::string& text) {
+        ImageBuilder image;
+        image.manifest(text);
+        mParse = std::make_unique<Parse>(image.buildPart(0), FileFragment::ContentPart);
+        EXPECT_EQ(mParse->count(), 1U);
+    }
+    SuumBlob& suum() { return *static_cast<SuumBlob*>(mParse->at(0)); }
+    const SuumBlob::Element& at(uint32_t index) { return *suum().getElementAt(index); }
+    uint32_t count() { return suum().getNumberOfElements(); }
+    support::LogCapture log;
+
+  private:
+    std::unique_ptr<Parse> mParse;
+};
+
+// One element in short: "index pool partsize mount fs platform version meta".
+std::string text(const SuumBlob::Element& element) {
+    return std::to_string(element.getContentIndex()) + " " + element.getPoolname() + " " +
+           std::to_string(element.getPartsize()) + " [" + element.getMountPoint() + "] [" +
+           element.getFilesystem() + "] " + element.getPlatform() + " " +
+           ZempPart::getVersionString(element.getMajor(), element.getMinor(), element.getBuild()) +
+           (element.isVersionValid() ? "" : " invalid") + (element.isMetaValid() ? " meta" : "");
+}
+
+TEST(Manifest, LinesInBothForms) {
+    struct Row {
+        const char* line;
+        const char* element; // null: wrong syntax
+        bool isValid = true; // the manifest
+    };
+    const Row rows[] = {
+        {"3,root,1000,/mnt,ext4,4813,1.2.3,1", "3 root 1000 [/mnt] [ext4] 4813 1.02-3 meta"},
+        {"3,root,0,-,-,-,1.2.3,0", "3 root 0 [] [] - 1.02-3"},
+        {"3,root,0,-none,-,-,01020003,1", "3 root 0 [] [] - 1.02-3 meta"},
+        {"3,root,0,-,-,-,0xFF0003e8,1", "3 root 0 [] [] - 255.00-1000 meta"},
+        {"3,root,0,-,-,-,abc,1", "3 root 0 [] [] - 0.00-2748 meta"},
+        {"010,root,0x10,-,-,-,010.0x10.3,1", "8 root 16 [] [] - 8.16-3 meta"}, // octal, hexadecimal
+        {"3,root,0,-,-,-,1.2.3,1 and more", "3 root 0 [] [] - 1.02-3 meta"},
+        {" 3, root,0,-,-,-,1.2.3,1\r", "3  root 0 [] [] - 1.02-3 meta"},
+        {"200,root,0,-,-,-,1.2.3,1", "4294967240 root 0 [] [] - 1.02-3 meta"}, // one signed byte
+        {"127,root,0,-,-,-,300.2.65537,256", "127 root 0 [] [] - 44.02-1"},
+        // 32-bit numbers, whatever the machine
+        {"3,root,4294967296,-,-,-,1.2.3,1", "3 root 2147483647 [] [] - 1.02-3 meta"},
+        {"3,root,-99999999999999999999,-,-,-,1.2.3,1", "3 root 2147483648 [] [] - 1.02-3 meta"},
+        {"3,root,0,-,-,-,4294967295.2.3,1", "3 root 0 [] [] - 255.02-3 meta"},
+        {"3,root,0,-,-,-,-2,1", "3 root 0 [] [] - 255.255-65534 meta"},
+        // -1 as a version
+        {"3,root,0,-,-,-,1.-1.3,1", "", false},
+        {"3,root,0,-,-,-,FFFFFFFF,1", "3 root 0 [] [] - 255.255-65535 invalid meta", false},
+        {"3,root,0,-,-,-,1FFFFFFFF,1", "3 root 0 [] [] - 255.255-65535 invalid meta", false},
+        {"3,root,0,-,-,-,-1,1", "3 root 0 [] [] - 255.255-65535 invalid meta", false},
+        // neither form
+        {"3,root,0,-,-,-,xyz,1", nullptr},
+        {"3,root,0,-,-,-,1.2.3", nullptr},
+        {"3,root,0,,-,-,1.2.3,1", nullptr},
+        {"root", nullptr},
+        {" ", nullptr},
+    };
+    for (const Row& row : rows) {
+        Manifest manifest(std::string(row.line) + "\n1,next,0,-,-,-,1.1.1,1\n");
+        const bool isElement = row.element != nullptr && *row.element != '\0';
+        ASSERT_EQ(manifest.count(), isElement ? 2U : 1U) << row.line;
+        if (isElement) {
+            EXPECT_EQ(text(manifest.at(0)), row.element) << row.line;
+        }
+        EXPECT_EQ(manifest.at(manifest.count() - 1).getPoolname(), "next");
+        EXPECT_EQ(manifest.suum().isSuumValid(), row.isValid) << row.line;
+        EXPECT_EQ(manifest.log.count("Wrong syntax"), row.element == nullptr ? 1U : 0U) << row.line;
+    }
+}
+
+TEST(Manifest, WrongSyntaxIsToldWithTheColumnsFound) {
+    Manifest manifest("# one\n3,root,0,-,-,-,xyz,1\n");
+    EXPECT_TRUE(
+        manifest.log.has("LOG_WARNING ZempParser::parseSuumBlob() Entry i=1 Wrong syntax, skip (res=6 "
+                         "buffer='3,root,0,-,-,-,xyz,1'."));
+    EXPECT_TRUE(manifest.log.has("LOG_DEBUG ZempParser::parseSuumBlob() Stop EOF, scan result=-1."));
+    EXPECT_TRUE(manifest.log.has("LOG_DEBUG ZempParser::parseSuumBlob() Suum is valid."));
+}
+
+const std::string Line = "1,pool,0,-,-,-,1.2.3,1\n";
+
+std::string repeated(const std::string& text, size_t times) {
+    std::string all;
+    while (times-- > 0)
+        all += text;
+    return all;
+}
+
+TEST(Manifest, FortyLinesAreLookedAt) {
+    EXPECT_EQ(Manifest(repeated(Line, 50)).count(), 40U);
+    EXPECT_EQ(Manifest(repeated("#\n", 20) + repeated("wrong\n", 10) + repeated(Line, 50)).count(), 10U);
+}
+
+TEST(Manifest, EmptyLineOrZeroByteEndsIt) {
+    Manifest manifest(Line + "\n" + Line);
+    EXPECT_EQ(manifest.count(), 1U);
+    EXPECT_TRUE(manifest.log.has("LOG_WARNING ZempParser::parseSuumBlob() Stop sub zero scan result=0."));
+    EXPECT_EQ(Manifest(Line + std::string(1, '\0') + Line).count(), 1U);
+    EXPECT_EQ(Manifest("").count(), 0U);
+}
+
+TEST(Manifest, LineEndMayBeMissingAndLinesMayBeLong) {
+    EXPECT_EQ(Manifest(Line + "2,last,0,-,-,-,1.2.3,1").count(), 2U);
+    EXPECT_EQ(Manifest("#" + std::string(5000, 'x') + "\n" + Line).count(), 1U);
+    Manifest pool("1," + std::string(5000, 'x') + ",0,-,-,-,1.2.3,1\n" + Line);
+    EXPECT_EQ(pool.count(), 1U);
+    EXPECT_EQ(pool.log.count("Entry i=0 Wrong syntax"), 1U);
+    Manifest fits("1," + std::string(1900, 'x') + ",0,-,-,-,1.2.3,1\n");
+    ASSERT_EQ(fits.count(), 1U);
+    EXPECT_EQ(fits.at(0).getPoolname().size(), 1900U);
+}
+
+TEST(Manifest, BytesAreKeptWithTheirPadding) {
+    Manifest manifest(Line);
+    const Bytes expected = bytesOf(Line + std::string(1, '\0'));
+    ASSERT_EQ(expected.size(), 24U);
+    EXPECT_EQ(Bytes(manifest.suum().getBlob(), manifest.suum().getBlob() + manifest.suum().getBlobSize()),
+              expected);
+}
+
+} // namespace

@@ -1,0 +1,361 @@
+#include "image/ImageFixtures.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+using support::LogCapture;
+using Lines = std::vector<std::string>;
+
+const std::string Warning = "LOG_WARNING ZempParser::";
+
+// Warnings of a parse of these bytes.
+Lines warningsOf(const Bytes& bytes, FileFragment::FragmentType type) {
+    const LogCapture log(LogWarning);
+    const Parse parse(bytes, type);
+    Lines lines = log.lines();
+    for (std::string& line : lines) {
+        const size_t directory = line.find(" /tmp/");
+        if (directory != std::string::npos)
+            line.replace(directory, std::string::npos, " FILE.");
+    }
+    return lines;
+}
+
+TEST(ZempParserFile, WhatCannotBeOpenedIsNotParsed) {
+    const support::TemporaryDirectory directory;
+    const std::string absent = directory.file("absent");
+    const std::string empty = directory.file("empty");
+    writeFile(empty, {});
+    ZempParser parser;
+    const LogCapture log(LogWarning);
+    EXPECT_FALSE(parser.parseFile("", 0, FileFragment::ZempFile));
+    EXPECT_FALSE(parser.parseFile(absent, 10, FileFragment::UpdateZempFile));
+    EXPECT_FALSE(parser.parseFile(absent, 0, FileFragment::ZempFile));
+    EXPECT_FALSE(parser.parseFile(absent, 10, FileFragment::ZempFile));
+    EXPECT_FALSE(parser.parseFile(empty, 0, FileFragment::ContentPart));
+    EXPECT_EQ(log.lines(), (Lines{Warning + "parseFile() Filename is NULL!",
+                                  Warning + "parseFile() Do not know how to parse UpdateZempFile.",
+                                  Warning + "parseFile() Cannot stat filename='" + absent + "'!",
+                                  Warning + "parseFile() Unable to open file '" + absent + "'.",
+                                  Warning + "parseFile() Filename='" + empty + "' has zero size! (0)."}));
+    EXPECT_FALSE(parser.parseFile(directory.path(), 0, FileFragment::ZempFile));
+    EXPECT_EQ(parser.getNumberOfZempParts(), 0U);
+    EXPECT_EQ(parser.getZempPartAt(0), nullptr);
+}
+
+TEST(ZempParserFile, MainHeaderIsChecked) {
+    struct Row {
+        const char* what;
+        Bytes image;
+        std::string warning;
+    };
+    const auto with = [](const std::function<void(imagefile::MainHeader&)>& change) {
+        ImageBuilder image = goldenBuilder();
+        change(image.header);
+        return image.build();
+    };
+    Bytes wrongMagic = goldenBuilder().build();
+    wrongMagic[7] = 'Q';
+    Bytes farHeader = with([](auto& header) { header.headerLength = 65535; });
+    farHeader.resize(100);
+    Bytes magicAndAByte = bytesOf("PMEZZEMP\x01");
+    const Row rows[] = {
+        {"only the magic", bytesOf("PMEZZEMP"),
+         "parseZempFileStart() Not enough data (size=8, need at least 8"},
+        {"wrong magic", wrongMagic, "parseZempFileStart() No header magic!"},
+        {"cut header", magicAndAByte, "parseZempHeader() Not enough data (size=1, need at least 16"},
+        {"version", with([](auto& header) { header.version = 2; }),
+         "parseZempHeader() Cannot handle ZEMP version 2! Can version=1"},
+        {"short header", with([](auto& header) { header.headerLength = 15; }),
+         "parseZempHeader() Bad header size=15! Should be at least 16"},
+        {"CRC", with([](auto& header) { header.headerCrc = 1; }),
+         "parseZempHeader() Header fails CRC check!"},
+        {"header beyond the file", farHeader, "parseZempHeader() Header fails CRC check!"},
+    };
+    for (const Row& row : rows) {
+        const Lines warnings = warningsOf(row.image, FileFragment::ZempFile);
+        ASSERT_EQ(warnings.size(), 2U) << row.what;
+        EXPECT_EQ(warnings[0], Warning + row.warning);
+        EXPECT_EQ(warnings[1].find(Warning + "parseFile() "), 0U) << warnings[1];
+    }
+}
+
+TEST(ZempParserFile, LongerMainHeaderAndWrongBodyCrcAreAccepted) {
+    const Quiet quiet;
+    ImageBuilder image = goldenBuilder();
+    image.header.extension = pattern(5000); // more than the first read brings
+    image.header.bodyCrc = 1;
+    const Parse parse(image.build(), FileFragment::ZempFile);
+    EXPECT_TRUE(parse.isParsed);
+    EXPECT_EQ(parse.count(), 5U);
+}
+
+TEST(ZempParserFile, ContentHeadersAreChecked) {
+    ImageBuilder image = goldenBuilder();
+    imagefile::Part& kernel = image.at(2);
+    const auto warnings = [&] { return warningsOf(image.buildPart(2), FileFragment::ContentPart); };
+    const Lines last = {Warning + "parseContentPart() Offset 0 is NOT a valid content header!",
+                        Warning + "parseFile() Failed parse of ZEMP part FILE."};
+    kernel.headerCrc = 0x12;
+    for (const uint16_t length : std::initializer_list<uint16_t>{0, 1, 3, 31}) {
+        kernel.headerLength = length;
+        EXPECT_EQ(
+            warnings(),
+            (Lines{Warning + "parseContentHeader() Header length=" + std::to_string(length) + " crc=0x12",
+                   last[0], last[1]}));
+    }
+    kernel.headerLength = 1000;
+    EXPECT_EQ(warnings(),
+              (Lines{Warning + "parseContentHeader() Not enough header data (size=72, need at least 1000",
+                     last[0], last[1]}));
+    kernel.headerLength.reset();
+    EXPECT_EQ(warnings()[0],
+              Warning + "parseContentHeader() CRC failed, either there is no header or it has bad CRC.");
+    kernel.headerCrc = 0;
+    EXPECT_EQ(warnings()[0], Warning + "parseContentHeader() Header length=64 crc=0x0");
+    kernel.headerCrc.reset();
+    kernel.type = 2;
+    EXPECT_EQ(warnings()[0], Warning + "parseContentPart() Cannot handle content part type=2");
+}
+
+// The offsets in the messages are those in the file.
+TEST(ZempParserFile, DamagedPartEndsTheImage) {
+    ImageBuilder image = goldenBuilder();
+    image.at(3).headerCrc = 0x77;
+    const LogCapture log(LogInfo);
+    const Parse parse(image.build(), FileFragment::ZempFile);
+    EXPECT_TRUE(parse.isParsed);
+    EXPECT_EQ(parse.count(), 4U);
+    EXPECT_TRUE(log.has(Warning + "parseContentPart() Offset 284 is NOT a valid content header!"));
+    EXPECT_TRUE(log.has(Warning + "parseContentParts() Parse did NOT return a ZempPart instance."));
+    EXPECT_EQ(log.lines().back(), "LOG_INFO ZempParser::parseContentParts() Found 3 ZEMP parts.");
+}
+
+TEST(ZempParserFile, PlainBlobEndsTheImageAndIsNoPart) {
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", "text", true);
+    image.blob("Suum", bytesOf("data"));
+    image.software("kernel", {1, 2, 3}, "id", bytesOf("KERN"));
+    const LogCapture log(LogInfo);
+    const Parse parse(image.build(), FileFragment::ZempFile);
+    EXPECT_TRUE(parse.isParsed);
+    EXPECT_EQ(parse.count(), 2U);
+    EXPECT_TRUE(log.has("LOG_INFO ZempParser::parseBlob() Only know how to parse suum blob."));
+}
+
+TEST(ZempParserFile, StartEndsBehindTheManifest) {
+    Bytes start = goldenBuilder().build();
+    start.resize(KernelOffset + 10);
+    const LogCapture log;
+    const Parse parse(start, FileFragment::ZempStart);
+    EXPECT_TRUE(parse.isParsed);
+    ASSERT_EQ(parse.count(), 3U);
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseContentParts() Found all parts for a ZempStart."));
+    EXPECT_EQ(ZempParser::getOffsetFirstSwBlob(parse.at(1)->getUsedSize(), parse.at(2)->getUsedSize()),
+              KernelOffset);
+    EXPECT_EQ(parse.at(0)->getPartVersion(), "1.05-7") << "of the release header";
+    EXPECT_EQ(log.count("LOG_WARNING"), 0U);
+}
+
+TEST(ZempParserFile, BodiesAreChecked) {
+    struct Row {
+        size_t part;
+        std::string method; // as it is logged
+        bool isPart;
+    };
+    for (const Row& row :
+         {Row{0, "parseContentPart", true}, Row{1, "parseBlob", false}, Row{2, "parseSwBlob", true}}) {
+        ImageBuilder image = goldenBuilder();
+        image.at(row.part).bodyCrc = 0xABC;
+        const LogCapture log(LogWarning);
+        const Parse damaged(image.buildPart(row.part), FileFragment::ContentPart);
+        EXPECT_EQ(log.count("ZempParser::" + row.method + "() Body CRC failed! crc32Body=0x"), 1U);
+        EXPECT_EQ(log.count(", body_crc=0xabc"), 1U);
+        ASSERT_EQ(damaged.count(), row.isPart ? 1U : 0U);
+        EXPECT_TRUE(damaged.count() == 0 || !damaged.at(0)->isBodyValid());
+    }
+}
+
+TEST(ZempParserFile, CutBodies) {
+    const ImageBuilder image = goldenBuilder();
+    const auto cut = [&](size_t part) {
+        Bytes bytes = image.buildPart(part);
+        bytes.resize(bytes.size() - 7); // padding, and at least 4 bytes of body
+        return bytes;
+    };
+    const LogCapture log;
+    const Parse release(cut(0), FileFragment::ContentPart);
+    EXPECT_TRUE(log.has(Warning + "parseReleaseBody() Not enough data (size=9, need at least 16"));
+    EXPECT_TRUE(log.has(Warning + "parseReleaseHeader() Failed to parse release body!"));
+    ASSERT_EQ(release.count(), 1U);
+    EXPECT_FALSE(release.at(0)->isBodyValid());
+    EXPECT_EQ(release.at(0)->getUsedSize(), 0U);
+
+    const Parse manifest(cut(1), FileFragment::ContentPart);
+    EXPECT_TRUE(log.has(Warning +
+                        "parseBlob() Not enough data to parse content part body of 'suum'! (size=57, "
+                        "need at least 61"));
+    EXPECT_EQ(manifest.count(), 0U);
+
+    const Parse kernel(cut(2), FileFragment::ContentPart);
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseSwBlob() Not enough data to parse content part body of "
+                        "'kernel'! (size=1, need at least 5)."));
+    ASSERT_EQ(kernel.count(), 1U);
+    EXPECT_FALSE(kernel.at(0)->isBodyValid());
+    EXPECT_EQ(kernel.at(0)->getUsedSize(), 65U) << "the bytes present";
+    EXPECT_TRUE(static_cast<SwBlob*>(kernel.at(0))->isExtendedHeaderValid());
+}
+
+// Declared shorter than the headers it has, so that all its bytes seem to be there.
+TEST(ZempParserFile, IncompleteBlobUsesLessThanItsSize) {
+    const Quiet quiet;
+    ImageBuilder image = goldenBuilder();
+    image.at(3).headerLength = 32;
+    Bytes bytes = image.buildPart(3);
+    bytes.resize(bytes.size() - 1);
+    const Parse parse(bytes, FileFragment::ContentPart);
+    ASSERT_EQ(parse.count(), 1U);
+    EXPECT_FALSE(parse.at(0)->isBodyValid());
+    EXPECT_LT(parse.at(0)->getUsedSize(), parse.at(0)->getSizeInZempFile());
+}
+
+TEST(ZempParserFile, ExtendedHeaderThatIsMissing) {
+    ImageBuilder image;
+    imagefile::Part& blob = image.software("kernel", {1, 2, 3}, "", {});
+    blob.extension.resize(10);
+    imagefile::Part& release = image.release({1, 2, 3}, 0, "", "");
+    release.extension.resize(10);
+    const LogCapture log(LogWarning);
+    const Parse kernel(image.buildPart(0), FileFragment::ContentPart);
+    EXPECT_TRUE(log.has(Warning + "parseSwBlobExtendedHeader() Not enough data!"));
+    EXPECT_TRUE(log.has(Warning + "parseSwBlob() Failed to parse extended header!"));
+    ASSERT_EQ(kernel.count(), 1U);
+    EXPECT_FALSE(kernel.at(0)->isBodyValid() || static_cast<SwBlob*>(kernel.at(0))->isExtendedHeaderValid());
+    const Parse start(image.buildPart(1), FileFragment::ContentPart);
+    EXPECT_TRUE(log.has(Warning + "parseReleaseHeader() Not enough data (size=14, need at least 44"));
+    EXPECT_EQ(start.count(), 0U);
+}
+
+TEST(ZempParserFile, LastPaddingMayBeMissing) {
+    const Quiet quiet;
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", "text", true);
+    image.manifest("# unpadded").padded = false;
+    const Parse parse(image.build(), FileFragment::ZempFile);
+    EXPECT_TRUE(parse.isParsed);
+    ASSERT_EQ(parse.count(), 3U);
+    const auto* const suum = static_cast<SuumBlob*>(parse.at(2));
+    EXPECT_EQ(Bytes(suum->getBlob(), suum->getBlob() + suum->getBlobSize()),
+              bytesOf(std::string("# unpadded\0\0", 12)));
+}
+
+TEST(ZempParserFile, ReleaseTextEndsAtAZeroByteAndKeepsItsLineEnds) {
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", std::string("one\ntwo\r\n\n\0three", 16));
+    const LogCapture log;
+    const Parse parse(image.buildPart(0), FileFragment::ContentPart);
+    ASSERT_EQ(parse.count(), 1U);
+    EXPECT_EQ(static_cast<ReleaseHeaderPart*>(parse.at(0))->getReleaseHeaderBody(), "one\ntwo\r\n\n");
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseReleaseBody() Body='one\ntwo'."));
+}
+
+// Bodies larger than what is read at a time, and a large image in one piece.
+TEST(ZempParserFile, LargeBodies) {
+    const Quiet quiet;
+    const support::TemporaryDirectory directory;
+    const std::string filename = directory.file("image");
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", std::string(10000, 't'), true);
+    image.manifest("# " + std::string(200000, 'm'));
+    image.software("kernel", {1, 2, 3}, "id", pattern(400001));
+    image.software("root", {1, 2, 3}, "id", pattern(131072));
+    image.write(filename);
+    Bytes bytes = readFile(filename);
+    const Parse parse(filename, 0, FileFragment::ZempFile);
+    EXPECT_TRUE(parse.isParsed);
+    ASSERT_EQ(parse.count(), 5U);
+    EXPECT_TRUE(parse.at(3)->isBodyValid() && parse.at(4)->isBodyValid());
+
+    for (const uint64_t at : {image.offsetOf(3) - 4, image.offsetOf(2) + 64, image.offsetOf(2) + 200000}) {
+        Bytes damaged = bytes;
+        damaged[static_cast<size_t>(at)] ^= 1U;
+        const Parse other(damaged, FileFragment::ZempFile);
+        ASSERT_EQ(other.count(), 4U);
+        EXPECT_FALSE(other.at(3)->isBodyValid());
+    }
+    // Asked for more than there is: what is missing is zero, and memory is not taken for it.
+    const Parse padded(filename, UINT32_MAX, FileFragment::ZempFile);
+    EXPECT_EQ(padded.count(), 5U);
+}
+
+// Every step works on bytes at any address and takes null for what it is.
+TEST(ZempParserSteps, AnyAddressAndNull) {
+    const Quiet quiet;
+    const Bytes image = goldenBuilder().build();
+    for (size_t shift = 0; shift < 4; ++shift) {
+        Bytes moved(shift);
+        moved.insert(moved.end(), image.begin(), image.end());
+        const uint8_t* const at = &moved[shift];
+        Parse parse;
+        EXPECT_EQ(parse.parser().parseZempFileStart(at, 356), 8U);
+        EXPECT_EQ(parse.parser().parseContentParts(at + 24, 332, false), 72U);
+        EXPECT_EQ(parse.count(), 4U);
+        EXPECT_EQ(parse.at(1)->getPartVersion(), "1.05-7") << "without a main header too";
+    }
+    ZempParser parser;
+    EXPECT_EQ(parser.parseZempFileStart(nullptr, 100), 0U);
+    EXPECT_EQ(parser.parseZempHeader(nullptr, 100), nullptr);
+    EXPECT_EQ(parser.parseContentHeader(nullptr, 100), nullptr);
+    EXPECT_EQ(parser.parseContentPart(nullptr, 100), nullptr);
+    EXPECT_EQ(parser.parseContentParts(nullptr, 100, false), 0U);
+    EXPECT_FALSE(parser.parseSwBlobExtendedHeader(nullptr, 100, nullptr));
+    const LogCapture log;
+    EXPECT_EQ(parser.parseContentParts(image.data(), 31, false), 0U);
+    EXPECT_EQ(log.lines(),
+              Lines{Warning + "parseContentParts() Not enough data (size=31, need at least 32!"});
+}
+
+// In memory of just its size, so that a read behind the end shows.
+TEST(ZempParserSteps, NoReadBehindTheEndOfAPart) {
+    const Quiet quiet;
+    const ImageBuilder image = goldenBuilder();
+    for (size_t part = 0; part < image.count(); ++part) {
+        const Bytes whole = image.buildPart(part);
+        for (size_t size = 0; size <= whole.size(); ++size) {
+            const std::unique_ptr<uint8_t[]> exact(new uint8_t[size]);
+            std::copy_n(whole.begin(), size, exact.get());
+            const ZempParser parser;
+            const std::unique_ptr<ZempPart> result(
+                parser.parseContentPart(exact.get(), static_cast<uint32_t>(size)));
+            EXPECT_TRUE(result == nullptr || !result->isBodyValid() || size + 3 >= whole.size());
+        }
+    }
+}
+
+TEST(ZempParserListing, IsShownAtALoweredLevel) {
+    const Bytes image = goldenBuilder().build();
+    const std::string line = "ZempParser::logZempParts() root 1.02-3, root-build";
+    {
+        const LogCapture log(LogNotice);
+        const Parse parse(image, FileFragment::ZempFile);
+        EXPECT_TRUE(log.lines().empty());
+    }
+    {
+        const LogCapture log(LogDebug);
+        const Parse parse(image, FileFragment::ZempFile);
+        EXPECT_TRUE(log.has("LOG_DEBUG " + line));
+    }
+    ParseLevel = LogNotice;
+    {
+        const LogCapture log(LogNotice);
+        const Parse parse(image, FileFragment::ZempFile);
+        EXPECT_TRUE(log.has("LOG_NOTICE " + line));
+        EXPECT_TRUE(
+            log.has("LOG_NOTICE ZempParser::parseSuumBlob() cidx=4 poolname=root partsize=0 platform=- "
+                    "mountpoint=/ filesystem=ext4 version=1.2-3 meta_valid=yes"));
+        EXPECT_TRUE(log.has("LOG_NOTICE ZempParser::parseContentPart() Found content part name='kernel'."));
+    }
+    ParseLevel = LogDebug;
+}
+
+} // namespace
