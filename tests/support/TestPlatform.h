@@ -2,26 +2,14 @@
 #ifndef SUPPORT_TESTPLATFORM_H
 #define SUPPORT_TESTPLATFORM_H
 
+#include "lab/ScopedEnvironment.h"
 #include "support/PrivateBus.h"
 #include "support/TemporaryDirectory.h"
-#include <optional>
 #include <string>
 
 namespace support {
 
-// Sets an environment variable and puts back what was there. Only while no other thread reads the
-// environment.
-class ScopedEnvironment {
-  public:
-    ScopedEnvironment(std::string name, const std::string& value);
-    ~ScopedEnvironment();
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-  private:
-    const std::string mName;
-    std::optional<std::string> mBefore;
-};
+using lab::ScopedEnvironment;
 
 // VEX_CBUS_ADDRESS names the bus, VEX_CONFIGDB a file that does not exist yet in the directory.
 class TestPlatform {

@@ -1,4 +1,4 @@
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -6,10 +6,10 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace support {
+namespace lab {
 
-TemporaryDirectory::TemporaryDirectory() : mOwner(getpid()) {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/fwtest.XXXXXX";
+TemporaryDirectory::TemporaryDirectory(const std::string& prefix) : mOwner(getpid()) {
+    std::string pattern = std::filesystem::temp_directory_path().string() + "/" + prefix + ".XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("no temporary directory " + pattern);
     mPath = pattern;
@@ -17,8 +17,8 @@ TemporaryDirectory::TemporaryDirectory() : mOwner(getpid()) {
 
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
-    if (getpid() == mOwner)
+    if (getpid() == mOwner && !mKept)
         std::filesystem::remove_all(mPath, ignored);
 }
 
-} // namespace support
+} // namespace lab
