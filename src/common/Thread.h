@@ -53,4 +53,17 @@ class CancellationPoint {
     int mState = PTHREAD_CANCEL_DISABLE;
 };
 
+// Scope in which the calling thread is not cancelled, for work inside a CancellationPoint that must not be
+// cut off.
+class CancellationBlock {
+  public:
+    CancellationBlock() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mState); }
+    ~CancellationBlock() { pthread_setcancelstate(mState, nullptr); }
+    CancellationBlock(const CancellationBlock&) = delete;
+    CancellationBlock& operator=(const CancellationBlock&) = delete;
+
+  private:
+    int mState = PTHREAD_CANCEL_ENABLE;
+};
+
 #endif

@@ -1,5 +1,6 @@
 #include "common/VexStreamLog.h"
 
+#include "common/Thread.h"
 #include "vex/concurrency.h"
 #include <cstdio>
 #include <iostream>
@@ -8,18 +9,6 @@
 using vex::concurrency::scoped_lock;
 
 namespace {
-
-// Keeps the calling thread from being cancelled within the scope.
-class CancellationBlock {
-  public:
-    CancellationBlock() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mState); }
-    ~CancellationBlock() { pthread_setcancelstate(mState, nullptr); }
-    CancellationBlock(const CancellationBlock&) = delete;
-    CancellationBlock& operator=(const CancellationBlock&) = delete;
-
-  private:
-    int mState = PTHREAD_CANCEL_ENABLE;
-};
 
 pthread_mutex_t sLineMutex = PTHREAD_MUTEX_INITIALIZER; // held while one line goes through std::clog
 
