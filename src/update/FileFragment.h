@@ -13,7 +13,7 @@
 
 class FileFragment {
   public:
-    enum FragmentType {
+    enum FragmentType : int {
         UnknownType = 0,   // not one of the system's files
         ZempStart = 1,     // first bytes of the remote image
         ContentPart = 2,   // one content part of the remote image

@@ -9,7 +9,7 @@ class ZempPart;
 
 class CompileUpdateZempRequest : public FwWorkItem {
   public:
-    enum CompileStatus { CompilePending = 0, CompileComplete = 1, CompileFailed = 2 };
+    enum CompileStatus : int { CompilePending = 0, CompileComplete = 1, CompileFailed = 2 };
 
     // Copies the map of content index to part; the parts are not owned and must outlive the request.
     CompileUpdateZempRequest(const std::string& filename, const std::map<const unsigned, ZempPart*>& parts);

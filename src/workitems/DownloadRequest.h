@@ -12,7 +12,7 @@ class FileFragment;
 
 class DownloadRequest : public FwWorkItem {
   public:
-    enum DownloadStatus {
+    enum DownloadStatus : int {
         DownloadNotStarted = 0,
         DownloadStarted = 1,
         DownloadComplete = 2,

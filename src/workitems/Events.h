@@ -7,7 +7,7 @@
 // The configuration as found at start. The master keeps the one that comes in a process's life.
 class ConfigDbStatusEvent : public FwWorkItem {
   public:
-    enum ConfigDbStatus {
+    enum ConfigDbStatus : int {
         ConfigNoUpdateNeeded = 0,
         ConfigGetNewFirmware = 1,
         ConfigWaitForUpdate = 2,

@@ -6,7 +6,7 @@
 
 class FileDeleteRequest : public FwWorkItem {
   public:
-    enum FileDeleteStatus { FileDeletePending = 0, FileDeleteComplete = 1, FileDeleteFailed = 2 };
+    enum FileDeleteStatus : int { FileDeletePending = 0, FileDeleteComplete = 1, FileDeleteFailed = 2 };
 
     explicit FileDeleteRequest(const std::string& filename);
     ~FileDeleteRequest() override;

@@ -8,7 +8,7 @@
 
 class FileScanRequest : public FwWorkItem {
   public:
-    enum FileScanStatus { ScanPending = 0, ScanIsDone = 1, ScanIsFailed = 2 };
+    enum FileScanStatus : int { ScanPending = 0, ScanIsDone = 1, ScanIsFailed = 2 };
 
     // Path and size in bytes; 0xFFFFFFFF stands for 4 GiB - 1 and more than fits.
     using FileList = std::vector<std::pair<std::string, unsigned>>;

@@ -6,7 +6,7 @@
 
 class IsUpdateNeededRequest : public FwWorkItem {
   public:
-    enum QuestionStatus { QuestionNotAnswered = 0, QuestionAnswered = 1 };
+    enum QuestionStatus : int { QuestionNotAnswered = 0, QuestionAnswered = 1 };
 
     IsUpdateNeededRequest() : FwWorkItem(WorkItemType::IsUpdateNeededRequest) {}
 

@@ -9,7 +9,7 @@
 
 class ParseFileRequest : public FwWorkItem {
   public:
-    enum ParseStatus { ParsePending = 0, ParseCopmplete = 1, ParseNoData = 2, ParseFailed = 3 };
+    enum ParseStatus : int { ParsePending = 0, ParseCopmplete = 1, ParseNoData = 2, ParseFailed = 3 };
 
     // `fragment` is not owned, must outlive the request, and may be null.
     explicit ParseFileRequest(FileFragment* fragment)

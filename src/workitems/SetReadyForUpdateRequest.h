@@ -6,7 +6,7 @@
 
 class SetReadyForUpdateRequest : public FwWorkItem {
   public:
-    enum SetReadyStatus { SetReadyPending = 0, SetReadyComplete = 1, SetReadyFailed = 2 };
+    enum SetReadyStatus : int { SetReadyPending = 0, SetReadyComplete = 1, SetReadyFailed = 2 };
 
     explicit SetReadyForUpdateRequest(const std::string& filename)
         : FwWorkItem(WorkItemType::SetReadyForUpdateRequest), mFilename(filename) {}
