@@ -1,0 +1,213 @@
+#include "workers/Downloader.h"
+
+#include "common/VexStreamLog.h"
+#include "update/FileFragment.h"
+#include "workers/AppendFile.h"
+#include "workers/EasyHandle.h"
+#include "workitems/DownloadRequest.h"
+#include "workitems/Events.h"
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <sys/stat.h>
+
+namespace {
+
+// Failures that another try may cure. All other codes but CURLE_OK are permanent.
+constexpr CURLcode TransientCodes[] = {
+    CURLE_COULDNT_RESOLVE_HOST, CURLE_COULDNT_CONNECT,      CURLE_PARTIAL_FILE,
+    CURLE_OPERATION_TIMEDOUT,   CURLE_BAD_CONTENT_ENCODING,
+};
+
+bool isTransient(CURLcode code) {
+    return std::find(std::begin(TransientCodes), std::end(TransientCodes), code) != std::end(TransientCodes);
+}
+
+// Prepares the transfer of `range`, or of the whole resource when it is empty. Not CURLE_OK when the transfer
+// could not be what was asked for.
+CURLcode setOptions(EasyHandle& handle, const std::string& url, const std::string& range, FILE* stream) {
+    CURLcode code = handle.set(CURLOPT_URL, url.c_str());
+    // At debug level, where an engineer watches, downloads run unthrottled.
+    if (code == CURLE_OK && VexStreamLog::getLevel() < LogDebug)
+        code = handle.set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{Downloader::MaximumReceiveSpeed});
+    if (handle.set(CURLOPT_LOW_SPEED_LIMIT, Downloader::LowSpeedLimit) != CURLE_OK) {
+        VEX_LOG(LogInfo) << "Downloader::download() Failed to set low speed limit.";
+    }
+    if (handle.set(CURLOPT_LOW_SPEED_TIME, Downloader::LowSpeedSeconds) != CURLE_OK) {
+        VEX_LOG(LogInfo) << "Downloader::download() Failed to set low speed time.";
+    }
+    if (code == CURLE_OK)
+        code = handle.set(CURLOPT_WRITEDATA, stream);
+    if (code == CURLE_OK && !range.empty())
+        code = handle.set(CURLOPT_RANGE, range.c_str());
+    return code;
+}
+
+} // namespace
+
+Downloader::Downloader(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master)
+    : workQueue(in), masterQueue(master) {}
+
+Downloader::~Downloader() {
+    cancelAndJoin();
+}
+
+void* Downloader::run() {
+    VEX_LOG(LogDebug) << "Downloader::run()";
+    running = true;
+    while (running) {
+        FwWorkItem* item = workQueue.remove();
+        if (item != nullptr) {
+            onWorkItem(item);
+        } else {
+            VEX_LOG(LogWarning) << "Downloader::run() Got NULL pointer work item from queue!";
+        }
+    }
+    VEX_LOG(LogInfo) << "Downloader::run() Stopped.";
+    return nullptr;
+}
+
+void Downloader::onWorkItem(FwWorkItem* item) {
+    if (item == nullptr) {
+        VEX_LOG(LogDebug) << "Downloader::onWorkItem() Work item is NULL!";
+        return;
+    }
+    VEX_LOG(LogDebug) << "Downloader::onWorkItem(" << item->toString() << ").";
+    switch (item->getWorkItemType()) {
+    case WorkItemType::DownloadRequest:
+        onDownloadRequest(static_cast<DownloadRequest*>(item));
+        break;
+    case WorkItemType::ExitRunLoop:
+        onStopWork(static_cast<ExitRunLoop*>(item));
+        break;
+    default:
+        VEX_LOG(LogInfo) << "Downloader::onWorkItem() No handling of " << item->toString() << ".";
+        break;
+    }
+}
+
+void Downloader::onStopWork(ExitRunLoop* /*item*/) {
+    VEX_LOG(LogWarning) << "Downloader::onStopWork()";
+    running = false;
+}
+
+void Downloader::onDownloadRequest(DownloadRequest* request) {
+    if (request == nullptr) {
+        VEX_LOG(LogWarning) << "Downloader::onDownloadRequest() DownloadRequest is NULL!";
+        return;
+    }
+    bool handBack = false;
+    switch (request->getDownloadStatus()) {
+    case DownloadRequest::DownloadNotStarted:
+    case DownloadRequest::DownloadTransientFailure:
+        handBack = download(request);
+        break;
+    case DownloadRequest::DownloadStarted:
+        VEX_LOG(LogWarning) << "Downloader::onDownloadRequest() Already started " << request->toString()
+                            << " " << request->getStatus() << "'!";
+        break;
+    case DownloadRequest::DownloadComplete:
+        VEX_LOG(LogWarning) << "Downloader::onDownloadRequest() Why is a complete request here? "
+                            << request->toString() << " " << request->getStatus() << "'!";
+        handBack = true;
+        break;
+    case DownloadRequest::DownloadPermanentFailure:
+        VEX_LOG(LogWarning) << "Downloader::onDownloadRequest() Why is a permanent failure request here? "
+                            << request->toString() << " " << request->getStatus() << "'!";
+        handBack = true;
+        break;
+    }
+    // The last touch: from here on the request is the master's again.
+    if (handBack)
+        masterQueue.add(request);
+    else
+        request->setWithDownloader(false);
+}
+
+// What cannot be transferred at all fails for good.
+bool Downloader::checkRequest(DownloadRequest* request) {
+    if (request->getUrl().empty()) {
+        VEX_LOG(LogWarning) << "Downloader::download() No URL defined in DownloadRequest!";
+    } else if (request->getFileFragment() == nullptr) {
+        VEX_LOG(LogWarning) << "Downloader::download() FileFragment is NULL!";
+    } else if (request->getFileFragment()->getFilename().empty()) {
+        VEX_LOG(LogWarning) << "Downloader::download() No filename defined in FileFragment!";
+    } else {
+        return true;
+    }
+    request->setDownloadStatus(DownloadRequest::DownloadPermanentFailure);
+    return false;
+}
+
+bool Downloader::download(DownloadRequest* request) {
+    VEX_LOG(LogDebug) << "Downloader::download().";
+    if (request == nullptr) {
+        VEX_LOG(LogWarning) << "Downloader::download() DownloadRequest is NULL!";
+        return false;
+    }
+    if (!checkRequest(request))
+        return true;
+    FileFragment* const fragment = request->getFileFragment();
+    const std::string name = fragment->getFilename();
+
+    EasyHandle handle;
+    if (!handle.isValid()) {
+        VEX_LOG(LogWarning) << "Downloader::download() Failed to init curl!";
+        return false;
+    }
+    AppendFile file(name, uint64_t{FileFragment::MaximumFileSize} + FileSizeSlack);
+    if (file.stream() == nullptr) {
+        VEX_LOG(LogWarning) << "Downloader::download() Failure opening file '" << name << "'.";
+        VEX_LOG(LogWarning) << "Downloader::download() " << strerror(file.error());
+        request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        return false;
+    }
+    const std::string range = fragment->getCurlRange();
+    VEX_LOG(LogInfo) << "Downloader::download() Download " << range << " to '" << name << "'.";
+    CURLcode code = setOptions(handle, request->getUrl(), range, file.stream());
+    request->setDownloadStatus(DownloadRequest::DownloadStarted);
+    if (code == CURLE_OK)
+        code = handle.perform();
+    setResult(request, code, file);
+    recordFileSize(fragment);
+    return true;
+}
+
+// Closes the file and sets the request's status. Bytes that did not reach the file make a success a failure.
+void Downloader::setResult(DownloadRequest* request, int result, AppendFile& file) {
+    const bool written = file.close();
+    const auto code = static_cast<CURLcode>(result);
+    if (!written) {
+        VEX_LOG(LogWarning) << "Downloader::download() Failure writing file '"
+                            << request->getFileFragment()->getFilename() << "' (" << strerror(file.error())
+                            << ").";
+    }
+    if (code == CURLE_OK) {
+        request->setDownloadStatus(written ? DownloadRequest::DownloadComplete
+                                           : DownloadRequest::DownloadPermanentFailure);
+        return;
+    }
+    const bool transient = isTransient(code);
+    VEX_LOG(LogInfo) << "Downloader::download() Curl command failed! (Code=" << curl_easy_strerror(code)
+                     << ", " << result << ") " << (transient ? "Transient." : "Permanent.");
+    request->setDownloadStatus(transient ? DownloadRequest::DownloadTransientFailure
+                                         : DownloadRequest::DownloadPermanentFailure);
+}
+
+// Whatever the result, so that the next fetch goes on where this one ended.
+void Downloader::recordFileSize(FileFragment* fragment) {
+    const std::string name = fragment->getFilename();
+    struct stat status = {};
+    if (stat(name.c_str(), &status) != 0) {
+        VEX_LOG(LogError) << "Downloader::download() Cannot stat filename='" << name << "'!";
+        return;
+    }
+    if (status.st_size < 0 || status.st_size > INT32_MAX) { // sizes have 31 bits on the terminal
+        VEX_LOG(LogWarning) << "Downloader::download() Filename='" << name << "' has negative size! ("
+                            << status.st_size << ").";
+        return;
+    }
+    VEX_LOG(LogDebug) << "Downloader::download() Filename='" << name << "' has size " << status.st_size
+                      << ".";
+    fragment->setFileSize(static_cast<unsigned>(status.st_size));
+}

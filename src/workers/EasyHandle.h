@@ -1,0 +1,37 @@
+// A transfer handle of libcurl, released with its owner.
+//
+// Used by one thread. The transfer may be cancelled, see perform().
+#ifndef WORKERS_EASYHANDLE_H
+#define WORKERS_EASYHANDLE_H
+
+#include <cstdio>
+#include <curl/curl.h>
+#include <string>
+
+class EasyHandle {
+  public:
+    EasyHandle() : mHandle(curl_easy_init()) {}
+
+    // Releases the handle; one that is unwound out of a transfer is kept to the end of the process instead.
+    ~EasyHandle();
+    EasyHandle(const EasyHandle&) = delete;
+    EasyHandle& operator=(const EasyHandle&) = delete;
+
+    // False when libcurl gave no handle; then nothing else may be called.
+    bool isValid() const { return mHandle != nullptr; }
+
+    // Sets an option; the value's type is what libcurl documents for it.
+    template <typename T>
+    [[nodiscard]] CURLcode set(CURLoption option, T value) {
+        return curl_easy_setopt(mHandle, option, value);
+    }
+
+    // Runs the transfer to its end. The calling thread may be cancelled meanwhile.
+    [[nodiscard]] CURLcode perform();
+
+  private:
+    CURL* const mHandle;
+    bool mInTransfer = false;
+};
+
+#endif

@@ -1,0 +1,107 @@
+// A web server of a test's own: one image, served with byte-exact inclusive ranges, and misbehaviour as data.
+//
+// Every connection carries one request. All methods may be called from any thread.
+#ifndef SUPPORT_SCRIPTEDHTTPSERVER_H
+#define SUPPORT_SCRIPTEDHTTPSERVER_H
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace support {
+
+// How one request is answered. As it stands: by the book.
+struct HttpScript {
+    static constexpr size_t Never = SIZE_MAX;
+
+    enum End { Close, Reset, Stall };
+
+    int status = 0; // 0: 206 to a range in the image, 416 to one behind it, 200 to a request without
+    bool ignoreRange = false; // the whole image with 200
+    bool useBody = false;     // `body` in place of the image's bytes
+    std::string body;
+    std::string headers;           // further header lines, each with its line end
+    int64_t contentRangeShift = 0; // added to the positions that Content-Range tells
+    bool withLength = true;        // false: no Content-Length, the body ends with the connection
+
+    size_t headBytes = Never; // of status line and headers that are sent before `end`
+    size_t bodyBytes = Never; // of the body that are sent before `end`
+    End end = Close;          // also when everything was sent
+
+    size_t dripBytes = 0; // not 0: the body comes in pieces of this size, with a pause before each
+    std::chrono::milliseconds dripPause{0};
+};
+
+class ScriptedHttpServer {
+  public:
+    struct Request {
+        std::string path;
+        std::string range; // "first-last"; empty without one
+    };
+
+    // Listens on a free loopback port. Throws std::runtime_error when it cannot.
+    explicit ScriptedHttpServer(std::string image = "");
+
+    // Ends all connections, also stalled ones.
+    ~ScriptedHttpServer();
+    ScriptedHttpServer(const ScriptedHttpServer&) = delete;
+    ScriptedHttpServer& operator=(const ScriptedHttpServer&) = delete;
+
+    unsigned port() const { return mPort; }
+    std::string url(const std::string& path = "/image.zemp") const;
+
+    // From the next request on; one that is being answered keeps its image.
+    void setImage(std::string image);
+
+    // The script of every request that has none of its own.
+    void setScript(const HttpScript& script);
+
+    // The script of one request, in the order of the calls.
+    void addScript(const HttpScript& script);
+
+    // The requests so far.
+    std::vector<Request> requests() const;
+
+    // Waits until a connection has come to its stall; false when none does within the time.
+    [[nodiscard]] bool waitForStall(std::chrono::milliseconds time = std::chrono::seconds(10));
+
+  private:
+    struct Connection {
+        int fd = -1;
+        bool ended = false;
+        std::thread thread;
+    };
+
+    void listen();
+    void acceptAll();
+    void serve(Connection& connection);
+    void answer(int fd, const Request& request);
+    void finish(int fd, HttpScript::End end);
+    void stall(int fd);
+    bool send(int fd, const std::string& bytes, size_t piece, std::chrono::milliseconds pause);
+    HttpScript nextScript();
+
+    int mListener = -1;
+    unsigned mPort = 0;
+    std::thread mAcceptor;
+
+    mutable std::mutex mMutex; // guards what follows
+    std::condition_variable mChanged;
+    bool mStopping = false;
+    size_t mStalls = 0;
+    std::string mImage;
+    HttpScript mScript;
+    std::deque<HttpScript> mNextScripts;
+    std::vector<Request> mRequests;
+    std::list<Connection> mConnections;
+};
+
+} // namespace support
+
+#endif

@@ -1,0 +1,95 @@
+#include "workers/CurlSpy.h"
+
+#include <cstdarg>
+#include <curl/curl.h>
+#include <dlfcn.h>
+#include <map>
+#include <utility>
+
+#undef curl_easy_setopt
+
+namespace {
+
+// libcurl's own function of this name.
+template <typename Function>
+Function* theirs(const char* name, Function*) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+std::string nameOf(CURLoption option) {
+    static const std::map<CURLoption, std::string> names = {
+        {CURLOPT_URL, "URL"},
+        {CURLOPT_RANGE, "RANGE"},
+        {CURLOPT_WRITEDATA, "WRITEDATA"},
+        {CURLOPT_LOW_SPEED_LIMIT, "LOW_SPEED_LIMIT"},
+        {CURLOPT_LOW_SPEED_TIME, "LOW_SPEED_TIME"},
+        {CURLOPT_MAX_RECV_SPEED_LARGE, "MAX_RECV_SPEED_LARGE"},
+    };
+    const auto it = names.find(option);
+    return it != names.end() ? it->second : std::to_string(option);
+}
+
+void note(CURL* handle, CURLoption option, const std::string& value) {
+    CurlSpy& spy = CurlSpy::get();
+    const std::lock_guard<std::mutex> lock(spy.mutex);
+    spy.options.push_back(nameOf(option) + value);
+    spy.handles.insert(handle);
+}
+
+} // namespace
+
+CurlSpy& CurlSpy::get() {
+    static CurlSpy spy;
+    return spy;
+}
+
+std::vector<std::string> CurlSpy::takeOptions() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(options, {});
+}
+
+size_t CurlSpy::liveHandles() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return handles.size();
+}
+
+extern "C" CURL* curl_easy_init(void) {
+    if (CurlSpy::get().refusesHandles)
+        return nullptr;
+    return theirs("curl_easy_init", &curl_easy_init)();
+}
+
+extern "C" void curl_easy_cleanup(CURL* handle) {
+    {
+        CurlSpy& spy = CurlSpy::get();
+        const std::lock_guard<std::mutex> lock(spy.mutex);
+        spy.handles.erase(handle);
+    }
+    theirs("curl_easy_cleanup", &curl_easy_cleanup)(handle);
+}
+
+extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
+    auto* const set = theirs("curl_easy_setopt", &curl_easy_setopt);
+    va_list arguments;
+    va_start(arguments, option);
+    CURLcode code = CURLE_OK;
+    if (option >= CURLOPTTYPE_OFF_T) {
+        const curl_off_t value = va_arg(arguments, curl_off_t);
+        note(handle, option, " " + std::to_string(value));
+        code = set(handle, option, value);
+    } else if (option >= CURLOPTTYPE_OBJECTPOINT) {
+        void* const value = va_arg(arguments, void*);
+        const bool isText = option == CURLOPT_URL || option == CURLOPT_RANGE;
+        note(handle, option, isText ? std::string(" ") + static_cast<const char*>(value) : "");
+        code = set(handle, option, value);
+    } else {
+        long value = va_arg(arguments, long);
+        note(handle, option, " " + std::to_string(value));
+        const long replaced = CurlSpy::get().lowSpeedSeconds;
+        if (option == CURLOPT_LOW_SPEED_TIME && replaced != 0)
+            value = replaced;
+        code = set(handle, option, value);
+    }
+    va_end(arguments);
+    return code;
+}

@@ -1,0 +1,27 @@
+// Stands between the code under test and libcurl: counts handles, notes options, and changes a few of them.
+#ifndef TESTS_WORKERS_CURLSPY_H
+#define TESTS_WORKERS_CURLSPY_H
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+struct CurlSpy {
+    static CurlSpy& get();
+
+    // Options set since the last call, in order, as "RANGE 0-511"; pointers without a value.
+    std::vector<std::string> takeOptions();
+
+    // Handles that options were set on and that were not released.
+    size_t liveHandles();
+
+    std::atomic<bool> refusesHandles{false};
+    std::atomic<long> lowSpeedSeconds{0}; // not 0: passed to libcurl in place of what was set
+    std::mutex mutex;
+    std::vector<std::string> options; // guarded by mutex
+    std::set<void*> handles;          // guarded by mutex
+};
+
+#endif

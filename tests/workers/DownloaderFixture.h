@@ -1,0 +1,110 @@
+// A downloader on its thread, a server that does as it is told, and a fragment in a directory of its own.
+#ifndef TESTS_WORKERS_DOWNLOADERFIXTURE_H
+#define TESTS_WORKERS_DOWNLOADERFIXTURE_H
+
+#include "common/wqueue.h"
+#include "support/LogCapture.h"
+#include "support/ScriptedHttpServer.h"
+#include "support/TemporaryDirectory.h"
+#include "update/FileFragment.h"
+#include "workers/CurlSpy.h"
+#include "workers/Downloader.h"
+#include "workitems/DownloadRequest.h"
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <thread>
+
+using Clock = std::chrono::steady_clock;
+
+// Bytes that depend on their offset, so that a splice shows; `seed` tells images apart.
+inline std::string patternOf(size_t size, unsigned seed = 0) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i * 31 + (i >> 8) * 17 + seed * 101) & 0xFF);
+    return bytes;
+}
+
+// True as soon as `condition` holds, false when it does not within ten seconds.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+class DownloaderFixture {
+  protected:
+    explicit DownloaderFixture(LogPriority level = LogDebug) : log(level) {
+        fragment.setFilename(directory.file("ContentPart-x"));
+        fragment.setDownloadRange(1000, 1999); // 2000 bytes
+        CurlSpy::get().takeOptions();
+        start();
+    }
+    ~DownloaderFixture() { CurlSpy::get().lowSpeedSeconds = 0; }
+    DownloaderFixture(const DownloaderFixture&) = delete;
+    DownloaderFixture& operator=(const DownloaderFixture&) = delete;
+
+    void start() {
+        downloader = std::make_unique<Downloader>(in, out);
+        if (downloader->start() != 0)
+            throw std::runtime_error("no thread");
+    }
+
+    // Queues the request as the master does.
+    void queue(DownloadRequest& request) {
+        request.setWithDownloader(true);
+        in.add(&request);
+    }
+
+    // Queues the request and waits until it comes back.
+    testing::AssertionResult isAnswered(DownloadRequest& request) {
+        queue(request);
+        if (!eventually([&] { return out.size() > 0; }))
+            return testing::AssertionFailure() << "no answer";
+        if (out.remove() != &request || !request.isWithDownloader())
+            return testing::AssertionFailure() << "not as it was queued";
+        return testing::AssertionSuccess();
+    }
+
+    // Queues the request and waits until it is dropped.
+    testing::AssertionResult isDropped(DownloadRequest& request) {
+        queue(request);
+        if (!eventually([&] { return !request.isWithDownloader(); }) || out.size() != 0)
+            return testing::AssertionFailure() << "not dropped";
+        return testing::AssertionSuccess();
+    }
+
+    std::string onDisk() const {
+        std::ifstream file(fragment.getFilename(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    // Destroys the downloader; how long it took.
+    std::chrono::milliseconds stop() {
+        const auto begin = Clock::now();
+        downloader.reset();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    }
+
+    const support::LogCapture log;
+    const support::TemporaryDirectory directory;
+    const std::string image = patternOf(100000);
+    support::ScriptedHttpServer server{image};
+    FileFragment fragment{FileFragment::ContentPart, 0, 0};
+    wqueue<FwWorkItem*> in;
+    wqueue<FwWorkItem*> out;
+    std::unique_ptr<Downloader> downloader;
+};
+
+// Longest time that a stop may take.
+constexpr std::chrono::milliseconds PromptStop{900};
+
+#endif

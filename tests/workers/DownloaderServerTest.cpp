@@ -1,0 +1,153 @@
+// What the downloader makes of servers that misbehave: each row says what the server does to a request for
+// the 2000 bytes 1000-2999, which status follows, and what is on disk.
+#include "workers/DownloaderFixture.h"
+#include <functional>
+
+namespace {
+
+using support::HttpScript;
+using Status = DownloadRequest::DownloadStatus;
+
+constexpr Status Complete = DownloadRequest::DownloadComplete;
+constexpr Status Transient = DownloadRequest::DownloadTransientFailure;
+constexpr Status Permanent = DownloadRequest::DownloadPermanentFailure;
+
+const std::string Page = "<html><body>an error page</body></html>\n";
+
+struct Row {
+    const char* name;
+    HttpScript script;
+    Status status;
+    int code; // libcurl's
+    std::string onDisk;
+};
+
+std::string imageBytes(size_t first, size_t length) {
+    return patternOf(100000).substr(first, length);
+}
+
+HttpScript script(const std::function<void(HttpScript&)>& change) {
+    HttpScript result;
+    change(result);
+    return result;
+}
+
+HttpScript pageWith(int status, const std::string& headers = "") {
+    return script([&](HttpScript& s) {
+        s.status = status;
+        s.useBody = true;
+        s.body = Page;
+        s.headers = headers;
+    });
+}
+
+HttpScript cutBody(size_t bytes, HttpScript::End end, bool withLength = true) {
+    return script([&](HttpScript& s) {
+        s.bodyBytes = bytes;
+        s.end = end;
+        s.withLength = withLength;
+    });
+}
+
+HttpScript cutHead(size_t bytes, HttpScript::End end) {
+    return script([&](HttpScript& s) {
+        s.headBytes = bytes;
+        s.end = end;
+    });
+}
+
+std::vector<Row> rows() {
+    const std::string wanted = imageBytes(1000, 2000);
+    const std::string part = imageBytes(1000, 700);
+    return {
+        {"ByTheBook", {}, Complete, 0, wanted},
+        {"ClosesMidBody", cutBody(700, HttpScript::Close), Transient, 18, part},
+        {"ClosesMidBodyWithoutLength", cutBody(700, HttpScript::Close, false), Complete, 0, part},
+        {"ResetsMidBody", cutBody(700, HttpScript::Reset), Permanent, 56, part},
+        {"StallsMidBody", cutBody(40, HttpScript::Stall), Transient, 28, imageBytes(1000, 40)},
+        {"ClosesAtOnce", cutHead(0, HttpScript::Close), Permanent, 52, ""},
+        {"ResetsAtOnce", cutHead(0, HttpScript::Reset), Permanent, 56, ""},
+        {"StallsAtOnce", cutHead(0, HttpScript::Stall), Transient, 28, ""},
+        {"CutsTheHeaders", cutHead(60, HttpScript::Close), Complete, 0, ""},
+        {"StallsInTheHeaders", cutHead(60, HttpScript::Stall), Transient, 28, ""},
+        {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Complete, 0,
+         imageBytes(0, 100000)},
+        {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
+        {"Answers404WithAPage", pageWith(404), Complete, 0, Page},
+        {"Answers416WithAPage", pageWith(416), Complete, 0, Page},
+        {"Answers503WithAPage", pageWith(503), Complete, 0, Page},
+        {"RedirectsAndIsNotFollowed", pageWith(302, "Location: /elsewhere\r\n"), Complete, 0, Page},
+        {"SendsAnUnknownEncoding",
+         script([](HttpScript& s) { s.headers = "Content-Encoding: nonsense\r\n"; }), Complete, 0, wanted},
+        {"Drips", script([](HttpScript& s) {
+             s.dripBytes = 100;
+             s.dripPause = std::chrono::milliseconds(10);
+         }),
+         Complete, 0, wanted},
+    };
+}
+
+class DownloaderServerTest : public testing::TestWithParam<Row>, protected DownloaderFixture {};
+
+TEST_P(DownloaderServerTest, Row) {
+    const Row& row = GetParam();
+    server.setScript(row.script);
+    CurlSpy::get().lowSpeedSeconds = 1;
+    const size_t handles = CurlSpy::get().liveHandles();
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_STREQ(DownloadRequest::getString(request.getDownloadStatus()),
+                 DownloadRequest::getString(row.status));
+    EXPECT_EQ(request.getDownloadFailures(), row.status == Complete ? 0U : 1U);
+    const std::string end =
+        ", " + std::to_string(row.code) + ") " + (row.status == Transient ? "Transient." : "Permanent.");
+    EXPECT_EQ(log.count("LOG_INFO Downloader::download() Curl command failed! (Code="),
+              row.code != 0 ? 1U : 0U);
+    EXPECT_EQ(log.count(end), row.code != 0 ? 1U : 0U);
+    EXPECT_TRUE(onDisk() == row.onDisk) << onDisk().size() << " bytes";
+    EXPECT_EQ(fragment.getFileSize(), row.onDisk.size());
+    ASSERT_EQ(server.requests().size(), 1U);
+    EXPECT_EQ(server.requests()[0].range, "1000-2999");
+    EXPECT_EQ(CurlSpy::get().liveHandles(), handles);
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, DownloaderServerTest, testing::ValuesIn(rows()),
+                         [](const auto& row) { return row.param.name; });
+
+class DownloaderResumeTest : public testing::Test, protected DownloaderFixture {};
+
+TEST_F(DownloaderResumeTest, TransientFailureGoesOnWhereTheFileEnds) {
+    server.addScript(cutBody(700, HttpScript::Close));
+    server.addScript(cutBody(1, HttpScript::Close));
+    DownloadRequest request(server.url(), &fragment);
+    for (const Status status : {Transient, Transient, Complete}) {
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), status);
+    }
+    EXPECT_TRUE(onDisk() == imageBytes(1000, 2000));
+    EXPECT_EQ(request.getDownloadFailures(), 2U);
+    EXPECT_EQ(server.requests()[1].range, "1700-2999");
+    EXPECT_EQ(server.requests()[2].range, "1701-2999");
+}
+
+TEST_F(DownloaderResumeTest, ImageSwappedBetweenTwoFetchesIsSplicedOnDisk) {
+    server.addScript(cutBody(700, HttpScript::Close));
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    server.setImage(patternOf(100000, 1));
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getDownloadStatus(), Complete);
+    EXPECT_TRUE(onDisk() == imageBytes(1000, 700) + patternOf(100000, 1).substr(1700, 1300));
+}
+
+TEST_F(DownloaderResumeTest, WholeImageWithoutARangeIsAppended) {
+    FileFragment whole(directory.file("image.zemp"), 4);
+    std::ofstream(whole.getFilename()) << "abcd";
+    DownloadRequest request(server.url(), &whole);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(server.requests()[0].range, "");
+    EXPECT_EQ(whole.getFileSize(), 100004U);
+    EXPECT_TRUE(log.has("LOG_INFO Downloader::download() Download  to '" + whole.getFilename() + "'."));
+}
+
+} // namespace

@@ -1,0 +1,285 @@
+#include "workers/DownloaderFixture.h"
+#include "workitems/Events.h"
+#include <curl/curl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using support::HttpScript;
+using Strings = std::vector<std::string>;
+
+// libcurl is initialised as main does it.
+const struct CurlGlobal {
+    CurlGlobal() { curl_global_init(CURL_GLOBAL_ALL); }
+    ~CurlGlobal() { curl_global_cleanup(); }
+} sCurlGlobal;
+
+class DownloaderTest : public testing::Test, protected DownloaderFixture {};
+
+size_t openDescriptors() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST_F(DownloaderTest, RequestThatCannotBeATransferFailsForGood) {
+    FileFragment unnamed(FileFragment::ContentPart, 0, 9);
+    DownloadRequest noUrl("", &fragment);
+    DownloadRequest noFragment(server.url(), nullptr);
+    DownloadRequest noName(server.url(), &unnamed);
+    for (DownloadRequest* request : {&noUrl, &noFragment, &noName}) {
+        ASSERT_TRUE(isAnswered(*request));
+        EXPECT_EQ(request->getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
+        EXPECT_EQ(request->getDownloadFailures(), 1U);
+    }
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() No URL defined in DownloadRequest!"));
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() FileFragment is NULL!"));
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() No filename defined in FileFragment!"));
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(DownloaderTest, UnopenedFileIsATransientFailureThatIsNotAnswered) {
+    fragment.setFilename(directory.file("missing/ContentPart-x"));
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isDropped(request));
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
+    EXPECT_EQ(request.getDownloadFailures(), 1U);
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() No such file or directory"));
+    ASSERT_TRUE(isDropped(request)); // it may be queued again
+}
+
+TEST_F(DownloaderTest, WithoutAHandleTheRequestStaysAsItIs) {
+    CurlSpy::get().refusesHandles = true;
+    DownloadRequest request(server.url(), &fragment);
+    EXPECT_TRUE(isDropped(request));
+    CurlSpy::get().refusesHandles = false;
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadNotStarted);
+    EXPECT_FALSE(std::filesystem::exists(fragment.getFilename()));
+}
+
+TEST_F(DownloaderTest, FinishedRequestsComeBackUnchangedAndStartedOnesAreDropped) {
+    DownloadRequest request(server.url(), &fragment);
+    for (const auto status : {DownloadRequest::DownloadComplete, DownloadRequest::DownloadPermanentFailure}) {
+        request.setDownloadStatus(status);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), status);
+    }
+    request.setDownloadStatus(DownloadRequest::DownloadStarted);
+    ASSERT_TRUE(isDropped(request));
+    request.setDownloadStatus(static_cast<DownloadRequest::DownloadStatus>(5));
+    ASSERT_TRUE(isDropped(request));
+    EXPECT_TRUE(server.requests().empty());
+    EXPECT_EQ(log.count("LOG_WARNING"), 3U);
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::onDownloadRequest() Already started DownloadRequest (" +
+                        fragment.toString() + ") DownloadStarted DownloadStarted'!"));
+}
+
+TEST_F(DownloaderTest, OtherItemsAreDroppedAndStopEndsTheThread) {
+    GotZempStartEvent other;
+    ExitRunLoop exit;
+    in.add(nullptr);
+    in.add(&other);
+    in.add(&exit);
+    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO Downloader::run() Stopped."); }));
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::run() Got NULL pointer work item from queue!"));
+    EXPECT_TRUE(log.has("LOG_INFO Downloader::onWorkItem() No handling of GotZempStartEvent No status."));
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::onStopWork()"));
+    downloader->onWorkItem(nullptr);
+    EXPECT_TRUE(log.has("LOG_DEBUG Downloader::onWorkItem() Work item is NULL!"));
+    downloader->onDownloadRequest(nullptr);
+    EXPECT_FALSE(downloader->download(nullptr));
+}
+
+TEST_F(DownloaderTest, SetsExactlyTheseOptionsAtDebugLevel) {
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(CurlSpy::get().takeOptions(), (Strings{"URL " + server.url(), "LOW_SPEED_LIMIT 50",
+                                                     "LOW_SPEED_TIME 60", "WRITEDATA", "RANGE 1000-2999"}));
+}
+
+class CappedDownloaderTest : public testing::Test, protected DownloaderFixture {
+  protected:
+    CappedDownloaderTest() : DownloaderFixture(LogInfo) {}
+};
+
+TEST_F(CappedDownloaderTest, SpeedCapFollowsTheLogLevel) {
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(CurlSpy::get().takeOptions(),
+              (Strings{"URL " + server.url(), "MAX_RECV_SPEED_LARGE 25000", "LOW_SPEED_LIMIT 50",
+                       "LOW_SPEED_TIME 60", "WRITEDATA", "RANGE 1000-2999"}));
+}
+
+TEST_F(DownloaderTest, RefusedConnectionIsTransientAndCounts) {
+    std::string url;
+    {
+        const support::ScriptedHttpServer gone;
+        url = gone.url();
+    }
+    DownloadRequest request(url, &fragment);
+    for (unsigned failures = 1; failures <= 3; ++failures) {
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
+        EXPECT_EQ(request.getDownloadFailures(), failures);
+    }
+    EXPECT_EQ(log.count(", 7) Transient."), 3U);
+}
+
+TEST_F(DownloaderTest, UnresolvedNameIsTransientAndABadUrlIsNot) {
+    DownloadRequest unresolved("http://no-such-host.invalid/", &fragment);
+    ASSERT_TRUE(isAnswered(unresolved));
+    EXPECT_EQ(unresolved.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
+    DownloadRequest bad("nonsense://host/", &fragment);
+    ASSERT_TRUE(isAnswered(bad));
+    EXPECT_EQ(bad.getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
+}
+
+TEST_F(DownloaderTest, FileDoesNotGrowBeyondTheLargestImage) {
+    constexpr auto Limit = uint64_t{FileFragment::MaximumFileSize} + Downloader::FileSizeSlack;
+    FileFragment whole(directory.file("image.zemp"), 0);
+    std::ofstream(whole.getFilename()).close();
+    std::filesystem::resize_file(whole.getFilename(), FileFragment::MaximumFileSize - 100); // sparse
+    server.setImage(patternOf(1000000));
+    DownloadRequest request(server.url(), &whole);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
+    EXPECT_LE(std::filesystem::file_size(whole.getFilename()), Limit);
+    EXPECT_EQ(log.count(", 23) Permanent."), 1U);
+    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() Failure writing file '" + whole.getFilename() +
+                        "' (File too large)."));
+}
+
+TEST_F(DownloaderTest, BytesThatDoNotReachTheDiskAreAPermanentFailure) {
+    fragment.setFilename("/dev/full");
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request)); // few bytes: the error shows when the file is closed
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
+    EXPECT_EQ(request.getDownloadFailures(), 1U);
+    EXPECT_TRUE(log.has(
+        "LOG_WARNING Downloader::download() Failure writing file '/dev/full' (No space left on device)."));
+    EXPECT_EQ(log.count("Curl command failed"), 0U);
+}
+
+TEST_F(DownloaderTest, LeaksNoDescriptorsAndNoHandles) {
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    const size_t before = openDescriptors();
+    const size_t handles = CurlSpy::get().liveHandles();
+    for (int i = 0; i < 1000; ++i) {
+        request.resetRequest();
+        fragment.setFileSize(0);
+        if (i % 3 == 0)
+            server.addScript([] {
+                HttpScript s;
+                s.bodyBytes = 10;
+                return s;
+            }());
+        ASSERT_TRUE(isAnswered(request));
+    }
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= before; })); // the server closes its side late
+    EXPECT_EQ(CurlSpy::get().liveHandles(), handles);
+}
+
+TEST_F(DownloaderTest, StopsPromptlyWhenIdle) {
+    usleep(20000); // it waits by now
+    EXPECT_LT(stop(), PromptStop);
+}
+
+TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
+    HttpScript script;
+    script.bodyBytes = 700;
+    script.end = HttpScript::Stall;
+    server.setScript(script);
+    DownloadRequest request(server.url(), &fragment);
+    queue(request);
+    ASSERT_TRUE(server.waitForStall());
+    usleep(100000); // the bytes are read by now
+    const size_t handles = CurlSpy::get().liveHandles();
+    EXPECT_LT(stop(), PromptStop);
+    EXPECT_EQ(CurlSpy::get().liveHandles(), handles); // not released: libcurl was in the middle of it
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(onDisk() == image.substr(1000, 700));
+
+    // The next process goes on from there.
+    server.setScript({});
+    FileFragment found(FileFragment::ContentPart, 0, 0);
+    found.setFilename(fragment.getFilename());
+    found.setDownloadRange(1000, 1999);
+    found.setFileSize(700);
+    DownloadRequest again(server.url(), &found);
+    start();
+    ASSERT_TRUE(isAnswered(again));
+    EXPECT_TRUE(onDisk() == image.substr(1000, 2000));
+}
+
+TEST_F(DownloaderTest, StopsPromptlyWhileItWaitsForAnAnswer) {
+    HttpScript script;
+    script.headBytes = 0;
+    script.end = HttpScript::Stall;
+    server.setScript(script);
+    DownloadRequest request(server.url(), &fragment);
+    queue(request);
+    ASSERT_TRUE(server.waitForStall());
+    EXPECT_LT(stop(), PromptStop);
+}
+
+// A port whose queue of connections is full: further ones are not answered.
+class FullPort {
+  public:
+    FullPort() {
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        listener = socketAt(0);
+        EXPECT_EQ(bind(listener, generic(), sizeof address), 0);
+        EXPECT_EQ(listen(listener, 0), 0);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(getsockname(listener, generic(), &size), 0);
+        for (int& client : clients) {
+            client = socketAt(SOCK_NONBLOCK);
+            connect(client, generic(), sizeof address);
+        }
+    }
+    ~FullPort() {
+        close(listener);
+        for (const int client : clients)
+            close(client);
+    }
+    FullPort(const FullPort&) = delete;
+    FullPort& operator=(const FullPort&) = delete;
+
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/"; }
+
+  private:
+    static int socketAt(int flags) { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0); }
+    sockaddr* generic() { return reinterpret_cast<sockaddr*>(&address); }
+
+    sockaddr_in address = {};
+    int listener = -1;
+    int clients[4] = {};
+};
+
+TEST_F(DownloaderTest, StopsPromptlyWhileConnecting) {
+    const FullPort port;
+    DownloadRequest request(port.url(), &fragment);
+    queue(request);
+    usleep(300000); // it connects by now
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadStarted);
+    EXPECT_LT(stop(), PromptStop);
+}
+
+TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
+    server.setImage(patternOf(20000000));
+    fragment.setDownloadRange(0, 19999999);
+    DownloadRequest request(server.url(), &fragment);
+    queue(request);
+    ASSERT_TRUE(eventually([&] {
+        return std::filesystem::exists(fragment.getFilename()) &&
+               std::filesystem::file_size(fragment.getFilename()) > 0;
+    }));
+    EXPECT_LT(stop(), PromptStop);
+    EXPECT_TRUE(onDisk() == patternOf(20000000).substr(0, onDisk().size()));
+}
+
+} // namespace
