@@ -21,11 +21,13 @@ struct Version {
     uint16_t build = 0;
 };
 
+inline constexpr uint8_t NoRelease = 255;
+
 // An update set.
 struct Set {
     std::string name;
     bool bootable = true;
-    uint8_t releaseHeader = 0; // index into Description::releases
+    uint8_t releaseHeader = NoRelease; // index into Description::releases
     uint8_t references = 0;
 };
 

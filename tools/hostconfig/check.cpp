@@ -44,7 +44,7 @@ void checkSets(Findings& findings, const hostconfig_t& hc, const zemp_content_he
         add(findings, false, offsetOf(hc, part, offsetof(suu_data_t, activeSet)),
             "the active set " + std::to_string(data.activeSet) + " is not in use");
     for (unsigned i = 0; i < suu_data_t::SetCount && i < data.setCount; ++i)
-        if (data.sets[i].releaseHeader >= suu_data_t::SetCount)
+        if (data.sets[i].releaseHeader >= suu_data_t::SetCount && data.sets[i].releaseHeader != NoRelease)
             add(findings, false, offsetOf(hc, part, i * sizeof(suu_set_t)),
                 "set '" + ZempFormat::text(data.sets[i].name) + "' refers to release header " +
                     std::to_string(data.sets[i].releaseHeader) + ", which is none");
@@ -81,6 +81,14 @@ std::vector<Finding> check(const Bytes& record) {
     if (memcmp(hc->raw, ZempFormat::Magic, ZempFormat::MagicSize) != 0)
         add(findings, false, 0, "the magic at the start is not there");
     int validity = hostconfig_check_raw(hc.get());
+    const uint64_t declared =
+        uint64_t{ZempFormat::HeaderOffset} + hc->header->hdr_length + hc->header->body_length;
+    if (validity == ZempBadBodyCrc && declared > record.size())
+        validity = HostconfigBadLength; // as the daemon takes the missing bytes for zeros
+    if (validity == ZempValid && declared > record.size())
+        add(findings, false, ZempFormat::HeaderOffset,
+            "the main header declares " + std::to_string(declared) +
+                " bytes; the missing ones count as zeros");
     if (validity != ZempValid) {
         add(findings, true, ZempFormat::HeaderOffset, std::string("the main header ") + describe(validity));
         return findings;

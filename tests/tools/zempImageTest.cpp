@@ -1,0 +1,295 @@
+#include "tools/zempRun.h"
+
+#include "image/zemp_validate.h"
+#include "support/LogCapture.h"
+#include "zemp/ImageListing.h"
+#include <csignal>
+#include <sys/resource.h>
+
+namespace {
+
+constexpr const char* Golden = R"(
+[release]
+version = "1.5.7"
+name = "REL-1.05-7"
+text = "Release 1.05-7\n"
+
+[[manifest.line]]
+text = "# suum"
+[[manifest.line]]
+index = 2
+pool = "kernel"
+platform = "4813"
+version = "1.2.3"
+[[manifest.line]]
+index = 4
+pool = "root"
+mountpoint = "/"
+filesystem = "ext4"
+version = "1.2.3"
+
+[[part]]
+name = "kernel"
+version = "1.2.3"
+build-id = "kern-build"
+text = "KERN!"
+
+[[part]]
+name = "root"
+version = "1.02-3"
+build-id = "root-build"
+hex = "52 4f 4f 54 46 53 21 21"
+)";
+
+constexpr const char* Frame = R"([release]
+version = "1.5.7"
+[manifest]
+text = "2,kernel,0,-,-,-,1.2.3,1\n"
+)";
+
+std::string payload(size_t size) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i * 31 + i / 256) & 0xff);
+    return bytes;
+}
+
+struct ZempImage : ZempRun {
+    // What the tool says to a description that it refuses.
+    std::string refusal(const std::string& description) {
+        scratch.write("d.toml", description);
+        EXPECT_EQ(zemp({"build", "@d.toml", "-o", "@never.zemp"}), 1) << description;
+        EXPECT_EQ(out, "");
+        return err;
+    }
+
+    // An image whose last part reaches beyond the size of a start.
+    std::string buildSample() {
+        scratch.write("kernel.bin", payload(1001));
+        scratch.write("s.toml", std::string(Frame) + R"(
+[[part]]
+name = "kernel"
+version = "1.2.3"
+file = "kernel.bin"
+)");
+        EXPECT_EQ(zemp({"build", "@s.toml", "-o", "@s.zemp"}), 0) << err;
+        return ScratchDir::read(scratch.file("s.zemp"));
+    }
+};
+
+TEST_F(ZempImage, BuildsTheSameBytesEachTime) {
+    scratch.write("golden.toml", Golden);
+    ASSERT_EQ(zemp({"build", "@golden.toml", "-o", "@golden.zemp"}), 0) << err;
+    EXPECT_EQ(out, "golden.zemp: 356 bytes, 4 parts\n");
+    const std::string image = ScratchDir::read(scratch.file("golden.zemp"));
+    EXPECT_EQ(crc32_calc(0, image.data(), image.size()), 0xe3577ae4U);
+    ASSERT_EQ(zemp({"build", "@golden.toml", "--output", "@again.zemp"}), 0);
+    EXPECT_EQ(ScratchDir::read(scratch.file("again.zemp")), image);
+}
+
+TEST_F(ZempImage, ListsPartsAndManifest) {
+    scratch.write("golden.toml", Golden);
+    zemp({"build", "@golden.toml", "-o", "@golden.zemp"});
+    EXPECT_EQ(zemp({"list", "@golden.zemp"}), 0);
+    EXPECT_EQ(out, "OFFSET  SIZE  TYPE           NAME     VERSION  BUILD ID    HEADER  BODY\n"
+                   "     8    16  ZempHeader     -        1.05-7   -           ok      ok\n"
+                   "    24    92  ReleaseHeader  release  1.05-7   REL-1.05-7  ok      ok\n"
+                   "   116    96  SuumBlob       suum     1.05-7   -           ok      ok\n"
+                   "   212    72  KernelBlob     kernel   1.02-3   kern-build  ok      ok\n"
+                   "   284    72  RootBlob       root     1.02-3   root-build  ok      ok\n"
+                   "\n"
+                   "INDEX  POOL    VERSION  PLATFORM  MOUNT POINT\n"
+                   "    2  kernel  1.02-3   4813      -\n"
+                   "    4  root    1.02-3   -         /\n");
+    EXPECT_EQ(err, "");
+}
+
+TEST_F(ZempImage, DescriptionsInOtherForms) {
+    scratch.write("kernel.bin", payload(70000));
+    scratch.write("d.toml", R"(
+[release]
+version = "255.255.65535"
+time = 2000-02-28T23:59:59+01:00
+text = "needs padding"
+[[manifest.line]]
+index = 2
+pool = "kernel"
+version = "1.2.300"
+valid = false
+hexadecimal = true
+size = 7
+[[part]]
+name = "sixteen bytes: A"
+version = "1.2.300"
+file = "kernel.bin"
+)");
+    ASSERT_EQ(zemp({"build", "@d.toml", "-o", "@d.zemp"}), 0) << err;
+    const std::string image = ScratchDir::read(scratch.file("d.zemp"));
+    EXPECT_NE(image.find(std::string("needs padding\n\n\0", 16)), std::string::npos);
+    EXPECT_NE(image.find("2,kernel,7,-,-,-,0102012C,0\n"), std::string::npos);
+    EXPECT_NE(image.find("\xef\xfd\xba\x38"), std::string::npos); // 951778799
+    EXPECT_EQ(image.substr(image.size() - 70000), payload(70000));
+    EXPECT_EQ(zemp({"list", "@d.zemp"}), 0) << err;
+    EXPECT_NE(out.find("UnspecifiedSwBlob  sixteen bytes: A  1.02-300"), std::string::npos) << out;
+}
+
+TEST_F(ZempImage, MistakesInDescriptionsAreLocated) {
+    const std::string frame = Frame;
+    const std::string part = frame + "[[part]]\nname = \"kernel\"\nversion = \"1.2.3\"\n";
+    const std::string line = "[release]\nversion = \"1.5.7\"\n[[manifest.line]]\n";
+    const std::pair<std::string, std::string> rows[] = {
+        {"", "1:1: the description has no 'release'"},
+        {"release = 1", "1:11: 'release' has to be a table: [release]"},
+        {"[release]\nversion = 7\n", "2:11: 'version' has to be a text in quotes"},
+        {"[release]\nversion = \"1.256.0\"\n",
+         "2:11: 'version' has to be like \"1.5.7\": major and minor up to 255, build up to 65535"},
+        {"[release]\nversion = \"1.5.7\"\nnam = 1\n", "3:1: the release knows no key 'nam'"},
+        {"[release]\nversion = \"1.5.7\"\ntime = 1969-12-31T23:59:59Z\n",
+         "3:8: 'time' has to be from 1970 to 2106"},
+        {"[release]\nversion = \"1.5.7\"\nname = \"" + std::string(37, 'n') + "\"\n",
+         "3:8: 'name' has 37 bytes; at most 36 fit"},
+        {"[release]\nversion = \"1.5.7\"\n[manifest]\n",
+         "3:1: the manifest has neither 'text' nor lines: [[manifest.line]]"},
+        {line + "pool = \"kernel\"\n", "3:1: the manifest line has no 'index'"},
+        {line + "index = 2\npool = \"a,b\"\n",
+         "5:8: 'pool' must not be empty, nor have a comma or a line end"},
+        {line + "index = -1\n", "4:9: 'index' has to be from 0 to 1000"},
+        {line + "text = \"a\\nb\"\n", "4:8: a manifest line must not have a line end"},
+        {frame + "part = 5\n", "5:1: the manifest knows no key 'part'"},
+        {frame + "[part]\nname = \"kernel\"\n", "5:1: 'part' has to be tables, in double brackets"},
+        {frame + "[[part]]\nversion = \"1.2.3\"\n", "5:1: the part has no 'name'"},
+        {part, "5:1: the part 'kernel' needs one of 'file', 'text' and 'hex'"},
+        {part + "text = \"a\"\nhex = \"00\"\n",
+         "5:1: the part 'kernel' needs one of 'file', 'text' and 'hex'"},
+        {part + "hex = \"000\"\n", "8:7: 'hex' has an odd number of digits"},
+        {part + "hex = \"0g\"\n", "8:7: 'hex' has a character that is no hexadecimal digit: 'g'"},
+        {part + "file = \"none.bin\"\n", "8:8: cannot read 'none.bin': No such file or directory"},
+        {part + "file = \"/dev/zero\"\n", "8:8: cannot read '/dev/zero': Not a regular file"},
+    };
+    for (const auto& [description, message] : rows)
+        EXPECT_EQ(refusal(description), "zemp: d.toml:" + message + "\n");
+    EXPECT_EQ(refusal("[release\n").substr(0, 18), "zemp: d.toml:1:9: ");
+    EXPECT_EQ(files(), "d.toml");
+}
+
+TEST_F(ZempImage, WrongUseAndBadFiles) {
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {}, {"frobnicate"}, {"build", "x.toml"}, {"list"}, {"list", "a", "b"}, {"hostcfg"}}) {
+        EXPECT_EQ(zemp(arguments), 2);
+        EXPECT_EQ(out, "");
+        EXPECT_NE(err, "");
+    }
+    EXPECT_EQ(zemp({"--help"}), 0);
+    EXPECT_EQ(zemp({"hostcfg", "build", "--help"}), 0);
+
+    const std::pair<std::string, std::string> rows[] = {
+        {"@none", "none: No such file or directory"},
+        {scratch.path(), scratch.path() + ": Is a directory"},
+        {"/dev/zero", "/dev/zero: Not a regular file"},
+        {scratch.write("empty", ""), "empty: is empty"},
+        {scratch.write("text", "hello"), "text: is neither an image nor a content part"},
+    };
+    for (const auto& [file, message] : rows) {
+        EXPECT_EQ(zemp({"list", file}), 1);
+        EXPECT_EQ(err, "zemp: " + message + "\n");
+    }
+}
+
+TEST_F(ZempImage, OutputIsReplacedWholeOrNotAtAll) {
+    buildSample();
+    scratch.write("old.zemp", "old");
+    EXPECT_EQ(zemp({"build", "@missing.toml", "-o", "@old.zemp"}), 1);
+    EXPECT_EQ(ScratchDir::read(scratch.file("old.zemp")), "old");
+
+    EXPECT_EQ(zemp({"build", "@s.toml", "-o", "/dev/null"}), 1);
+    EXPECT_EQ(err, "zemp: /dev/null: Not a regular file\n");
+    EXPECT_EQ(zemp({"build", "@s.toml", "-o", "@no/such.zemp"}), 1);
+    EXPECT_EQ(err, "zemp: no/such.zemp: No such file or directory\n");
+
+    rlimit saved = {};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    const rlimit tiny = {500, saved.rlim_max}; // stands for a full disk
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tiny);
+    const int status = zemp({"build", "@s.toml", "-o", "@old.zemp"});
+    setrlimit(RLIMIT_FSIZE, &saved);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(err, "zemp: cannot write 'old.zemp'\n");
+    EXPECT_EQ(ScratchDir::read(scratch.file("old.zemp")), "old");
+
+    ASSERT_EQ(symlink("old.zemp", scratch.file("link.zemp").c_str()), 0);
+    EXPECT_EQ(zemp({"build", "@s.toml", "-o", "@link.zemp"}), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(scratch.file("link.zemp")));
+    EXPECT_EQ(ScratchDir::read(scratch.file("old.zemp")).substr(0, 8), "PMEZZEMP");
+    EXPECT_EQ(files(), "kernel.bin link.zemp old.zemp s.toml s.zemp");
+}
+
+zemp::ImageListing listingOf(const std::string& image) {
+    const support::LogCapture quiet(LogEmergency);
+    return zemp::listImage(reinterpret_cast<const uint8_t*>(image.data()), image.size());
+}
+
+TEST_F(ZempImage, EveryFlippedBitIsFound) {
+    const std::string image = buildSample();
+    EXPECT_EQ(listingOf(image).problem, "");
+    for (size_t bit = 0; bit < image.size() * 8; ++bit) {
+        std::string damaged = image;
+        damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << bit % 8));
+        ASSERT_NE(listingOf(damaged).problem, "") << bit;
+    }
+}
+
+TEST_F(ZempImage, EveryPrefixIsIncomplete) {
+    const std::string image = buildSample();
+    for (size_t size = 24; size < image.size(); ++size) {
+        const zemp::ImageListing listing = listingOf(image.substr(0, size));
+        ASSERT_TRUE(listing.isIncomplete) << size;
+        ASSERT_EQ(listing.problem, "is incomplete: " + std::to_string(size) + " of " +
+                                       std::to_string(image.size()) + " bytes");
+    }
+}
+
+TEST_F(ZempImage, IncompleteFileIsListedAndRefusedUnlessItIsAStart) {
+    const std::string image = buildSample();
+    scratch.write("cut.zemp", image.substr(0, 512));
+    EXPECT_EQ(zemp({"list", "@cut.zemp"}), 0);
+    EXPECT_NE(out.find("\nonly the start: 512 bytes\n"), std::string::npos) << out;
+    scratch.write("cut.zemp", image.substr(0, 513));
+    EXPECT_EQ(zemp({"list", "@cut.zemp"}), 1);
+    EXPECT_EQ(err, "zemp: cut.zemp: is incomplete: 513 of 1232 bytes\n");
+    EXPECT_NE(out.find("  KernelBlob     kernel   1.02-3   -         ok      incomplete\n"),
+              std::string::npos)
+        << out;
+}
+
+TEST_F(ZempImage, ListsWhatIsBehindADamagedBody) {
+    scratch.write("golden.toml", Golden);
+    zemp({"build", "@golden.toml", "-o", "@golden.zemp"});
+    std::string image = ScratchDir::read(scratch.file("golden.zemp"));
+    image[212 + 64] ^= 1;
+    scratch.write("damaged.zemp", image + "tail");
+    EXPECT_EQ(zemp({"list", "@damaged.zemp"}), 1);
+    EXPECT_EQ(err, "zemp: damaged.zemp: has a damaged body in part 'kernel' at offset 212\n");
+    EXPECT_NE(out.find("kern-build  ok      BAD\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("root-build  ok      ok\n"), std::string::npos) << out;
+    image[212 + 64] ^= 1;
+    scratch.write("longer.zemp", image + "tail");
+    EXPECT_EQ(zemp({"list", "@longer.zemp"}), 1);
+    EXPECT_EQ(err, "zemp: longer.zemp: has 4 bytes behind the image\n");
+}
+
+TEST_F(ZempImage, ListsAContentPartFile) {
+    const std::string image = buildSample();
+    const size_t at = image.find("kernel", image.find("kernel") + 1) - 12;
+    scratch.write("part", image.substr(at));
+    EXPECT_EQ(zemp({"list", "@part"}), 0) << err;
+    EXPECT_EQ(out, "OFFSET  SIZE  TYPE        NAME    VERSION  BUILD ID  HEADER  BODY\n"
+                   "     0  1068  KernelBlob  kernel  1.02-3   -         ok      ok\n");
+    scratch.write("part", image.substr(at, 512));
+    EXPECT_EQ(zemp({"list", "@part"}), 0) << err;
+    scratch.write("part", image.substr(at, 513));
+    EXPECT_EQ(zemp({"list", "@part"}), 1);
+    EXPECT_EQ(err, "zemp: part: ends within part 'kernel' at offset 0\n");
+}
+
+} // namespace

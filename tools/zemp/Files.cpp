@@ -1,0 +1,148 @@
+#include "zemp/Files.h"
+
+#include "zemp/InputError.h"
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zemp {
+
+namespace {
+
+constexpr int TemporaryAttempts = 100; // names tried before giving up
+
+[[noreturn]] void fail(const std::string& path, const std::string& reason) {
+    throw InputError(path + ": " + reason);
+}
+
+[[noreturn]] void failWithErrno(const std::string& path) {
+    fail(path, strerror(errno));
+}
+
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : mFd(fd) {}
+    ~Descriptor() {
+        if (mFd >= 0)
+            ::close(mFd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const { return mFd; }
+
+  private:
+    const int mFd;
+};
+
+// Size of the open file, which has to be a regular one.
+uint64_t regularSize(const Descriptor& file, const std::string& path) {
+    struct stat status = {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0)
+        failWithErrno(path);
+    if (S_ISDIR(status.st_mode))
+        fail(path, "Is a directory");
+    if (!S_ISREG(status.st_mode))
+        fail(path, "Not a regular file");
+    return static_cast<uint64_t>(status.st_size);
+}
+
+// A new, empty file beside `path`, with the rights that any new file gets.
+std::string makeTemporary(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    const size_t name = slash == std::string::npos ? 0 : slash + 1;
+    const std::string prefix =
+        path.substr(0, name) + "." + path.substr(name) + "." + std::to_string(getpid());
+    for (int attempt = 0;; ++attempt) {
+        std::string temporary = prefix + "." + std::to_string(attempt);
+        const Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+        if (file.get() >= 0)
+            return temporary;
+        if (errno != EEXIST || attempt == TemporaryAttempts)
+            failWithErrno(path);
+    }
+}
+
+// Where a symbolic link leads, so that its target is replaced and not the link.
+std::string followLink(const std::string& path) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+        return path;
+    const std::unique_ptr<char, decltype(&free)> target(realpath(path.c_str(), nullptr), &free);
+    if (!target)
+        failWithErrno(path);
+    return target.get();
+}
+
+void syncFile(const std::string& temporary, const std::string& path) {
+    const Descriptor file(open(temporary.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0 || fsync(file.get()) != 0)
+        failWithErrno(path);
+}
+
+} // namespace
+
+std::string readFile(const std::string& path, uint64_t limit) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const uint64_t size = regularSize(file, path);
+    if (size > limit)
+        fail(path, "has " + std::to_string(size) + " bytes, more than " + std::to_string(limit));
+    std::string content(static_cast<size_t>(size), '\0');
+    size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t count = read(file.get(), &content[done], content.size() - done);
+        if (count < 0)
+            failWithErrno(path);
+        if (count == 0)
+            fail(path, "became shorter while it was read");
+        done += static_cast<size_t>(count);
+    }
+    return content;
+}
+
+MappedFile::MappedFile(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    mSize = regularSize(file, path);
+    if (mSize > SIZE_MAX)
+        fail(path, "is too large");
+    if (mSize == 0)
+        return;
+    void* data = mmap(nullptr, static_cast<size_t>(mSize), PROT_READ, MAP_PRIVATE, file.get(), 0);
+    if (data == MAP_FAILED)
+        failWithErrno(path);
+    mData = static_cast<const uint8_t*>(data);
+}
+
+MappedFile::~MappedFile() {
+    if (mData != nullptr)
+        munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
+}
+
+void replaceFile(const std::string& path, const std::function<void(const std::string& temporary)>& fill) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        fail(path, S_ISDIR(status.st_mode) ? "Is a directory" : "Not a regular file");
+    const std::string target = followLink(path);
+    const std::string temporary = makeTemporary(target);
+    try {
+        fill(temporary);
+        syncFile(temporary, path);
+        if (rename(temporary.c_str(), target.c_str()) != 0)
+            failWithErrno(path);
+    } catch (const std::exception& error) {
+        unlink(temporary.c_str());
+        std::string text = error.what(); // about the file that the user knows
+        const size_t at = text.find(temporary);
+        if (at != std::string::npos)
+            text.replace(at, temporary.size(), path);
+        throw InputError(text);
+    }
+}
+
+} // namespace zemp
