@@ -83,7 +83,7 @@ std::string matchRule(const std::string& prefix) {
 
 } // namespace
 
-struct CBusConnection::Impl {
+struct [[gnu::visibility("hidden")]] CBusConnection::Impl {
     struct Registration {
         std::optional<std::string> name; // none: every name
         CBusMessageHandler* handler;
@@ -93,10 +93,12 @@ struct CBusConnection::Impl {
     int open(const std::string& busName, FdLoop::Impl& loop);
     void close();
     bool fail(const std::string& what, const std::string& why);
-    bool fail(const std::string& what, int errorNumber) { return fail(what, strerror(-errorNumber)); }
+    bool fail(const std::string& what, int errorNumber) {
+        return fail(what, strerror(-errorNumber));
+    }
     void deliver(const char* name, const void* data, unsigned length);
 
-    static int onMessage(sd_bus_message* message, void* userdata, sd_bus_error* error);
+    static int onMessage(sd_bus_message * message, void* userdata, sd_bus_error* error);
 
     cbus_handle_t handle;     // its bus is null when there is no connection
     unsigned connections = 0; // changes when a connection begins or ends

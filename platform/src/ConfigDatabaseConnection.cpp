@@ -56,7 +56,7 @@ bool store(sqlite3* database, const std::string& key, const std::string& value) 
 
 } // namespace
 
-struct ConfigDatabaseConnection::Impl {
+struct [[gnu::visibility("hidden")]] ConfigDatabaseConnection::Impl {
     // Notes and logs why a call failed; always false.
     bool fail(const std::string& what, const std::string& why) {
         lastError = what + ": " + why;
@@ -72,7 +72,9 @@ struct ConfigDatabaseConnection::Impl {
         return complete || fail(what, "key or value missing");
     }
 
-    bool failInDatabase(const std::string& what) { return fail(what, sqlite3_errmsg(database.get())); }
+    bool failInDatabase(const std::string& what) {
+        return fail(what, sqlite3_errmsg(database.get()));
+    }
 
     SqliteDatabase database; // null while not connected
     std::string lastError;

@@ -15,13 +15,13 @@ class CancellationBlock;
 
 namespace common {
 
-struct FdLoopTimer::Impl {
+struct [[gnu::visibility("hidden")]] FdLoopTimer::Impl {
     unsigned interval = 0;        // milliseconds
     FdLoop::Impl* loop = nullptr; // where it is armed, else null
     uint64_t armingId = 0;        // there
 };
 
-struct FdLoop::Impl {
+struct [[gnu::visibility("hidden")]] FdLoop::Impl {
     // One addTimer(). A timer armed again is a new arming, so a handler can be told from its successor.
     struct Arming {
         Impl* loop = nullptr;
@@ -50,20 +50,22 @@ struct FdLoop::Impl {
     [[nodiscard]] int ensureEvent();
 
     // The sd-event loop; only after a successful ensureEvent(). Owned.
-    sd_event* event() const { return mEvent; }
+    sd_event* event() const {
+        return mEvent;
+    }
 
     void run();
 
     [[nodiscard]] int addWatch(int fd, AbstractFdLoopEventHandler* handler);
     void removeWatch(int fd);
 
-    [[nodiscard]] int addTimer(FdLoopTimer::Impl& timer, AbstractFdLoopTimeoutHandler* handler);
+    [[nodiscard]] int addTimer(FdLoopTimer::Impl & timer, AbstractFdLoopTimeoutHandler * handler);
     void removeTimer(uint64_t id);
     void restartTimer(uint64_t id); // one interval from now
 
   private:
-    [[nodiscard]] int attach(Watch& watch);
-    [[nodiscard]] int schedule(Arming& arming, uint64_t due);
+    [[nodiscard]] int attach(Watch & watch);
+    [[nodiscard]] int schedule(Arming & arming, uint64_t due);
     void reattachAll();
     int step(const CancellationBlock& block, bool& more);
     void drain(int fd);
@@ -71,8 +73,8 @@ struct FdLoop::Impl {
     uint64_t intervalUs(const Arming& arming) const;
 
     static double readTimeScale();
-    static int onReadable(sd_event_source* source, int fd, uint32_t revents, void* userdata);
-    static int onTime(sd_event_source* source, uint64_t time, void* userdata);
+    static int onReadable(sd_event_source * source, int fd, uint32_t revents, void* userdata);
+    static int onTime(sd_event_source * source, uint64_t time, void* userdata);
 
     sd_event* mEvent = nullptr;
     pid_t mPid = 0; // the process that made mEvent

@@ -47,7 +47,7 @@ void StopSignals::stop() {
     if (!mStarted)
         return;
     mDone = true;
-    pthread_kill(mThread, SIGTERM); // to that thread alone: it wakes and sees that it is done
+    pthread_kill(mThread, SIGINT); // to that thread alone: it wakes and sees that it is done
     pthread_join(mThread, nullptr);
     mStarted = false;
 }

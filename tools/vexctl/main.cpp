@@ -37,7 +37,7 @@ Words cutWords(Words& arguments) {
     const auto mark = std::find(arguments.begin(), arguments.end(), "--");
     if (!takesWords || mark == arguments.end())
         return {};
-    const Words rest(mark + 1, arguments.end());
+    Words rest(mark + 1, arguments.end());
     arguments.erase(mark, arguments.end());
     return rest;
 }
