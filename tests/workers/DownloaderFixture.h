@@ -9,16 +9,13 @@
 #include "update/FileFragment.h"
 #include "workers/CurlSpy.h"
 #include "workers/Downloader.h"
+#include "workers/Eventually.h"
 #include "workitems/DownloadRequest.h"
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
-#include <thread>
-
-using Clock = std::chrono::steady_clock;
 
 // Bytes that depend on their offset, so that a splice shows; `seed` tells images apart.
 inline std::string patternOf(size_t size, unsigned seed = 0) {
@@ -26,18 +23,6 @@ inline std::string patternOf(size_t size, unsigned seed = 0) {
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<char>((i * 31 + (i >> 8) * 17 + seed * 101) & 0xFF);
     return bytes;
-}
-
-// True as soon as `condition` holds, false when it does not within ten seconds.
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (Clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 class DownloaderFixture {
@@ -87,13 +72,6 @@ class DownloaderFixture {
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    // Destroys the downloader; how long it took.
-    std::chrono::milliseconds stop() {
-        const auto begin = Clock::now();
-        downloader.reset();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    }
-
     const support::LogCapture log;
     const support::TemporaryDirectory directory;
     const std::string image = patternOf(100000);
@@ -103,8 +81,5 @@ class DownloaderFixture {
     wqueue<FwWorkItem*> out;
     std::unique_ptr<Downloader> downloader;
 };
-
-// Longest time that a stop may take.
-constexpr std::chrono::milliseconds PromptStop{900};
 
 #endif

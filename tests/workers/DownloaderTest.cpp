@@ -184,7 +184,7 @@ TEST_F(DownloaderTest, LeaksNoDescriptorsAndNoHandles) {
 
 TEST_F(DownloaderTest, StopsPromptlyWhenIdle) {
     usleep(20000); // it waits by now
-    EXPECT_LT(stop(), PromptStop);
+    EXPECT_LT(stopTime(downloader), PromptStop);
 }
 
 TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
@@ -197,7 +197,7 @@ TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
     ASSERT_TRUE(server.waitForStall());
     usleep(100000); // the bytes are read by now
     const size_t handles = CurlSpy::get().liveHandles();
-    EXPECT_LT(stop(), PromptStop);
+    EXPECT_LT(stopTime(downloader), PromptStop);
     EXPECT_EQ(CurlSpy::get().liveHandles(), handles); // not released: libcurl was in the middle of it
     EXPECT_EQ(out.size(), 0);
     EXPECT_TRUE(onDisk() == image.substr(1000, 700));
@@ -222,7 +222,7 @@ TEST_F(DownloaderTest, StopsPromptlyWhileItWaitsForAnAnswer) {
     DownloadRequest request(server.url(), &fragment);
     queue(request);
     ASSERT_TRUE(server.waitForStall());
-    EXPECT_LT(stop(), PromptStop);
+    EXPECT_LT(stopTime(downloader), PromptStop);
 }
 
 // A port whose queue of connections is full: further ones are not answered.
@@ -266,7 +266,7 @@ TEST_F(DownloaderTest, StopsPromptlyWhileConnecting) {
     queue(request);
     usleep(300000); // it connects by now
     EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadStarted);
-    EXPECT_LT(stop(), PromptStop);
+    EXPECT_LT(stopTime(downloader), PromptStop);
 }
 
 TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
@@ -278,7 +278,7 @@ TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
         return std::filesystem::exists(fragment.getFilename()) &&
                std::filesystem::file_size(fragment.getFilename()) > 0;
     }));
-    EXPECT_LT(stop(), PromptStop);
+    EXPECT_LT(stopTime(downloader), PromptStop);
     EXPECT_TRUE(onDisk() == patternOf(20000000).substr(0, onDisk().size()));
 }
 

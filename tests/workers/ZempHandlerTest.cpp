@@ -1,0 +1,225 @@
+#include "workers/ZempHandler.h"
+
+#include "image/ImageFixtures.h"
+#include "image/ZempCreator.h"
+#include "main/ArgParser.h"
+#include "workers/Eventually.h"
+#include "workitems/CompileUpdateZempRequest.h"
+#include "workitems/DownloadRequest.h"
+#include "workitems/Events.h"
+#include "workitems/FileDeleteRequest.h"
+#include "workitems/FileScanRequest.h"
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A handler on its thread and a directory for its files.
+class ZempHandlerTest : public testing::Test {
+  protected:
+    ZempHandlerTest() {
+        if (handler->start() != 0)
+            throw std::runtime_error("no thread");
+    }
+
+    // Queues the request and waits until it comes back.
+    testing::AssertionResult isAnswered(FwWorkItem& request) {
+        in.add(&request);
+        if (!eventually([&] { return out.size() > 0; }))
+            return testing::AssertionFailure() << "no answer";
+        return out.remove() == &request ? testing::AssertionSuccess()
+                                        : testing::AssertionFailure() << "another";
+    }
+
+    std::string write(const std::string& name, const std::string& content) const {
+        std::ofstream(directory.file(name)) << content;
+        return directory.file(name);
+    }
+
+    const support::LogCapture log;
+    const support::TemporaryDirectory directory;
+    wqueue<FwWorkItem*> in;
+    wqueue<FwWorkItem*> out;
+    std::unique_ptr<ZempHandler> handler = std::make_unique<ZempHandler>(in, out);
+};
+
+TEST_F(ZempHandlerTest, ScanListsFragmentsAndUpdateImagesOnly) {
+    write("ZempStart-1.02-3", "12345");
+    write("ContentPart-RootBlob-1.02-3", "");
+    write("fw_download_update.zemp-1.02-3", "123");
+    write("fw_download_update.zemp", "a whole image by its name");
+    write("image.zemp", "a whole image");
+    write("unrelated", "x");
+    write("ZempStart-", "only the prefix");
+    fs::create_directory(directory.file("ContentPart-directory"));
+    fs::create_symlink(directory.file("ZempStart-1.02-3"), directory.file("ContentPart-link"));
+    fs::create_symlink(directory.file("nowhere"), directory.file("ContentPart-dangling"));
+    ASSERT_EQ(mkfifo(directory.file("ContentPart-pipe").c_str(), 0600), 0);
+    fs::resize_file(write("ContentPart-huge", ""), 0x80000000); // sparse
+
+    FileScanRequest request(directory.path());
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getFileScanStatus(), FileScanRequest::ScanIsDone);
+    const FileScanRequest::FileList files = request.getFileList();
+    const std::set<std::pair<std::string, unsigned>> expected = {
+        {directory.file("ZempStart-1.02-3"), 5},
+        {directory.file("ContentPart-RootBlob-1.02-3"), 0},
+        {directory.file("fw_download_update.zemp-1.02-3"), 3},
+        {directory.file("ContentPart-link"), 5},
+        {directory.file("ContentPart-huge"), 0xFFFFFFFF},
+    };
+    EXPECT_EQ(files.size(), expected.size());
+    EXPECT_EQ(std::set(files.begin(), files.end()), expected);
+    EXPECT_TRUE(log.has("LOG_INFO ZempHandler::onFileScanRequest() Add file 'ZempStart-1.02-3', size=5."));
+    EXPECT_TRUE(log.has("LOG_INFO ZempHandler::onFileScanRequest() Add Update ZEMP file "
+                        "'fw_download_update.zemp-1.02-3', size=3."));
+    EXPECT_TRUE(log.has("LOG_DEBUG ZempHandler::onFileScanRequest() Ignoring 'ContentPart-pipe'."));
+}
+
+TEST_F(ZempHandlerTest, ScanOfNothingFails) {
+    FileScanRequest unnamed("");
+    FileScanRequest missing(directory.file("missing"));
+    for (FileScanRequest* request : {&unnamed, &missing}) {
+        ASSERT_TRUE(isAnswered(*request));
+        EXPECT_EQ(request->getFileScanStatus(), FileScanRequest::ScanIsFailed);
+    }
+    EXPECT_TRUE(log.has("LOG_WARNING ZempHandler::onFileScanRequest() Failed to open directory '" +
+                        directory.file("missing") + "' (No such file or directory)."));
+}
+
+TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
+    const std::string golden = directory.file("ZempStart-golden");
+    writeFile(golden, goldenBuilder().build());
+    struct Row {
+        std::string filename;
+        ParseFileRequest::ParseStatus status;
+        unsigned parts;
+    };
+    const std::vector<Row> rows = {
+        {golden, ParseFileRequest::ParseCopmplete, 3}, // a start ends with the manifest
+        {write("ZempStart-noise", "no image at all"), ParseFileRequest::ParseFailed, 0},
+        {write("ZempStart-empty", ""), ParseFileRequest::ParseNoData, 0},
+        {directory.file("ZempStart-missing"), ParseFileRequest::ParseNoData, 0},
+        {"", ParseFileRequest::ParseNoData, 0},
+        {directory.path(), ParseFileRequest::ParseFailed, 0},
+    };
+    for (const Row& row : rows) {
+        FileFragment fragment(row.filename, 0);
+        ParseFileRequest request(&fragment);
+        request.initializeZempParser();
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getParseStatus(), row.status) << row.filename;
+        ZempParser& parser = *request.getZempParser();
+        EXPECT_EQ(parser.getNumberOfZempParts(), row.parts) << row.filename;
+        for (unsigned i = 0; i < parser.getNumberOfZempParts(); ++i)
+            delete parser.getZempPartAt(i);
+    }
+    FileFragment fragment(golden, 0);
+    ParseFileRequest withoutParser(&fragment);
+    ASSERT_TRUE(isAnswered(withoutParser));
+    EXPECT_EQ(withoutParser.getParseStatus(), ParseFileRequest::ParseFailed);
+    EXPECT_TRUE(log.has("LOG_WARNING ZempHandler::onParseFileRequest() Filename='" +
+                        directory.file("ZempStart-empty") + "' has zero size! (0)."));
+}
+
+TEST_F(ZempHandlerTest, DeletesFilesAndLinksButNoDirectories) {
+    const std::string file = write("ZempStart-a", "x");
+    const std::string target = write("ZempStart-target", "x");
+    const std::string link = directory.file("link");
+    fs::create_symlink(target, link);
+    for (const std::string& name : {file, link}) {
+        FileDeleteRequest request(name);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getFileDeleteStatus(), FileDeleteRequest::FileDeleteComplete);
+        EXPECT_FALSE(fs::exists(fs::symlink_status(name)));
+    }
+    EXPECT_TRUE(fs::exists(target));
+
+    const std::string empty = directory.file("directory");
+    fs::create_directory(empty);
+    for (const std::string& name : {empty, directory.file("missing"), std::string()}) {
+        FileDeleteRequest request(name);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getFileDeleteStatus(), FileDeleteRequest::FileDeleteFailed);
+        EXPECT_TRUE(log.has("LOG_WARNING ZempHandler::onFileDeleteRequest() " + name + " is NOT a file!"));
+    }
+    EXPECT_TRUE(fs::exists(empty));
+}
+
+TEST_F(ZempHandlerTest, FailedRemovalSaysWhy) {
+    FileDeleteRequest request("/proc/self/status"); // a file that nobody may remove
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getFileDeleteStatus(), FileDeleteRequest::FileDeleteFailed);
+    EXPECT_TRUE(
+        log.has("LOG_WARNING ZempHandler::onFileDeleteRequest() Failed to remove /proc/self/status."));
+    EXPECT_EQ(log.count("LOG_WARNING ZempHandler::onFileDeleteRequest()  Error: "), 1U);
+}
+
+TEST_F(ZempHandlerTest, CompilesTheUpdateImage) {
+    ZempCreator::setTempFilename(directory.file("zempparts"));
+    writeFile(directory.file("golden"), goldenBuilder().build());
+    const Parse parse(directory.file("golden"), 0, FileFragment::ZempFile);
+    std::map<const unsigned, ZempPart*> parts;
+    for (size_t i = 1; i < parse.count(); ++i)
+        parts[parse.at(i)->getContentIndex()] = parse.at(i);
+    parts.at(2)->setIsBodyValid(false); // not needed
+    parts.at(4)->setIsBodyValid(false);
+    CompileUpdateZempRequest request(directory.file("update"), parts);
+    ASSERT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getCompileStatus(), CompileUpdateZempRequest::CompileComplete);
+    EXPECT_TRUE(fs::exists(directory.file("update")));
+
+    CompileUpdateZempRequest insufficient(directory.file("other"), {});
+    ASSERT_TRUE(isAnswered(insufficient));
+    EXPECT_EQ(insufficient.getCompileStatus(), CompileUpdateZempRequest::CompileFailed);
+}
+
+TEST_F(ZempHandlerTest, OtherItemsAreDroppedAndStopEndsTheThread) {
+    DownloadRequest other("http://h/", nullptr);
+    ExitRunLoop exit;
+    in.add(nullptr);
+    in.add(&other);
+    in.add(&exit);
+    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO ZempHandler::run() Stopped."); }));
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(log.has("LOG_WARNING ZempHandler::run() Got NULL pointer work item from queue!"));
+    EXPECT_TRUE(
+        log.has("LOG_INFO ZempHandler::onWorkItem() No handling of DownloadRequest DownloadNotStarted."));
+    EXPECT_TRUE(log.has("LOG_WARNING ZempHandler::onStopWork()"));
+    handler->onWorkItem(nullptr);
+    handler->onFileScanRequest(nullptr);
+    handler->onParseFileRequest(nullptr);
+    handler->onFileDeleteRequest(nullptr);
+    handler->onCompileUpdateZempFile(nullptr);
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_EQ(log.count("LOG_ERR ZempHandler::onFileScanRequest() FileScanRequest is NULL!"), 1U);
+}
+
+TEST_F(ZempHandlerTest, StopsPromptlyWhenIdle) {
+    usleep(20000); // it waits by now
+    EXPECT_LT(stopTime(handler), PromptStop);
+}
+
+TEST_F(ZempHandlerTest, StopsPromptlyInALongParse) {
+    ImageBuilder image = goldenBuilder();
+    image.software("app", {1, 2, 3}, "app-build", pattern(60000000));
+    const std::string name = directory.file("image.zemp");
+    writeFile(name, image.build());
+    FileFragment fragment(name, 0);
+    std::vector<std::unique_ptr<ParseFileRequest>> requests;
+    for (int i = 0; i < 200; ++i) { // more work than the stop may take
+        requests.push_back(std::make_unique<ParseFileRequest>(&fragment));
+        requests.back()->initializeZempParser();
+        in.add(requests.back().get());
+    }
+    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+    EXPECT_LT(stopTime(handler), PromptStop);
+    for (const auto& request : requests)
+        for (unsigned i = 0; i < request->getZempParser()->getNumberOfZempParts(); ++i)
+            delete request->getZempParser()->getZempPartAt(i);
+}
+
+} // namespace
