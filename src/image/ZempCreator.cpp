@@ -24,8 +24,6 @@ constexpr size_t CopyBytes = 10000;
 // So that no single wait for the disk is long, and a stop is obeyed soon.
 constexpr uint64_t SyncBytes = 8388608;
 
-#define CREATOR_LOG(priority) VEX_LOG(priority) << "ZempCreator::createZemp: "
-
 // Removes a file at the end of its scope.
 class FileRemover {
   public:
@@ -67,8 +65,19 @@ const char* reason() {
     return errno == 0 ? "unexpected end of file" : strerror(errno);
 }
 
-bool invalid(const std::string& what) {
-    CREATOR_LOG(LogWarning) << "Invalid " << what << ". Aborting!";
+bool refuse(const char* text) {
+    VEX_LOG(LogWarning) << text;
+    return false;
+}
+
+// Tells the reason, before the line that says what follows from it.
+void logOpenError(const std::string& filename) {
+    VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open '" << filename << "' (" << strerror(errno)
+                        << ").";
+}
+
+bool invalid(const char* type) {
+    VEX_LOG(LogWarning) << "ZempCreator::createZemp: Invalid " << type << ". Aborting!";
     return false;
 }
 
@@ -121,24 +130,25 @@ bool BodyWriter::add(ZempPart* part) {
     case ZempPart::UnspecifiedPart:
         break;
     }
-    CREATOR_LOG(LogWarning) << ZempPart::getString(type) << " is unknown. Aborting!";
+    VEX_LOG(LogWarning) << "ZempCreator::createZemp: " << ZempPart::getString(type)
+                        << " is unknown. Aborting!";
     return false;
 }
 
 bool BodyWriter::takeHeader(const ZempHeaderPart* part) {
     if (part == nullptr || !part->isZempHeaderValid())
-        return invalid("ZEMP header");
+        return refuse("ZempCreator::createZemp: Invalid ZEMP header. Aborting!");
     mHeader = *part->getZempHeader();
-    CREATOR_LOG(LogDebug) << "zempHeader.version = " << unsigned{mHeader.version};
-    CREATOR_LOG(LogDebug) << "zempHeader.reserved = " << unsigned{mHeader.reserved};
-    CREATOR_LOG(LogDebug) << "zempHeader.hdr_length = " << mHeader.hdr_length;
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.version = " << unsigned{mHeader.version};
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.reserved = " << unsigned{mHeader.reserved};
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.hdr_length = " << mHeader.hdr_length;
     return true;
 }
 
 bool BodyWriter::writeRelease(const ReleaseHeaderPart* part) {
     if (!isHeaderUsable(part, ZempFormat::ReleaseBodyOffset) || !part->isReleaseHeaderValid() ||
         !part->isBodyValid())
-        return invalid("Release header");
+        return refuse("ZempCreator::createZemp: Invalid Release header. Aborting!");
     const std::string text = part->getReleaseHeaderBody();
     return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
            write(part->getReleaseHeader(), ZempPart::ZempReleaseHeaderSize) &&
@@ -147,7 +157,7 @@ bool BodyWriter::writeRelease(const ReleaseHeaderPart* part) {
 
 bool BodyWriter::writeManifest(const SuumBlob* part) {
     if (!isHeaderUsable(part, ZempFormat::BlobBodyOffset) || !part->isSuumValid())
-        return invalid("SUUM blob");
+        return refuse("ZempCreator::createZemp: Invalid SUUM blob. Aborting!");
     return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
            write(part->getBlob(), part->getBlobSize());
 }
@@ -157,10 +167,10 @@ bool BodyWriter::writeSoftware(const SwBlob* part) {
     if (!isHeaderUsable(part, ZempFormat::SwBlobBodyOffset) || !part->isExtendedHeaderValid())
         return invalid(type);
     if (!part->isBodyValid()) {
-        CREATOR_LOG(LogInfo) << type << " not needed. Only write headers";
+        VEX_LOG(LogInfo) << "ZempCreator::createZemp: " << type << " not needed. Only write headers";
         return writeHeadersOnly(*part);
     }
-    CREATOR_LOG(LogInfo) << type << ". We need this";
+    VEX_LOG(LogInfo) << "ZempCreator::createZemp: " << type << ". We need this";
     return copyFromFile(*part);
 }
 
@@ -181,11 +191,12 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     const std::string filename = part.getFilename();
     const uint64_t length = uint64_t{ZempFormat::SwBlobBodyOffset} + part.getBodyLength();
     const uint32_t padding = ZempPart::getPadding(part.getBodyLength());
-    CREATOR_LOG(LogDebug) << "length=" << length << ", padding=" << padding;
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: length=" << length << ", padding=" << padding;
 
     StdioFile file;
     if (!file.openForReading(filename)) {
-        CREATOR_LOG(LogWarning) << "Unable to open '" << filename << "' (" << strerror(errno) << ").";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open '" << filename << "' ("
+                            << strerror(errno) << ").";
         return invalid(type);
     }
     // The file was checked when it was parsed; it may have changed since.
@@ -193,7 +204,8 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     if (file.read(headers, sizeof headers) != sizeof headers ||
         memcmp(headers, part.getHeader(), ZempPart::ZempContentHeaderSize) != 0 ||
         zemp_validate_content_header(reinterpret_cast<const zemp_content_header_t*>(headers)) != ZempValid) {
-        CREATOR_LOG(LogWarning) << "'" << filename << "' does not begin with the part's header.";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename
+                            << "' does not begin with the part's header.";
         return invalid(type);
     }
     if (!write(headers, sizeof headers))
@@ -207,14 +219,16 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     if (!isWritten)
         return false;
     if (body != part.getBodyLength()) {
-        CREATOR_LOG(LogWarning) << "Unable to read '" << filename << "' (" << reason() << ").";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to read '" << filename << "' (" << reason()
+                            << ").";
         return invalid(type);
     }
     if (crc != part.getBodyCrc()) {
-        CREATOR_LOG(LogWarning) << "'" << filename << "' does not hold the part's body.";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename << "' does not hold the part's body.";
         return invalid(type);
     }
-    CREATOR_LOG(LogDebug) << length << " bytes read from " << filename << " and written to temp file.";
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: " << length << " bytes read from " << filename
+                      << " and written to temp file.";
     const uint8_t zeros[ZempFormat::Alignment] = {};
     return write(zeros, padding);
 }
@@ -222,7 +236,8 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
 bool BodyWriter::write(const void* data, size_t size) {
     if (size == 0 || mFile.write(data, size))
         return true;
-    CREATOR_LOG(LogWarning) << "Error while writing temporary file (" << strerror(errno) << ").";
+    VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing temporary file (" << strerror(errno)
+                        << ").";
     return false;
 }
 
@@ -230,7 +245,7 @@ bool BodyWriter::write(const void* data, size_t size) {
 bool describeBody(const std::string& tempFilename, zemp_header_t& header) {
     StdioFile temp;
     if (!temp.openOwnForReading(tempFilename)) {
-        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << strerror(errno) << ").";
+        logOpenError(tempFilename);
         return false;
     }
     uint32_t crc = 0;
@@ -239,10 +254,10 @@ bool describeBody(const std::string& tempFilename, zemp_header_t& header) {
         return true;
     });
     if (temp.hasFailed() || length == UINT32_MAX) {
-        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << reason() << ").";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to read temporary file (" << reason() << ").";
         return false;
     }
-    CREATOR_LOG(LogDebug) << "Tempfile read (" << length << " bytes)";
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: Tempfile read (" << length << " bytes)";
     header.body_length = static_cast<uint32_t>(length);
     header.body_crc = crc;
     const auto* const bytes = reinterpret_cast<const uint8_t*>(&header);
@@ -280,27 +295,29 @@ bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
         });
     if (length != header.body_length || !file.sync())
         return false;
-    CREATOR_LOG(LogInfo) << length << " bytes read from temp file and written to dest file.";
+    VEX_LOG(LogInfo) << "ZempCreator::createZemp: " << length
+                     << " bytes read from temp file and written to dest file.";
     return true;
 }
 
 bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header) {
     StdioFile temp;
     if (!temp.openOwnForReading(tempFilename)) {
-        CREATOR_LOG(LogWarning) << "Unable to read temporary file (" << strerror(errno) << ").";
+        logOpenError(tempFilename);
         return false;
     }
     StdioFile file;
     if (!file.createForWriting(filename)) {
-        CREATOR_LOG(LogWarning) << "Unable to open output file.";
+        logOpenError(filename);
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open output file.";
         return false;
     }
     FileRemover remover(filename);
     if (!file.isRegular())
         remover.disarm(); // never remove a device
     if (!fillImage(file, temp, header) || !file.close() || !syncDirectoryOf(filename)) {
-        CREATOR_LOG(LogWarning) << "Error while writing output file '" << filename << "' (" << reason()
-                                << ").";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing output file '" << filename
+                            << "' (" << reason() << ").";
         return false;
     }
     remover.disarm();
@@ -313,12 +330,13 @@ ZempCreator::ZempCreator(std::map<const unsigned, ZempPart*> parts) : mParts(std
 
 bool ZempCreator::createZemp(std::string filename) {
     if (mParts.size() < MinimumParts) {
-        CREATOR_LOG(LogWarning) << "Insufficient ZEMP parts. Aborting!";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Insufficient ZEMP parts. Aborting!";
         return false;
     }
     StdioFile temp;
     if (!temp.createOwnForWriting(sTempFilename)) {
-        CREATOR_LOG(LogWarning) << "Unable to create temporary file.";
+        logOpenError(sTempFilename);
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to create temporary file.";
         return false;
     }
     FileRemover tempRemover(sTempFilename);
@@ -332,14 +350,15 @@ bool ZempCreator::createZemp(std::string filename) {
             return false;
     }
     if (!temp.close()) {
-        CREATOR_LOG(LogWarning) << "Error while writing temporary file (" << strerror(errno) << ").";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing temporary file ("
+                            << strerror(errno) << ").";
         return false;
     }
     if (!describeBody(sTempFilename, header) || !writeImage(filename, sTempFilename, header))
         return false;
     tempRemover.disarm();
     if (unlink(sTempFilename.c_str()) != 0) {
-        CREATOR_LOG(LogWarning) << "Error while deleting temporary file.";
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while deleting temporary file.";
     }
     return true;
 }

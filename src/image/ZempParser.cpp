@@ -66,16 +66,14 @@ bool ZempParser::parseFile(const std::string& filename, uint32_t size, FileFragm
         VEX_LOG(LogWarning) << "ZempParser::parseFile() Memory allocation failed!";
         return false;
     }
-    if (!file.open(filename)) {
-        VEX_LOG(LogWarning) << "ZempParser::parseFile() Unable to open file '" << filename << "'.";
-        return false;
-    }
     bool isParsed = false;
-    {
+    if (file.open(filename)) {
         const FileLoan loan(mFile, &file);
         isParsed = type == FileFragment::ContentPart
                        ? parseSinglePart(filename, size)
                        : parseImage(filename, size, type == FileFragment::ZempStart);
+    } else {
+        VEX_LOG(LogWarning) << "ZempParser::parseFile() Unable to open file '" << filename << "'.";
     }
     logZempParts();
     return isParsed;

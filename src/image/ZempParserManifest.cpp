@@ -43,7 +43,7 @@ int32_t clamped(long value) {
 
 // The same for an unsigned hexadecimal number, which the C library lets have a sign.
 uint32_t clamped(unsigned long value, bool isNegative) {
-    const unsigned long magnitude = isNegative ? 0UL - value : value;
+    const uint64_t magnitude = isNegative ? 0UL - value : value;
     return magnitude > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
 }
 

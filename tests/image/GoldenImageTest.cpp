@@ -5,7 +5,7 @@
 namespace {
 
 class GoldenImage : public testing::Test {
-    const Quiet mQuiet;
+    Quiet mQuiet;
 };
 
 using Listing = std::vector<std::string>;

@@ -5,7 +5,7 @@
 namespace {
 
 class ZempPartTest : public testing::Test {
-    const Quiet mQuiet;
+    Quiet mQuiet;
 };
 
 zemp_content_header_t contentHeader(uint16_t type, const std::string& name, uint32_t bodyLength = 0) {
@@ -43,24 +43,24 @@ zemp_content_release_header_t releaseHeader(uint8_t major, uint8_t minor, uint16
 
 TEST_F(ZempPartTest, TypeFollowsFromContentTypeAndExactName) {
     struct Row {
-        uint16_t type;
         const char* name;
         const char* part; // null: no part
         uint32_t index;
+        uint16_t type;
     };
     const Row rows[] = {
-        {4, "kernel", "KernelBlob", 2},
-        {4, "kernel4812", "Kernel4812Blob", 3},
-        {4, "root", "RootBlob", 4},
-        {4, "app", "AppBlob", 5},
-        {4, "3rdapp", "ThirdAppBlob", 6},
-        {4, "Kernel", "UnspecifiedSwBlob", 300},
-        {4, "kernel48120123456", "UnspecifiedSwBlob", 300}, // all 16 bytes used
-        {4, "", "UnspecifiedSwBlob", 300},
-        {3, "suum", "UnspecifiedBlob", 200},
-        {1, "release", "ReleaseHeader", 0},
-        {2, "kernel", nullptr, 0},
-        {0, "", nullptr, 0},
+        {"kernel", "KernelBlob", 2, 4},
+        {"kernel4812", "Kernel4812Blob", 3, 4},
+        {"root", "RootBlob", 4, 4},
+        {"app", "AppBlob", 5, 4},
+        {"3rdapp", "ThirdAppBlob", 6, 4},
+        {"Kernel", "UnspecifiedSwBlob", 300, 4},
+        {"kernel48120123456", "UnspecifiedSwBlob", 300, 4}, // all 16 bytes used
+        {"", "UnspecifiedSwBlob", 300, 4},
+        {"suum", "UnspecifiedBlob", 200, 3},
+        {"release", "ReleaseHeader", 0, 1},
+        {"kernel", nullptr, 0, 2},
+        {"", nullptr, 0, 0},
     };
     for (const Row& row : rows) {
         const zemp_content_header_t header = contentHeader(row.type, row.name);
