@@ -99,8 +99,8 @@ bool SuuInfo::isDownloadNeeded(const SuumBlob::Element* element) const {
         if (installed)
             needed = false;
         const std::string mountPoint = ZempFormat::text(partition.mountPoint);
-        VEX_LOG(LogDebug) << "SuuInfo::isDownloadNeeded() "
-                          << (installed ? "Already got a version " : "Need to get a version ")
+        VEX_LOG(LogDebug) << (installed ? "SuuInfo::isDownloadNeeded() Already got a version "
+                                        : "SuuInfo::isDownloadNeeded() Need to get a version ")
                           << versionText(element->getMajor(), element->getMinor(), element->getBuild())
                           << " '" << pool << "'" << (mountPoint.empty() ? "" : " @ ") << mountPoint;
     }

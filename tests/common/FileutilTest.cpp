@@ -4,12 +4,11 @@
 #include "common/Scratch.h"
 #include "common/SlogCapture.h"
 #include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/time.h>
-#include <thread>
+#include <unistd.h>
 
 namespace {
 

@@ -16,8 +16,10 @@
 // A temporary directory with files written in one line.
 class ScratchDir : public support::TemporaryDirectory {
   public:
-    // Writes a file and returns its path.
+    // Writes a file and returns its path. A new file each time: some file systems sync one that is
+    // overwritten.
     std::string write(const std::string& name, const std::string& content) const {
+        remove(file(name).c_str());
         std::ofstream(file(name), std::ios::binary) << content;
         return file(name);
     }

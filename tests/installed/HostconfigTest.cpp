@@ -1,10 +1,15 @@
 #include "installed/hostconfig.h"
 
+#include "common/fileutil.h"
+#include "common/process.h"
 #include "image/zemp_validate.h"
 #include "installed/Records.h"
 #include "installed/loadHostConfig.h"
 #include <gtest/gtest.h>
 #include <memory>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 namespace {
 
@@ -95,6 +100,41 @@ TEST_F(Hostconfig, BadPrimaryFallsBackToTheSecondary) {
     EXPECT_EQ(hostconfig_load(hc.get(), secondary.c_str(), primary.c_str()), 1);
     EXPECT_EQ(hostconfig_load(hc.get(), primary.c_str(), primary.c_str()), -1);
     EXPECT_EQ(hc->count, 0);
+}
+
+// Lets the calling process, which has one thread, mount what only it can see.
+bool enterPrivateFileSystem() {
+    if (geteuid() == 0)
+        return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    const unsigned uid = geteuid();
+    const unsigned gid = getegid();
+    return unshare(CLONE_NEWNS | CLONE_NEWUSER) == 0 && fnprintf("/proc/self/setgroups", "deny") > 0 &&
+           fnprintf("/proc/self/uid_map", "0 %u 1", uid) > 0 &&
+           fnprintf("/proc/self/gid_map", "0 %u 1", gid) > 0;
+}
+
+// Result of loading from "/dev/mmcblk0p5" with this content, in a child process with a /dev of its own.
+int loadFromDevice(const Bytes& content) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!enterPrivateFileSystem() || mount("none", "/dev", "tmpfs", 0, nullptr) != 0)
+            _exit(99);
+        fnwrite("/dev/mmcblk0p5", content.data(), content.size());
+        const auto loaded = std::make_unique<hostconfig_t>();
+        hostconfig_new(loaded.get(), HostconfigMaximumSize);
+        _exit(hostconfig_load(loaded.get(), "/dev/mmcblk0p5", nullptr) & 0x7f);
+    }
+    return proc_waitpid(child);
+}
+
+TEST_F(Hostconfig, DeviceIsReadAsExactly5120Bytes) {
+    Bytes flash = hostcfg::build(partitions({"kernel"}));
+    flash.resize(5119, 0xff);
+    EXPECT_EQ(loadFromDevice(flash), -1 & 0x7f);
+    flash.resize(5120, 0xff);
+    EXPECT_EQ(loadFromDevice(flash), 1);
+    flash.resize(100000, 0xff);
+    EXPECT_EQ(loadFromDevice(flash), 1);
 }
 
 TEST_F(Hostconfig, ShorterRecordLeavesNothingOfTheOneBefore) {
