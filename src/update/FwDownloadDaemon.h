@@ -107,10 +107,11 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     common::FdLoopTimer mQueueTimer;
     common::FdLoopTimer mDownloadTimer;
 
-    // Kept to the end of the process.
+    std::unique_ptr<ConfigDbStatusEvent> mConfigDbStatusEvent; // the last that came
+
+    // Never deleted: others may still point at them when the process ends.
     DownloadTimerHandler* mDownloadTimerHandler = nullptr;
-    ExitRunLoop* mExitRunLoop = nullptr;                 // stands in the workers' queues
-    ConfigDbStatusEvent* mConfigDbStatusEvent = nullptr; // the last that came
+    ExitRunLoop* mExitRunLoop = nullptr; // stands in the workers' queues
 };
 
 #endif

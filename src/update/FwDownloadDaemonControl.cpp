@@ -179,7 +179,7 @@ void FwDownloadDaemon::onSuuInfoInvalidEvent(SuuInfoInvalidEvent* event) {
 void FwDownloadDaemon::onConfigDbStatusEvent(ConfigDbStatusEvent* event) {
     if (isNull(event, "FwDownloadDaemon::onConfigDbStatusEvent() Event is NULL!"))
         return;
-    mConfigDbStatusEvent = event;
+    mConfigDbStatusEvent.reset(event);
     initializeSuuInfo();
     if (event->getConfigDbStatus() == ConfigDbStatusEvent::ConfigWaitForUpdate)
         return;

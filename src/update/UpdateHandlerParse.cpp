@@ -68,8 +68,7 @@ void UpdateHandler::onParseResult(ParseFileRequest* request, const SuuInfo* suuI
 // The file is of no use: it goes, and what was parsed of it too.
 void UpdateHandler::giveUpParsed(ParseFileRequest* request) {
     createFileDeleteRequest(request->getFilename());
-    for (const ZempPart* part : partsOf(request->getZempParser()))
-        delete part;
+    freeParsedParts(*request);
     deleteParseFileRequest(request);
 }
 

@@ -180,8 +180,16 @@ void UpdateRecords::deleteAllParseFileRequests() {
     const auto requests = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
     VEX_LOG(LogDebug) << "UpdateHandler::deleteAllParseFileRequests() Deleting " << requests.size()
                       << " ParseFileRequests.";
-    for (ParseFileRequest* request : requests)
+    for (ParseFileRequest* request : requests) {
+        freeParsedParts(*request);
         deleteParseFileRequest(request);
+    }
+}
+
+void UpdateRecords::freeParsedParts(const ParseFileRequest& request) {
+    const ZempParser* parser = request.getZempParser();
+    for (uint32_t i = 0; parser != nullptr && i < parser->getNumberOfZempParts(); ++i)
+        delete parser->getZempPartAt(i);
 }
 
 DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, FileFragment* fragment) {

@@ -84,7 +84,12 @@ class UpdateRecords {
     // The caller queues it. Null without a fragment.
     ParseFileRequest* createParseFileRequest(FileFragment* fragment);
     void deleteParseFileRequest(ParseFileRequest* request);
+
+    // The same for all of them, with the parts that their parsers found.
     void deleteAllParseFileRequests();
+
+    // Frees the parts that a request's parser found and that nobody took over.
+    static void freeParsedParts(const ParseFileRequest& request);
 
     // Download of what `fragment` lacks, making its file first if it has none. Null when that fails; an
     // ExitRunLoop is on the master queue then.

@@ -169,7 +169,7 @@ TEST(FdLoop, WorksInTheChildOfAForkAndStillInTheParent) {
         good = good && stoppable.loop.addTimer(stop, &onStop);
         stoppable.loop.run();
         stoppable.loop.delTimer(timer);
-        _exit(good && ticks == 1 ? 0 : 1);
+        _exit(good && ticks >= 1 ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(child, waitpid(child, &status, 0));

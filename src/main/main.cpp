@@ -1,0 +1,103 @@
+// Process entry: the run modes, the log stream, the HTTP library's start, and the way of a signal.
+#include "common/VexStreamLog.h"
+#include "image/ZempParser.h"
+#include "main/ArgParser.h"
+#include "main/SignalThread.h"
+#include "update/FwDownloadDaemon.h"
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <curl/curl.h>
+#include <iostream>
+#include <memory>
+
+namespace {
+
+constexpr const char* Ident = "fw_download";
+constexpr const char* PidFile = "/var/run/fw_download.pid";
+
+FwDownloadDaemon theDaemon;
+
+// Called by an ordinary thread.
+void handleSignal(int sig) {
+    VEX_LOG(LogNotice) << "Received signal(" << strsignal(sig) << " Terminating " << Ident << " ...";
+    theDaemon.terminated();
+}
+
+void initCurlGlobal() {
+    const CURLcode result = curl_global_init(CURL_GLOBAL_ALL);
+    if (result != CURLE_OK)
+        VEX_LOG(LogWarning) << "initCurlGlobal() Failed to initialize curl (" << curl_easy_strerror(result)
+                            << ").";
+    if (VexStreamLog::getLevel() < LogDebug)
+        return;
+    const curl_version_info_data* info = curl_version_info(CURLVERSION_FOURTH);
+    VEX_LOG(LogDebug) << "CURL version: " << curl_version();
+    VEX_LOG(LogDebug) << "CURL  version: " << info->version;
+    VEX_LOG(LogDebug) << "             : 0x" << std::hex << info->version_num;
+    VEX_LOG(LogDebug) << "          age: " << info->age;
+    VEX_LOG(LogDebug) << "     features: 0x" << std::hex << info->features;
+}
+
+void runConsole() {
+    VEX_LOG(LogInfo) << "Start firmware download master in console mode.";
+    const SignalThread signals(handleSignal);
+    initCurlGlobal();
+    theDaemon.run();
+    curl_global_cleanup();
+}
+
+void runDaemon() {
+    VEX_LOG(LogInfo) << "Start firmware download daemon.";
+    initCurlGlobal();
+    if (!theDaemon.daemonize(PidFile))
+        VEX_LOG(LogError) << "Failed to start firmware download daemon with '" << PidFile << "'.";
+    curl_global_cleanup();
+}
+
+void parseFile(FileFragment::FragmentType type) {
+    VEX_LOG(LogInfo) << "Use firmware downloader to parse a file.";
+    const SignalThread signals(handleSignal);
+    const std::string filename = ArgParser::getInstance()->getZempFilename();
+    ZempParser parser;
+    const bool parsed = parser.parseFile(filename, 0, type);
+    if (parsed)
+        std::cout << "\n" << filename << " :\n";
+    else
+        std::cout << "\nFailed to parse '" << filename << "' !\n";
+    for (uint32_t i = 0; i < parser.getNumberOfZempParts(); ++i) {
+        const std::unique_ptr<ZempPart> part(parser.getZempPartAt(i));
+        if (parsed && part)
+            std::cout << " - " << part->toString() << "\n";
+    }
+    std::cout << std::flush;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // lines show as they come, also in a pipe
+    const ArgParser::Actions action = ArgParser::getInstance()->parseArguments(argc, argv);
+    std::clog.rdbuf(new VexStreamLog(Ident, static_cast<VexStreamLog::Type>(ArgParser::getLogType()),
+                                     static_cast<LogPriority>(ArgParser::getVerbosity())));
+    VEX_LOG(LogDebug) << "Arguments parsed, action=" << ArgParser::getText(action) << ".";
+    switch (action) {
+    case ArgParser::RunConsole:
+        runConsole();
+        break;
+    case ArgParser::ParseZempFile:
+        parseFile(FileFragment::ZempFile);
+        break;
+    case ArgParser::ParseContentPartFile:
+        parseFile(FileFragment::ContentPart);
+        break;
+    case ArgParser::RunDaemon:
+        runDaemon();
+        break;
+    case ArgParser::ReturnError:
+    case ArgParser::NoAction:
+    case ArgParser::ShowProgramUsage:
+        break;
+    }
+    exit(0);
+}

@@ -1,0 +1,422 @@
+// Histories of an update, from the first question to the flagged image: with the ranges, names and actions
+// that a fresh terminal shows, and with what may go wrong in between.
+#include "support/LogCapture.h"
+#include "update/rig/Samples.h"
+#include <gmock/gmock.h>
+
+using namespace rig;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+namespace {
+
+constexpr unsigned Hour = 3600;
+
+class UpdateCycle : public testing::Test {
+  protected:
+    void expectReady() {
+        EXPECT_EQ(terminal.action(), FwAction::WaitForFwUpdate);
+        EXPECT_EQ(terminal.config.ready, terminal.path("fw_download_update.zemp-" + terminal.config.version));
+        EXPECT_EQ(terminal.checkReadyImage(), "");
+        EXPECT_THAT(terminal.violations(), IsEmpty());
+    }
+
+    // The daemon has ended as stated; a restart with everything right again completes the update.
+    void expectEndedAndHealedByRestart() {
+        EXPECT_TRUE(terminal.isTerminated());
+        terminal.server.fault = Fault::None;
+        terminal.restart();
+        terminal.runUntilSettled(Hour);
+        expectReady();
+    }
+
+    Terminal terminal;
+};
+
+} // namespace
+
+TEST_F(UpdateCycle, FreshTerminalFetchesWhatItNeedsAndNothingElse) {
+    prepare(terminal, 7);
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    EXPECT_EQ(terminal.server.ranges(), expectedRanges(makeImage(7), standardPools()));
+    EXPECT_THAT(terminal.files(),
+                ElementsAre("ContentPart-AppBlob-1.05-7", "ContentPart-Kernel4812Blob-1.05-7",
+                            "ContentPart-KernelBlob-1.05-7", "ContentPart-RootBlob-1.05-7",
+                            "ContentPart-ThirdAppBlob-1.05-7", "ZempStart-1.05-7",
+                            "fw_download_update.zemp-1.05-7"));
+}
+
+TEST_F(UpdateCycle, ActionsFollowEachOther) {
+    prepare(terminal, 7);
+    std::vector<FwAction::NextAction> actions;
+    for (int i = 0; i < 200 && terminal.action() != FwAction::WaitForFwUpdate; ++i) {
+        terminal.tick();
+        if (actions.empty() || actions.back() != terminal.action())
+            actions.push_back(terminal.action());
+    }
+    ASSERT_GE(actions.size(), 6u);
+    EXPECT_EQ(actions[0], FwAction::ScanExistingFiles);
+    EXPECT_EQ(actions[1], FwAction::NoAction);
+    EXPECT_EQ(actions[2], FwAction::GetZempParts);
+    EXPECT_EQ(actions[3], FwAction::ParseZempParts);
+    EXPECT_EQ(actions[actions.size() - 2], FwAction::SetReadyForUpdate);
+    EXPECT_EQ(actions.back(), FwAction::WaitForFwUpdate);
+}
+
+TEST_F(UpdateCycle, BodySizesAroundTheFirstSpan) {
+    for (const size_t size : {size_t{0}, size_t{1}, size_t{447}, size_t{448}, size_t{449}, size_t{512}}) {
+        for (const bool isLast : {false, true}) {
+            SCOPED_TRACE(testing::Message() << size << (isLast ? " last" : " middle"));
+            std::vector<PoolSpec> pools = {{2, "kernel", "-", size, false}, {4, "root", "-", 600, false}};
+            if (isLast)
+                std::swap(pools[0].bodySize, pools[1].bodySize);
+            Terminal fresh;
+            prepare(fresh, 7, pools);
+            fresh.runUntilSettled(Hour);
+            EXPECT_EQ(fresh.action(), FwAction::WaitForFwUpdate);
+            EXPECT_EQ(fresh.checkReadyImage(), "");
+            EXPECT_EQ(fresh.server.ranges(), expectedRanges(makeImage(7, pools), pools));
+        }
+    }
+}
+
+TEST_F(UpdateCycle, StartLongerThanTheFirstSpanTakesOneMoreRequest) {
+    const std::vector<PoolSpec> pools = {{2, "kernel", "4813", 3000, false}, {4, "root", "-", 900, false}};
+    imagefile::ImageBuilder image;
+    std::string manifest;
+    for (int i = 0; i < 38; ++i)
+        manifest += "# a comment that fills the manifest line by line\n";
+    manifest += "2,kernel,0,-,-,4813,1.2.7,1\n4,root,0,/,ext4,-,1.2.7,1\n";
+    image.release({1, 5, 7}, 0, "REL", "Release\n", true);
+    image.manifest(manifest);
+    image.software("kernel", {1, 2, 7}, "b", bodyOf(3000, 1));
+    image.software("root", {1, 2, 7}, "b", bodyOf(900, 2));
+    prepare(terminal, 7, pools);
+    terminal.publish("1.05-7", image);
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    const uint64_t manifestEnd = image.offsetOf(2) - 1;
+    ASSERT_THAT(terminal.server.ranges(), SizeIs(6));
+    EXPECT_EQ(terminal.server.ranges()[1], "512-" + std::to_string(manifestEnd));
+}
+
+TEST_F(UpdateCycle, OldStartOnDiskIsReplaced) {
+    prepare(terminal, 7);
+    const imagefile::Bytes old = makeImage(6).build();
+    terminal.write("ZempStart-1.05-6", {old.begin(), old.begin() + 512});
+    terminal.runUntilSettled(Hour);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, OldAndNewSetsOnDiskKeepWhatIsGood) {
+    // Complete part files of both releases, under the names of either order; only the start is missing.
+    const imagefile::ImageBuilder oldImage = makeImage(6);
+    const imagefile::ImageBuilder newImage = makeImage(7);
+    for (const bool oldFirst : {true, false}) {
+        Terminal fresh;
+        prepare(fresh, 7);
+        for (int round = 0; round < 2; ++round) {
+            const bool isOld = (round == 0) == oldFirst;
+            const imagefile::ImageBuilder& image = isOld ? oldImage : newImage;
+            const std::string version = isOld ? "1.05-6" : "1.05-7";
+            fresh.write("ContentPart-KernelBlob-" + version, image.buildPart(2));
+            fresh.write("ContentPart-AppBlob-" + version, image.buildPart(5));
+        }
+        fresh.runUntilSettled(Hour);
+        EXPECT_EQ(fresh.action(), FwAction::WaitForFwUpdate);
+        EXPECT_EQ(fresh.checkReadyImage(), "");
+        const std::string kernel = std::to_string(newImage.offsetOf(2)) + "-";
+        for (const std::string& range : fresh.server.ranges())
+            EXPECT_THAT(range, Not(testing::StartsWith(kernel))) << "the kernel was on disk";
+    }
+}
+
+TEST_F(UpdateCycle, CorruptBodiesAreFetchedAgain) {
+    // Request 3 fetches the kernel's body, the last one that of the last part.
+    const size_t last = expectedRanges(makeImage(7), standardPools()).size() - 1;
+    for (const size_t damaged : {size_t{2}, last}) {
+        SCOPED_TRACE(damaged);
+        Terminal fresh;
+        prepare(fresh, 7);
+        fresh.server.faults.assign(damaged, Fault::None);
+        fresh.server.faults.push_back(Fault::FlipBit);
+        fresh.runUntilSettled(Hour);
+        EXPECT_EQ(fresh.action(), FwAction::WaitForFwUpdate);
+        EXPECT_EQ(fresh.checkReadyImage(), "");
+        EXPECT_LE(fresh.server.ranges().size(), last + 4);
+    }
+}
+
+TEST_F(UpdateCycle, NotFoundForEverEndsTheDaemonWithoutAHotLoop) {
+    for (const size_t good : {size_t{0}, size_t{1}, size_t{2}}) { // start, header, body
+        SCOPED_TRACE(good);
+        Terminal fresh;
+        prepare(fresh, 7);
+        fresh.server.faults.assign(good, Fault::None);
+        fresh.server.fault = Fault::NotFound;
+        fresh.run(10 * 60);
+        EXPECT_LE(fresh.server.ranges().size(), good + 9) << "requests in the first ten minutes";
+        EXPECT_LE(fresh.bytesOnDisk(), 20000u);
+        fresh.run(24 * Hour);
+        EXPECT_TRUE(fresh.isTerminated());
+        EXPECT_LE(fresh.server.ranges().size(), good + 60);
+        fresh.server.fault = Fault::None;
+        fresh.restart();
+        fresh.runUntilSettled(Hour);
+        EXPECT_EQ(fresh.action(), FwAction::WaitForFwUpdate);
+        EXPECT_EQ(fresh.checkReadyImage(), "");
+    }
+}
+
+TEST_F(UpdateCycle, BrokenConnectionsResume) {
+    prepare(terminal, 7);
+    terminal.server.faults = {Fault::None, Fault::None, Fault::Cut, Fault::Stall, Fault::None};
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    const uint64_t offset = makeImage(7).offsetOf(2);
+    const uint64_t size = makeImage(7).sizeOf(2);
+    // Half of what was missing came with the first try.
+    const uint64_t got = 512 + (size + 1 - 512) / 2;
+    EXPECT_EQ(terminal.server.ranges()[3],
+              std::to_string(offset + got) + "-" + std::to_string(offset + size));
+}
+
+TEST_F(UpdateCycle, ResetConnectionBeginsThePieceAnew) {
+    prepare(terminal, 7);
+    terminal.server.faults = {Fault::None, Fault::None, Fault::Reset};
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    const uint64_t offset = makeImage(7).offsetOf(2);
+    EXPECT_EQ(terminal.server.ranges()[3],
+              std::to_string(offset) + "-" + std::to_string(offset + makeImage(7).sizeOf(2)));
+}
+
+TEST_F(UpdateCycle, FortyTwoFailuresAreBorneAndTheNextEnds) {
+    for (const Fault fault : {Fault::Refused, Fault::Reset}) {
+        for (const size_t failures : {size_t{42}, size_t{43}}) {
+            SCOPED_TRACE(testing::Message() << getName(fault) << " " << failures);
+            Terminal fresh;
+            prepare(fresh, 7);
+            fresh.server.faults.assign(failures, fault);
+            fresh.runUntilSettled(24 * Hour);
+            EXPECT_EQ(fresh.isTerminated(), failures > 42);
+            EXPECT_EQ(fresh.isReady(), failures <= 42);
+        }
+    }
+}
+
+TEST_F(UpdateCycle, TimerWhileQueuedDoesNotQueueTwice) {
+    prepare(terminal, 7);
+    terminal.server.faults = {Fault::Refused};
+    terminal.run(30);
+    terminal.downloadTicks = 1000;
+    terminal.daemon->onDownloadTimerTimeout();
+    terminal.daemon->onDownloadTimerTimeout();
+    EXPECT_EQ(terminal.daemon->mDownloaderQueue.size(), 1);
+    terminal.tick();
+    terminal.daemon->onDownloadTimerTimeout();
+    EXPECT_EQ(terminal.daemon->mDownloaderQueue.size(), 0) << "the downloader has it";
+    terminal.downloadTicks = 1;
+    terminal.runUntilSettled(2 * Hour);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, DroppedRequestIsGivenToTheDownloaderAgain) {
+    prepare(terminal, 7);
+    terminal.server.faults = {Fault::OpenFails, Fault::None, Fault::OpenFails};
+    terminal.runUntilSettled(Hour);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, EmptyTemporaryFilesGo) {
+    prepare(terminal, 7);
+    for (const char* name : {"ContentPart-aaaaaa", "ContentPart-bbbbbb", "ZempStart-cccccc"})
+        terminal.write(name, {});
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    for (const char* name : {"ContentPart-aaaaaa", "ContentPart-bbbbbb", "ZempStart-cccccc"})
+        EXPECT_THAT(terminal.files(), Not(Contains(name)));
+}
+
+TEST_F(UpdateCycle, VersionChangesAtAnyMoment) {
+    // The second version is configured at each second of the first one's update, also with slow downloads.
+    for (const unsigned downloadTicks : {1u, 5u}) {
+        for (unsigned when = 1; when < 70; ++when) {
+            SCOPED_TRACE(testing::Message() << "second " << when << ", download ticks " << downloadTicks);
+            Terminal fresh;
+            prepare(fresh, 7);
+            fresh.publish("1.05-8", makeImage(8));
+            fresh.downloadTicks = downloadTicks;
+            fresh.run(when);
+            fresh.configure("1.05-8");
+            for (int i = 0; i < 3600 && fresh.config.ready != fresh.path("fw_download_update.zemp-1.05-8");
+                 ++i)
+                fresh.tick();
+            fresh.runUntilSettled(10);
+            ASSERT_EQ(fresh.config.ready, fresh.path("fw_download_update.zemp-1.05-8"));
+            EXPECT_EQ(fresh.action(), FwAction::WaitForFwUpdate);
+            EXPECT_EQ(fresh.checkReadyImage(), "");
+            EXPECT_THAT(fresh.violations(), IsEmpty());
+        }
+    }
+}
+
+TEST_F(UpdateCycle, VersionChangeDropsAFailingDownload) {
+    prepare(terminal, 7);
+    terminal.publish("1.05-8", makeImage(8));
+    terminal.server.faults = {Fault::None, Fault::None, Fault::Refused};
+    terminal.run(60);
+    terminal.configure("1.05-8");
+    terminal.runUntilSettled(200); // not after the timer's four minutes
+    expectReady();
+}
+
+TEST_F(UpdateCycle, FailedCompileStallsTheVersionAndNotTheNext) {
+    prepare(terminal, 7);
+    terminal.publish("1.05-8", makeImage(8));
+    terminal.compileFails = true;
+    terminal.runUntilSettled(Hour);
+    EXPECT_EQ(terminal.action(), FwAction::ScanExistingFiles);
+    EXPECT_FALSE(terminal.isReady());
+    terminal.compileFails = false;
+    terminal.notify();
+    terminal.run(600);
+    EXPECT_EQ(terminal.action(), FwAction::ScanExistingFiles) << "the same version waits for a restart";
+    terminal.configure("1.05-8");
+    terminal.runUntilSettled(Hour);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, OneUpToDatePartitionOfAPoolIsEnough) {
+    const std::vector<PoolSpec> pools = {{2, "kernel", "-", 900, false}, {4, "root", "-", 900, true}};
+    prepare(terminal, 7, pools);
+    hostcfg::Partition second = terminal.installed.partitions[1];
+    second.version.build = 9;
+    terminal.installed.partitions.insert(terminal.installed.partitions.begin(), second);
+    terminal.install();
+    terminal.restart();
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    EXPECT_EQ(terminal.server.ranges(), expectedRanges(makeImage(7, pools), pools));
+}
+
+TEST_F(UpdateCycle, InstalledThenNotThenInstalledAgain) {
+    prepare(terminal, 7);
+    terminal.config.version = terminal.config.installed;
+    terminal.write("ZempStart-1.05-6", bodyOf(600, 1));
+    terminal.write("ContentPart-x", bodyOf(100, 1));
+    terminal.restart();
+    terminal.runUntilSettled(Hour);
+    EXPECT_THAT(terminal.files(), IsEmpty()) << "nothing is needed, so nothing is kept";
+    terminal.configure("1.05-7");
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    terminal.config.installed = "1.05-7";
+    terminal.restart();
+    terminal.runUntilSettled(Hour);
+    EXPECT_FALSE(terminal.isReady());
+    EXPECT_THAT(terminal.files(), IsEmpty()) << "the installed update is cleared away";
+}
+
+TEST_F(UpdateCycle, UnknownInstalledSoftwareIsTriedAgainAndEndsAtTheSixthFailure) {
+    prepare(terminal, 7);
+    terminal.removeRecord();
+    terminal.run(3 * 240 + 100);
+    EXPECT_FALSE(terminal.isTerminated());
+    terminal.install();
+    terminal.runUntilSettled(Hour);
+    expectReady();
+
+    terminal.removeRecord();
+    terminal.config.ready.clear();
+    terminal.restart();
+    terminal.run(2 * Hour);
+    EXPECT_TRUE(terminal.isTerminated());
+}
+
+TEST_F(UpdateCycle, WaitingAtStartTouchesNothing) {
+    prepare(terminal, 7);
+    terminal.runUntilSettled(Hour);
+    const size_t requests = terminal.server.ranges().size();
+    const std::vector<std::string> files = terminal.files();
+    terminal.restart();
+    terminal.run(Hour);
+    EXPECT_EQ(terminal.server.ranges().size(), requests);
+    EXPECT_EQ(terminal.files(), files);
+    EXPECT_EQ(terminal.action(), FwAction::Unspecified);
+}
+
+TEST_F(UpdateCycle, ForceWhileWaitingFlagsAgain) {
+    prepare(terminal, 7);
+    terminal.runUntilSettled(Hour);
+    terminal.config.ready.clear();
+    terminal.notify();
+    terminal.run(10);
+    EXPECT_FALSE(terminal.isReady()) << "nothing changed";
+    terminal.config.forced = true;
+    terminal.notify();
+    terminal.run(10);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, DisabledAndEnabledAgainGoesOn) {
+    prepare(terminal, 7);
+    terminal.run(20);
+    terminal.config.disabled = true;
+    terminal.run(60);
+    EXPECT_EQ(terminal.action(), FwAction::NoAction);
+    terminal.config.disabled = false;
+    terminal.notify();
+    terminal.runUntilSettled(Hour);
+    expectReady();
+}
+
+TEST_F(UpdateCycle, ImageOfForAnotherVersionIsNeverFlagged) {
+    prepare(terminal, 7);
+    terminal.publish("1.05-7", makeImage(8));
+    terminal.run(24 * Hour);
+    EXPECT_FALSE(terminal.isReady());
+    EXPECT_TRUE(terminal.isTerminated());
+    terminal.publish("1.05-7", makeImage(7));
+    expectEndedAndHealedByRestart();
+}
+
+TEST_F(UpdateCycle, ElementsThatShareAnIndexAreNotTakenForEachOther) {
+    const std::vector<PoolSpec> pools = {{2, "kernel", "-", 600, false}, {2, "root", "-", 600, false}};
+    prepare(terminal, 7, pools);
+    terminal.run(24 * Hour);
+    EXPECT_FALSE(terminal.isReady());
+    EXPECT_THAT(terminal.violations(), IsEmpty());
+}
+
+TEST_F(UpdateCycle, ImageThatChangesOnTheServerIsFollowed) {
+    prepare(terminal, 7);
+    terminal.run(45); // within the parts
+    const size_t before = terminal.server.ranges().size();
+    EXPECT_GT(before, 2u);
+    terminal.publish("1.05-7",
+                     makeImage(7, standardPools(), "A longer text moves every part in the image\n"));
+    terminal.runUntilSettled(24 * Hour);
+    if (terminal.isTerminated())
+        expectEndedAndHealedByRestart();
+    else
+        expectReady();
+    EXPECT_THAT(terminal.violations(), IsEmpty());
+}
+
+TEST_F(UpdateCycle, SupersededUpdateImageIsDeletedAtStart) {
+    prepare(terminal, 7);
+    terminal.runUntilSettled(Hour);
+    terminal.publish("1.05-8", makeImage(8));
+    terminal.config.version = "1.05-8";
+    terminal.restart();
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    EXPECT_THAT(terminal.files(), Not(Contains("fw_download_update.zemp-1.05-7")));
+}

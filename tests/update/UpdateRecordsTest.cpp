@@ -1,0 +1,182 @@
+// The books of an update, piece by piece, and the small things beside them.
+#include "main/ArgParser.h"
+#include "support/LogCapture.h"
+#include "update/FetchGovernor.h"
+#include "update/StartRange.h"
+#include "update/rig/Samples.h"
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+using testing::Contains;
+
+namespace {
+
+class Records : public testing::Test {
+  protected:
+    Records() : handler(&queue) { ArgParser::setDownloadDirectory(directory.path() + "/fw"); }
+    ~Records() override {
+        while (queue.size() > 0) {
+            FwWorkItem* item = queue.remove();
+            if (item->getWorkItemType() == WorkItemType::ExitRunLoop)
+                delete item;
+        }
+    }
+
+    FileFragment* addFragment(const std::string& name, unsigned size) {
+        handler.initDirName();
+        std::ofstream(directory.path() + "/fw/" + name) << std::string(size, 'x');
+        auto* fragment = new FileFragment(directory.path() + "/fw/" + name, size);
+        EXPECT_TRUE(handler.addFileFragment(fragment));
+        return fragment;
+    }
+
+    rig::Terminal unused; // keeps the settings of other tests away
+    support::TemporaryDirectory directory;
+    wqueue<FwWorkItem*> queue;
+    UpdateHandler handler;
+};
+
+} // namespace
+
+TEST_F(Records, VersionIsSetOnce) {
+    EXPECT_FALSE(handler.setVersionToDownload("", "1.05-7"));
+    EXPECT_FALSE(handler.setVersionToDownload("http://u", ""));
+    EXPECT_TRUE(handler.setVersionToDownload("http://u", "1.05-7"));
+    EXPECT_FALSE(handler.setVersionToDownload("http://u", "1.05-7"));
+    EXPECT_TRUE(handler.setVersionToDownload("http://v", "1.05-7"));
+    EXPECT_TRUE(handler.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware));
+    EXPECT_FALSE(handler.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware));
+    handler.setNextAction(FwAction::FindNeededParts);
+    EXPECT_EQ(handler.getPreviousAction(), FwAction::Unspecified);
+    EXPECT_EQ(handler.whatToDo(), "Unknown action (4)");
+    EXPECT_EQ(handler.getFwUpdateFilename(), directory.path() + "/fw/fw_download_update.zemp-1.05-7");
+}
+
+TEST_F(Records, DirectoryIsMadeWithItsOddMode) {
+    ASSERT_TRUE(handler.initDirName());
+    struct stat status = {};
+    ASSERT_EQ(stat((directory.path() + "/fw").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0007u, 0u) << "0x770 is octal 3560: nothing for others";
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+    EXPECT_TRUE(handler.initDirName());
+}
+
+TEST_F(Records, FileInPlaceOfTheDirectoryIsRefused) {
+    std::ofstream(directory.path() + "/fw") << "x";
+    const support::LogCapture log;
+    EXPECT_FALSE(handler.initDirName());
+    EXPECT_THAT(log.lines(),
+                Contains("LOG_WARNING UpdateHandler::initDirName() Failure creating directory '" +
+                         directory.path() + "/fw' as file already exist!"));
+    handler.setVersionToDownload("http://u", "1.05-7");
+    EXPECT_EQ(handler.createDownloadRequest("http://u", 0, 511, FileFragment::ZempStart), nullptr);
+    ASSERT_EQ(queue.size(), 1);
+    FwWorkItem* item = queue.remove();
+    EXPECT_EQ(item->getWorkItemType(), WorkItemType::ExitRunLoop);
+    delete item;
+}
+
+TEST_F(Records, OneScanAtATime) {
+    FileScanRequest* scan = handler.createFileScanRequest();
+    ASSERT_NE(scan, nullptr);
+    EXPECT_EQ(handler.createFileScanRequest(), nullptr);
+    handler.deleteFileScanRequest(new FileScanRequest("/other"));
+    EXPECT_EQ(handler.createFileScanRequest(), nullptr) << "the stored one stays";
+    handler.deleteFileScanRequest(scan);
+    EXPECT_NE(handler.createFileScanRequest(), nullptr);
+}
+
+TEST_F(Records, OnlyTransientFailuresAreRestartedAndOnlyOnce) {
+    handler.setVersionToDownload("http://u", "1.05-7");
+    wqueue<FwWorkItem*> downloader;
+    using Status = DownloadRequest::DownloadStatus;
+    for (const Status status : {DownloadRequest::DownloadNotStarted, DownloadRequest::DownloadStarted,
+                                DownloadRequest::DownloadComplete, DownloadRequest::DownloadTransientFailure,
+                                DownloadRequest::DownloadPermanentFailure})
+        handler.createDownloadRequest(0, false)->setDownloadStatus(status);
+    handler.restartDownload(downloader);
+    handler.restartDownload(downloader);
+    ASSERT_EQ(downloader.size(), 1);
+    EXPECT_EQ(static_cast<DownloadRequest*>(downloader.remove())->getDownloadStatus(),
+              DownloadRequest::DownloadTransientFailure);
+    const support::LogCapture log;
+    EXPECT_TRUE(handler.isDownloadInProgress());
+    EXPECT_EQ(log.count("UpdateHandler::restartDownloadRequest() Found active download request '"), 1u);
+}
+
+TEST_F(Records, FragmentInUseOutlivesItsEntry) {
+    FileFragment* fragment = addFragment("ContentPart-x", 100);
+    ParseFileRequest* parse = handler.createParseFileRequest(fragment);
+    handler.deleteFileFragment(fragment->getFilename());
+    EXPECT_EQ(handler.getFileFragment(parse->getFilename()), nullptr);
+    EXPECT_EQ(parse->getFileFragment()->getFileSize(), 100u) << "still there";
+    handler.deleteParseFileRequest(parse);
+}
+
+TEST_F(Records, StartIsFoundWhateverItsPartType) {
+    FileFragment* start = addFragment("ZempStart-1.05-7", 512);
+    start->setZempPartType(ZempPart::ZempHeader);
+    EXPECT_EQ(handler.getFileFragment("1.05-7", FileFragment::ZempStart, ZempPart::UnspecifiedPart), start);
+    EXPECT_EQ(handler.getFileFragment("1.05-7", FileFragment::ZempStart, ZempPart::KernelBlob), nullptr);
+    EXPECT_EQ(handler.getFileFragment("1.05-8", FileFragment::ZempStart, ZempPart::UnspecifiedPart), nullptr);
+}
+
+TEST_F(Records, PartSizesAreBounded) {
+    FileFragment* fragment = addFragment("ContentPart-x", 512);
+    imagefile::ImageBuilder image;
+    image.software("kernel", {1, 2, 3}, "b", rig::bodyOf(1000, 1));
+    const imagefile::Bytes bytes = image.buildPart(0);
+    ZempParser parser;
+    ZempPart* part = parser.parseContentPart(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    ASSERT_NE(part, nullptr);
+    part->setFilename(fragment->getFilename());
+    handler.updateZempPart(part);
+    EXPECT_TRUE(handler.isPartOverSize(part, false)) << "512 bytes of a part that is not needed";
+    EXPECT_FALSE(handler.isPartOverSize(part, true));
+    fragment->setFileSize(64 + 1000 + 1);
+    EXPECT_FALSE(handler.isPartOverSize(part, true)) << "one byte more than the part is what a fetch brings";
+    fragment->setFileSize(64 + 1000 + 2);
+    EXPECT_TRUE(handler.isPartOverSize(part, true));
+    handler.deleteZempPartsOfFile(fragment->getFilename());
+    EXPECT_EQ(handler.getZempPart("kernel 1.02-3"), nullptr);
+}
+
+TEST(FetchGovernorTest, PacesWhatBringsNothingNew) {
+    FetchGovernor governor;
+    EXPECT_EQ(governor.onFetch(0), FetchGovernor::FetchNow);
+    EXPECT_EQ(governor.onFetch(1), FetchGovernor::FetchNow);
+    for (unsigned i = 0; i < 4; ++i)
+        EXPECT_EQ(governor.onFetch(1), FetchGovernor::FetchNow);
+    EXPECT_FALSE(governor.takeStartDoubt());
+    for (unsigned i = 0; i < 3; ++i)
+        EXPECT_EQ(governor.onFetch(i % 2), FetchGovernor::FetchLater);
+    EXPECT_TRUE(governor.takeStartDoubt());
+    EXPECT_FALSE(governor.takeStartDoubt()) << "once";
+    for (unsigned i = 3; i < 42; ++i)
+        EXPECT_EQ(governor.onFetch(1), FetchGovernor::FetchLater);
+    EXPECT_EQ(governor.onFetch(1), FetchGovernor::GiveUp);
+    EXPECT_EQ(governor.onFetch(2), FetchGovernor::FetchNow) << "progress forgives";
+    governor.reset();
+    EXPECT_EQ(governor.onFetch(0), FetchGovernor::FetchNow);
+}
+
+TEST(StartRangeTest, ReadsTheManifestsEndFromItsHeader) {
+    const support::TemporaryDirectory directory;
+    imagefile::ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL", "Release\n", true);
+    image.manifest(std::string(900, '#') + "\n");
+    const imagefile::Bytes bytes = image.build();
+    const std::string file = directory.path() + "/start";
+    for (const size_t size : {size_t{512}, image.offsetOf(1) + 32, image.offsetOf(1) + 31}) {
+        std::ofstream(file, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(size));
+        ZempParser parser;
+        parser.parseFile(file, 0, FileFragment::ZempStart);
+        const std::unique_ptr<ZempPart> header(parser.getZempPartAt(0));
+        const std::unique_ptr<ZempPart> release(parser.getZempPartAt(1));
+        EXPECT_EQ(findLastByteOfManifest(file, dynamic_cast<ZempHeaderPart&>(*header),
+                                         dynamic_cast<ReleaseHeaderPart&>(*release)),
+                  size < image.offsetOf(1) + 32 ? 0 : image.offsetOf(2) - 1);
+    }
+}

@@ -1,0 +1,97 @@
+#include "update/rig/Samples.h"
+
+#include <cstring>
+
+namespace rig {
+
+namespace {
+
+constexpr size_t FirstSpan = 512; // bytes of a start, and of a part's first fetch
+
+bool isOurs(const PoolSpec& spec) {
+    return strcmp(spec.platform, "4812") != 0;
+}
+
+std::string range(uint64_t first, uint64_t last) {
+    return std::to_string(first) + "-" + std::to_string(last);
+}
+
+} // namespace
+
+imagefile::Bytes bodyOf(size_t size, unsigned seed) {
+    imagefile::Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<uint8_t>((i * 31 + (i >> 8) * 7 + seed * 13) & 0xff);
+    return bytes;
+}
+
+std::vector<PoolSpec> standardPools() {
+    return {{2, "kernel", "4813", 3000, false},
+            {3, "kernel", "4812", 700, false},
+            {4, "root", "-", 5000, true},
+            {5, "app", "-", 1201, false},
+            {6, "3rdapp", "-", 449, false}};
+}
+
+std::string versionOf(uint16_t build) {
+    return "1.05-" + std::to_string(build);
+}
+
+imagefile::ImageBuilder makeImage(uint16_t build, const std::vector<PoolSpec>& pools,
+                                  const std::string& text) {
+    imagefile::ImageBuilder image;
+    image.release({1, 5, build}, 0, "REL-" + versionOf(build), text, true);
+    std::vector<imagefile::ManifestElement> manifest;
+    for (const PoolSpec& spec : pools) {
+        imagefile::ManifestElement element;
+        element.contentIndex = spec.index;
+        element.poolname = spec.pool;
+        element.platform = spec.platform;
+        element.version = {1, 2, spec.isInstalled ? uint16_t{1} : build};
+        manifest.push_back(element);
+    }
+    image.manifest(manifest);
+    for (size_t i = 0; i < pools.size(); ++i) {
+        const std::string name = isOurs(pools[i]) ? pools[i].pool : "kernel4812";
+        image.software(name, manifest[i].version, name + "-build",
+                       bodyOf(pools[i].bodySize, build + static_cast<unsigned>(i)));
+    }
+    return image;
+}
+
+hostcfg::Description installedFor(const std::vector<PoolSpec>& pools) {
+    hostcfg::Description description;
+    for (const PoolSpec& spec : pools) {
+        hostcfg::Partition partition;
+        partition.pool = spec.pool;
+        partition.version = {1, 2, spec.isInstalled ? uint16_t{1} : uint16_t{0}};
+        if (isOurs(spec))
+            description.partitions.push_back(partition);
+    }
+    return description;
+}
+
+void prepare(Terminal& terminal, uint16_t build, const std::vector<PoolSpec>& pools) {
+    terminal.publish(versionOf(build), makeImage(build, pools));
+    terminal.installed = installedFor(pools);
+    terminal.install();
+    terminal.config.installed = versionOf(0);
+    terminal.config.version = versionOf(build);
+    terminal.restart();
+}
+
+std::vector<std::string> expectedRanges(const imagefile::ImageBuilder& image,
+                                        const std::vector<PoolSpec>& pools) {
+    std::vector<std::string> ranges = {range(0, FirstSpan - 1)};
+    for (size_t i = 0; i < pools.size(); ++i) {
+        const uint64_t offset = image.offsetOf(i + 2);
+        const uint64_t size = image.sizeOf(i + 2);
+        ranges.push_back(range(offset, offset + FirstSpan - 1));
+        const bool isNeeded = isOurs(pools[i]) && !pools[i].isInstalled;
+        if (isNeeded && 64 + pools[i].bodySize > FirstSpan)
+            ranges.push_back(range(offset + FirstSpan, offset + size));
+    }
+    return ranges;
+}
+
+} // namespace rig

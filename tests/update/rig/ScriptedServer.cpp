@@ -1,0 +1,73 @@
+#include "update/rig/ScriptedServer.h"
+
+#include "update/FileFragment.h"
+#include <algorithm>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace rig {
+
+namespace {
+
+const std::string ErrorPage = "<html><body><h1>404 Not Found</h1></body></html>\n";
+
+// The answer to a range as a server gives it: what there is of it, or an error page when nothing is.
+imagefile::Bytes answerTo(const imagefile::Bytes& image, const std::string& range) {
+    const size_t dash = range.find('-');
+    const uint64_t first = std::stoull(range.substr(0, dash));
+    const uint64_t last = std::min<uint64_t>(std::stoull(range.substr(dash + 1)), image.size() - 1);
+    if (std::stoull(range.substr(dash + 1)) < first)
+        return image; // not a range at all: ignored
+    if (first >= image.size())
+        return imagefile::bytesOf(ErrorPage);
+    return {image.begin() + static_cast<long>(first), image.begin() + static_cast<long>(last) + 1};
+}
+
+} // namespace
+
+const char* getName(Fault fault) {
+    static const char* const names[FaultCount] = {"none",    "404",     "cut",        "reset",     "stall",
+                                                  "refused", "flipped", "whole file", "open fails"};
+    return names[static_cast<int>(fault)];
+}
+
+bool ScriptedServer::serve(DownloadRequest& request) {
+    Fault now = fault;
+    if (!faults.empty()) {
+        now = faults.front();
+        faults.pop_front();
+    }
+    FileFragment& fragment = *request.getFileFragment();
+    const std::string range = fragment.getCurlRange();
+    mRanges.push_back(range);
+    request.setDownloadStatus(DownloadRequest::DownloadStarted);
+    if (now == Fault::OpenFails) {
+        request.setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        request.setWithDownloader(false);
+        return false;
+    }
+    const auto image = images.find(request.getUrl());
+    imagefile::Bytes answer = imagefile::bytesOf(ErrorPage);
+    if (image != images.end() && now != Fault::NotFound)
+        answer = now == Fault::WholeFile ? image->second : answerTo(image->second, range);
+    auto status = DownloadRequest::DownloadComplete;
+    if (now == Fault::FlipBit && !answer.empty())
+        answer[answer.size() / 2] ^= 0x10;
+    if (now == Fault::Cut || now == Fault::Reset)
+        answer.resize(answer.size() / 2);
+    if (now == Fault::Stall || now == Fault::Refused)
+        answer.clear();
+    if (now == Fault::Cut || now == Fault::Stall || now == Fault::Refused)
+        status = DownloadRequest::DownloadTransientFailure;
+    if (now == Fault::Reset)
+        status = DownloadRequest::DownloadPermanentFailure;
+    std::ofstream(fragment.getFilename(), std::ios::binary | std::ios::app)
+        .write(reinterpret_cast<const char*>(answer.data()), static_cast<std::streamsize>(answer.size()));
+    request.setDownloadStatus(status);
+    struct stat file = {};
+    if (stat(fragment.getFilename().c_str(), &file) == 0)
+        fragment.setFileSize(static_cast<unsigned>(file.st_size));
+    return true;
+}
+
+} // namespace rig

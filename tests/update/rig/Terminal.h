@@ -1,0 +1,112 @@
+// A terminal in one thread and in virtual time: the daemon's real dispatch, update handler and file handler
+// over a temporary directory; the downloader, the web server and the configuration monitor are scripted. One
+// tick is one second.
+#ifndef TESTS_UPDATE_RIG_TERMINAL_H
+#define TESTS_UPDATE_RIG_TERMINAL_H
+
+#include "hostconfig/HostConfigRecord.h"
+#include "imagefile/ImageBuilder.h"
+#include "support/TemporaryDirectory.h"
+#include "update/FwDownloadDaemon.h"
+#include "update/rig/ScriptedServer.h"
+#include "workers/ZempHandler.h"
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace rig {
+
+// The daemon with its queues in reach.
+class Daemon : public FwDownloadDaemon {
+  public:
+    using FwDownloadDaemon::isTerminated;
+    using FwDownloadDaemon::mConfigDbQueue;
+    using FwDownloadDaemon::mDownloaderQueue;
+    using FwDownloadDaemon::mMasterQueue;
+    using FwDownloadDaemon::mUpdateHandler;
+    using FwDownloadDaemon::mZempHandlerQueue;
+};
+
+// What the configuration database holds.
+struct Configuration {
+    std::string version;   // reported form, for example "1.05-7"
+    std::string installed; // the same form; equal means that no update is needed
+    bool disabled = false;
+    bool forced = false;
+    std::string ready; // path of the update image that is flagged
+};
+
+class Terminal {
+  public:
+    Terminal();
+    ~Terminal();
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    Configuration config;
+    ScriptedServer server;
+    hostcfg::Description installed; // written by install()
+    unsigned downloadTicks = 1;     // how long a download takes
+    bool compileFails = false;      // as on a full disk
+
+    // Puts an image on the server under its version's URL.
+    void publish(const std::string& version, const imagefile::ImageBuilder& image);
+    static std::string urlOf(const std::string& version) { return "http://server/" + version + ".zemp"; }
+
+    // Writes the host configuration record.
+    void install();
+    void removeRecord();
+
+    // Configures a version and tells the daemon, as a change notice on the bus would.
+    void configure(const std::string& version);
+    void notify();
+
+    // The daemon as after a power failure; the first status follows three minutes later, or at once.
+    void restart(bool statusAtOnce = true);
+
+    void tick();
+    void run(unsigned ticks);
+
+    // Runs until the update is flagged, not needed, or the daemon has ended; at most `ticks`.
+    void runUntilSettled(unsigned ticks);
+
+    bool isReady() const { return !config.ready.empty(); }
+    bool isTerminated() const { return daemon->isTerminated(); }
+    FwAction::NextAction action() const;
+
+    std::string path(const std::string& name) const { return mDirectory.path() + "/fw/" + name; }
+    std::vector<std::string> files() const; // names in the download directory, sorted
+    uint64_t bytesOnDisk() const;
+    void write(const std::string& name, const imagefile::Bytes& bytes) const;
+
+    // What is wrong with the flagged image against the published one; empty when nothing is.
+    std::string checkReadyImage() const;
+
+    // Faults seen at any time: an image flagged that was not right.
+    const std::vector<std::string>& violations() const { return mViolations; }
+
+    std::unique_ptr<Daemon> daemon;
+
+  private:
+    bool isUpdateNeeded() const;
+    void sendStatus();
+    void serveZempHandler();
+    void serveMonitor();
+    void serveDownloader();
+    bool isNeeded(const SuumBlob::Element& element) const;
+
+    support::TemporaryDirectory mDirectory;
+    std::unique_ptr<ZempHandler> mZempHandler;
+    uint64_t mNow = 0;
+    uint64_t mStatusAt = 0; // when the first status goes out; 0: it has
+    DownloadRequest* mCurrent = nullptr;
+    unsigned mCurrentTicks = 0;
+    std::vector<std::string> mViolations;
+};
+
+} // namespace rig
+
+#endif
