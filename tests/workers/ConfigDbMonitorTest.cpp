@@ -1,0 +1,520 @@
+// The monitor on a real bus and a real database, which another process writes. Times are scaled down.
+#include "workers/ConfigDbMonitor.h"
+
+#include "support/BusObserver.h"
+#include "support/LogCapture.h"
+#include "support/TestPlatform.h"
+#include "workers/Eventually.h"
+#include "workitems/Events.h"
+#include "workitems/FileScanRequest.h"
+#include "workitems/IsUpdateNeededRequest.h"
+#include "workitems/SetReadyForUpdateRequest.h"
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using Values = std::map<std::string, std::string>;
+
+const std::string ReadyOn = "event_handler.forwardEventReport 01000100000000000000000002000000";
+const std::string ReadyOff = "event_handler.forwardEventReport 01000100000000000000000001000000";
+const std::string DisabledOn = "event_handler.forwardEventReport 02a00000000000000000000002000000";
+const std::string DisabledOff = "event_handler.forwardEventReport 02a00000000000000000000001000000";
+
+const std::string Device = "cfg.device.configuration.";
+const std::string ForceKey = "cfg.fw_force";
+const std::string ReadyKey = "cfg.fw_ready_for_install";
+
+// The configured version is 2.03-B17; the installed one is `installed`.
+Values configured(const std::string& installed, const Values& more = {}) {
+    Values values = {{"cfg.config.status", "complete"}, {"state.suu.currentset.version", installed},
+                     {Device + "major_version", "2"},   {Device + "minor_version", "3"},
+                     {Device + "build_label", "B17"},   {Device + "sw_update_url", "http://h/image"}};
+    for (const auto& [key, value] : more)
+        values[key] = value;
+    return values;
+}
+
+const std::string Current = "2.03 B17";
+const std::string Old = "2.02 B16";
+
+// Access to the pause between attempts to connect.
+struct ConnectPause : ConfigDbMonitor {
+    static void set(unsigned milliseconds) { sConnectPauseMs = milliseconds; }
+};
+
+class ConfigDbMonitorTest : public testing::Test {
+  protected:
+    explicit ConfigDbMonitorTest(const std::string& timeScale = "1000")
+        : scale("VEX_TIME_SCALE", timeScale) {}
+    ~ConfigDbMonitorTest() override {
+        monitor.reset();
+        while (out.size() > 0)
+            delete out.remove();
+        ConnectPause::set(1000);
+    }
+
+    // Stores values as another process does.
+    static void set(const Values& values) {
+        std::string command = VEXCTL_PROGRAM " config set";
+        for (const auto& [key, value] : values)
+            command += " '" + key + "' '" + value + "'";
+        ASSERT_EQ(system(command.c_str()), 0);
+    }
+
+    // The value of a key; empty when it is absent.
+    static std::string get(const std::string& key) {
+        FILE* process = popen((VEXCTL_PROGRAM " config get " + key + " 2>/dev/null").c_str(), "r");
+        char line[1000] = "";
+        const bool read = fgets(line, sizeof line, process) != nullptr;
+        pclose(process);
+        return read ? std::string(line, strcspn(line, "\n")) : "";
+    }
+
+    void start() {
+        monitor = std::make_unique<ConfigDbMonitor>(in, out);
+        ASSERT_EQ(monitor->start(), 0);
+    }
+
+    // Waits until the monitor listens to change notices.
+    void startListening() {
+        start();
+        ASSERT_TRUE(eventually([&] { return log.count("FdLoop start looping") == 1; }));
+    }
+
+    // The next item for the master, of the type that the caller expects.
+    template <typename Item>
+    std::unique_ptr<Item> take(WorkItemType type) {
+        if (!eventually([&] { return out.size() > 0; }))
+            throw std::runtime_error("no item");
+        FwWorkItem* item = out.remove();
+        if (item->getWorkItemType() != type)
+            throw std::runtime_error("unexpected " + item->toString());
+        return std::unique_ptr<Item>(static_cast<Item*>(item));
+    }
+
+    std::unique_ptr<ConfigDbStatusEvent> takeStatus() {
+        return take<ConfigDbStatusEvent>(WorkItemType::ConfigDbStatusEvent);
+    }
+
+    testing::AssertionResult signalsAre(const Strings& expected) {
+        if (eventually([&] { return observer.signals().size() >= expected.size(); }) &&
+            observer.signals() == expected)
+            return testing::AssertionSuccess();
+        return testing::AssertionFailure() << testing::PrintToString(observer.signals());
+    }
+
+    const support::LogCapture log;
+    support::TestPlatform platform;
+    const support::ScopedEnvironment scale;
+    support::BusObserver observer;
+    const std::string imageName = platform.directory().file("update-2.03-B17");
+    wqueue<FwWorkItem*> in;
+    wqueue<FwWorkItem*> out;
+    std::unique_ptr<ConfigDbMonitor> monitor;
+};
+
+// First status: configuration, what is flagged as ready, and what follows.
+struct StatusRow {
+    const char* name;
+    Values values;
+    std::string ready; // name of the flagged image in the test's directory; empty: none flagged
+    bool readyExists;
+    ConfigDbStatusEvent::ConfigDbStatus status;
+    std::string version;
+    bool deletesReady; // the master is asked to
+    bool keepsKeys;
+    Strings signals;
+};
+
+const std::vector<StatusRow> StatusRows = {
+    {"UpToDate",
+     configured(Current),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.03-B17",
+     false,
+     true,
+     {DisabledOff, ReadyOff}},
+    {"UpToDateWithAnImageReady",
+     configured(Current),
+     "update-2.03-B17",
+     true,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.03-B17",
+     true,
+     false,
+     {DisabledOff, ReadyOff}},
+    {"NewVersion",
+     configured(Old),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.03-B17",
+     false,
+     true,
+     {ReadyOff}},
+    {"NewVersionOfTwoDigits",
+     configured("2.02 B16", {{Device + "minor_version", "12"}}),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.12-B17",
+     false,
+     true,
+     {ReadyOff}},
+    {"SameVersionOfTwoDigits",
+     configured("2.12 B17", {{Device + "minor_version", "12"}}),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.12-B17",
+     false,
+     true,
+     {DisabledOff, ReadyOff}},
+    {"EmptyLabelIsANewVersion",
+     configured(Current, {{Device + "build_label", ""}}),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.03-",
+     false,
+     true,
+     {ReadyOff}},
+    {"InstalledVersionWithADashDiffers",
+     configured("2.03-B17"),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.03-B17",
+     false,
+     true,
+     {ReadyOff}},
+    {"ReadyForAnotherVersion",
+     configured(Old),
+     "update-2.02-B16",
+     true,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.03-B17",
+     true,
+     false,
+     {ReadyOff}},
+    {"ReadyAndThere",
+     configured(Old),
+     "update-2.03-B17",
+     true,
+     ConfigDbStatusEvent::ConfigWaitForUpdate,
+     "2.03-B17",
+     false,
+     true,
+     {ReadyOn}},
+    {"ReadyButMissing",
+     configured(Old),
+     "update-2.03-B17",
+     false,
+     ConfigDbStatusEvent::ConfigGetNewFirmware,
+     "2.03-B17",
+     false,
+     false,
+     {ReadyOff}},
+    {"Incomplete",
+     configured(Old, {{"cfg.config.status", "pending"}}),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.03-B17",
+     false,
+     true,
+     {ReadyOff}},
+    {"NothingInstalled",
+     configured(""),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.03-B17",
+     false,
+     true,
+     {ReadyOff}},
+    {"Disabled",
+     configured(Old, {{"state.fw_download.disabled", "1"}}),
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     "2.03-B17",
+     false,
+     true,
+     {DisabledOn, ReadyOff}},
+    {"NoConfiguration",
+     {{"unrelated", "1"}},
+     "",
+     false,
+     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
+     ".00-",
+     false,
+     true,
+     {ReadyOff}},
+};
+
+class ConfigDbStatusTest : public ConfigDbMonitorTest, public testing::WithParamInterface<StatusRow> {};
+
+TEST_P(ConfigDbStatusTest, Row) {
+    const StatusRow& row = GetParam();
+    const std::string ready = row.ready.empty() ? "" : platform.directory().file(row.ready);
+    set(row.values);
+    set({{ForceKey, "1"}});
+    if (!ready.empty())
+        set({{ReadyKey, ready}});
+    if (row.readyExists)
+        std::ofstream(ready) << "image";
+    start();
+    const auto event = takeStatus();
+    EXPECT_STREQ(ConfigDbStatusEvent::getString(event->getConfigDbStatus()),
+                 ConfigDbStatusEvent::getString(row.status));
+    EXPECT_EQ(event->getVersion(), row.version);
+    EXPECT_EQ(event->getUrl(), row.values.count("unrelated") != 0 ? "" : "http://h/image");
+    EXPECT_TRUE(event->isForceUpdate());
+    EXPECT_EQ(event->getDeleteReadyForUpdateFile(), row.deletesReady ? ready : "");
+    EXPECT_TRUE(signalsAre(row.signals));
+    EXPECT_EQ(get(ReadyKey), row.keepsKeys ? ready : "");
+    EXPECT_EQ(get(ForceKey), row.keepsKeys ? "1" : "");
+    EXPECT_TRUE(ready.empty() ||
+                fs::exists(ready) == row.readyExists); // removing it is not the monitor's business
+}
+
+INSTANTIATE_TEST_SUITE_P(Configurations, ConfigDbStatusTest, testing::ValuesIn(StatusRows),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(ConfigDbMonitorTest, DirectoryIsNoImageThatIsReady) {
+    fs::create_directory(imageName);
+    set(configured(Old, {{ReadyKey, imageName}}));
+    start();
+    EXPECT_EQ(takeStatus()->getConfigDbStatus(), ConfigDbStatusEvent::ConfigGetNewFirmware);
+}
+
+TEST_F(ConfigDbMonitorTest, LogsTheVersionsAndMissingKeys) {
+    set(configured("", {{"state.suu.currentset.version", ""}}));
+    start();
+    takeStatus();
+    EXPECT_TRUE(log.has("LOG_INFO ConfigDbMonitor::logSwVer() Configured version=2.03-B17"));
+    EXPECT_TRUE(log.has("LOG_INFO ConfigDbMonitor::logSwVer() Software update URL=http://h/image"));
+    EXPECT_TRUE(log.has("LOG_INFO ConfigDbMonitor::logSwVer() state.suu.currentset.version="));
+    EXPECT_TRUE(log.has("LOG_INFO ConfigDbMonitor::getString() Failed to read cfg.fw_force from configdb."));
+    EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::isNewFirmwareNeeded() No "
+                        "'state.suu.currentset.version' found in configdb!"));
+}
+
+// The timer does not come before the notices.
+class ConfigNoticeTest : public ConfigDbMonitorTest {
+  protected:
+    ConfigNoticeTest() : ConfigDbMonitorTest("10") {}
+};
+
+TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
+    set(configured(Old, {{Device + "force_sw_update", "1"}}));
+    startListening();
+    observer.send("evt.confd.unrelated");
+    observer.send("evt.confd.updated");
+    const auto event = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    EXPECT_EQ(event->getVersion(), "2.03-B17");
+    EXPECT_EQ(event->getUrl(), "http://h/image");
+    EXPECT_TRUE(event->isForceUpdate());
+    EXPECT_EQ(get(ForceKey), "1");
+    EXPECT_TRUE(
+        log.has("LOG_INFO ConfigDbMonitor::resetTimerToRunningInterval() Changing timer interval to 1 s."));
+
+    // The timer runs at once, and sends no status.
+    IsUpdateNeededRequest question;
+    in.add(&question);
+    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+    EXPECT_EQ(out.remove(), &question);
+    EXPECT_TRUE(question.isUpdateNeeded());
+    EXPECT_EQ(observer.signals(), Strings());
+}
+
+TEST_F(ConfigNoticeTest, ForceOfThisUpdateIsNotOverwritten) {
+    set(configured(Old, {{Device + "force_sw_update", "1"}, {ForceKey, "0"}}));
+    startListening();
+    observer.send("evt.confd.updated");
+    EXPECT_FALSE(take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent)->isForceUpdate());
+    EXPECT_EQ(get(ForceKey), "0");
+}
+
+TEST_F(ConfigNoticeTest, NoNewVersionTidiesUp) {
+    set(configured(Current, {{ReadyKey, imageName}, {ForceKey, "1"}}));
+    startListening();
+    observer.send("evt.confd.updated");
+    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff}));
+    EXPECT_EQ(get(ReadyKey) + get(ForceKey), "");
+    ASSERT_TRUE(eventually([&] { return log.count("resetTimerToRunningInterval") == 1; }));
+    EXPECT_EQ(out.size(), 0);
+}
+
+TEST_F(ConfigNoticeTest, PushEndsAForcedUpdate) {
+    set(configured(Old, {{ReadyKey, imageName}, {ForceKey, "1"}}));
+    startListening();
+    observer.send("evt.confd.push");
+    EXPECT_TRUE(eventually([&] { return get(ForceKey).empty(); }));
+    EXPECT_EQ(get(ReadyKey), imageName);
+    EXPECT_EQ(out.size(), 0);
+    monitor.reset(); // calls of another thread from here on
+    ConfigDbMonitor direct(in, out);
+    direct.onCBusSignal(nullptr, nullptr, 0);
+    EXPECT_EQ(log.count("ConfigDbMonitor::onCBusSignal()"), 1U);
+}
+
+TEST_F(ConfigNoticeTest, OneItemIsHandledPerTick) {
+    set(configured(Current));
+    startListening();
+    observer.send("evt.confd.updated");
+    IsUpdateNeededRequest questions[3];
+    for (IsUpdateNeededRequest& question : questions)
+        in.add(&question);
+    Clock::time_point answered[3];
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+        answered[i] = Clock::now();
+        EXPECT_EQ(out.remove(), &questions[i]);
+        EXPECT_FALSE(questions[i].isUpdateNeeded());
+    }
+    for (int i = 1; i < 3; ++i) // a tick is 100 ms here
+        EXPECT_GT(answered[i] - answered[i - 1], std::chrono::milliseconds(60));
+}
+
+TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdate) {
+    set(configured(Current));
+    std::ofstream(imageName) << "image";
+    start();
+    takeStatus();
+    SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17");
+    for (const char* force : {"0", "1"}) {
+        set({{ForceKey, force}});
+        request.setSetReadyStatus(SetReadyForUpdateRequest::SetReadyPending);
+        in.add(&request);
+        ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+        EXPECT_EQ(out.remove(), &request);
+        EXPECT_EQ(request.getSetReadyStatus(), SetReadyForUpdateRequest::SetReadyComplete);
+        EXPECT_EQ(get(ReadyKey), fs::canonical(imageName));
+    }
+    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn}));
+}
+
+TEST_F(ConfigDbMonitorTest, FlagsNoImageThatIsNotThere) {
+    set(configured(Current, {{ForceKey, "1"}}));
+    start();
+    takeStatus();
+    SetReadyForUpdateRequest request(imageName);
+    in.add(&request);
+    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+    EXPECT_EQ(out.remove(), &request);
+    EXPECT_EQ(request.getSetReadyStatus(), SetReadyForUpdateRequest::SetReadyFailed);
+    EXPECT_EQ(get(ReadyKey), "");
+    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOff}));
+}
+
+TEST_F(ConfigDbMonitorTest, OtherItemsAreDroppedAndStopEndsTheThread) {
+    start();
+    takeStatus();
+    FileScanRequest other("/");
+    ExitRunLoop exit;
+    in.add(nullptr);
+    in.add(&other);
+    in.add(&exit);
+    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO ConfigDbMonitor::run() Stopped."); }));
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::onFdLoopTimerTimeout() Item is NULL!"));
+    EXPECT_TRUE(
+        log.has("LOG_INFO ConfigDbMonitor::onWorkItem() No handling of FileScanRequest ScanPending."));
+    EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::onStopWork()"));
+}
+
+TEST_F(ConfigDbMonitorTest, WithoutADatabaseItIsIdleUntilItIsStopped) {
+    ConnectPause::set(1);
+    const support::ScopedEnvironment database("VEX_CONFIGDB", platform.directory().file("missing/config.db"));
+    startListening();
+    EXPECT_EQ(log.count("LOG_ERR ConfigDbMonitor::connect() Failure connecting to configdb, retrying."), 4U);
+    EXPECT_TRUE(log.has("LOG_ERR ConfigDbMonitor::connect() Failure connecting to configdb, giving up."));
+    IsUpdateNeededRequest question;
+    in.add(&question);
+    observer.send("evt.confd.updated");
+    usleep(400000); // the first status would be due, and many ticks
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_LT(stopTime(monitor), PromptStop);
+}
+
+TEST_F(ConfigDbMonitorTest, WithoutABusItGivesUpAfterAHundredAttempts) {
+    ConnectPause::set(1);
+    platform.bus().stop();
+    startListening();
+    EXPECT_EQ(log.count("LOG_ERR ConfigDbMonitor::connect() Failure connecting to cbus, retrying."), 99U);
+    EXPECT_TRUE(log.has("LOG_ERR ConfigDbMonitor::connect() Failure connecting to cbus, giving up."));
+    EXPECT_LT(stopTime(monitor), PromptStop);
+}
+
+TEST_F(ConfigDbMonitorTest, BusThatComesLateIsFound) {
+    ConnectPause::set(50);
+    platform.bus().stop();
+    set(configured(Old));
+    start();
+    ASSERT_TRUE(eventually([&] { return log.count("retrying") >= 2; }));
+    platform.bus().start();
+    EXPECT_EQ(takeStatus()->getConfigDbStatus(), ConfigDbStatusEvent::ConfigGetNewFirmware);
+}
+
+TEST_F(ConfigDbMonitorTest, BusThatGoesAwayIsNotFatal) {
+    set(configured(Old));
+    start();
+    takeStatus();
+    platform.bus().stop();
+    IsUpdateNeededRequest question;
+    SetReadyForUpdateRequest ready(imageName);
+    in.add(&question);
+    in.add(&ready);
+    ASSERT_TRUE(eventually([&] { return out.size() == 2; }));
+    EXPECT_EQ(out.remove(), &question);
+    EXPECT_TRUE(question.isUpdateNeeded());
+    EXPECT_EQ(out.remove(), &ready);
+    EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::setCsmEvent: Error sending event!"));
+}
+
+TEST_F(ConfigDbMonitorTest, UnconnectedCallsYieldNothing) {
+    ConfigDbMonitor idle(in, out);
+    std::ofstream(imageName) << "image";
+    EXPECT_EQ(idle.getReadyForFirmwareInstall(), "");
+    EXPECT_EQ(idle.getSwVersion(), ".00-");
+    EXPECT_FALSE(idle.setReadyForFirmwareInstall(imageName));
+    EXPECT_FALSE(idle.delReadyForFirmwareInstall());
+    idle.onWorkItem(nullptr);
+    idle.onIsUpdateNeededRequest(nullptr);
+    idle.onSetReadyForUpdateRequest(nullptr);
+    EXPECT_TRUE(log.has("LOG_DEBUG Downloader::onWorkItem() Work item is NULL!"));
+    EXPECT_TRUE(log.has("LOG_INFO ConfigDbMonitor::getReadyForFirmwareInstall() Not connected to configdb."));
+    EXPECT_EQ(out.size(), 0);
+}
+
+TEST_F(ConfigDbMonitorTest, StopsPromptlyInEveryState) {
+    startListening();
+    EXPECT_LT(stopTime(monitor), PromptStop); // the loop waits
+    EXPECT_EQ(log.count("ConfigDbMonitor::disconnect()"), 0U);
+
+    platform.bus().stop();
+    start();
+    ASSERT_TRUE(eventually([&] { return log.count("Failure connecting to cbus, retrying.") == 1; }));
+    EXPECT_LT(stopTime(monitor), PromptStop); // between two attempts
+
+    platform.bus().start();
+    for (unsigned i = 0; i < 30; ++i) { // anywhere in between
+        start();
+        usleep(i * 300);
+        EXPECT_LT(stopTime(monitor), PromptStop);
+    }
+}
+
+} // namespace
