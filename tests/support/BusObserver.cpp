@@ -9,12 +9,12 @@ namespace support {
 namespace {
 
 std::string hex(const void* data, unsigned length) {
-    constexpr const char* Digits = "0123456789abcdef";
+    constexpr const char* digits = "0123456789abcdef";
     std::string text;
     for (unsigned i = 0; i < length; ++i) {
         const unsigned byte = static_cast<const unsigned char*>(data)[i];
-        text += Digits[byte >> 4];
-        text += Digits[byte & 15];
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
     }
     return text;
 }

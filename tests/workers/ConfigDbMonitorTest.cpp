@@ -65,7 +65,7 @@ class ConfigDbMonitorTest : public testing::Test {
     static void set(const Values& values) {
         std::string command = VEXCTL_PROGRAM " config set";
         for (const auto& [key, value] : values)
-            command += " '" + key + "' '" + value + "'";
+            command.append(" '").append(key).append("' '").append(value).append("'");
         ASSERT_EQ(system(command.c_str()), 0);
     }
 

@@ -21,7 +21,7 @@
 inline std::string patternOf(size_t size, unsigned seed = 0) {
     std::string bytes(size, '\0');
     for (size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i * 31 + (i >> 8) * 17 + seed * 101) & 0xFF);
+        bytes[i] = static_cast<char>((i * 31 + (i >> 8) * 17 + size_t{seed} * 101) & 0xFF);
     return bytes;
 }
 

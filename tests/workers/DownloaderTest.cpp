@@ -137,7 +137,7 @@ TEST_F(DownloaderTest, UnresolvedNameIsTransientAndABadUrlIsNot) {
 }
 
 TEST_F(DownloaderTest, FileDoesNotGrowBeyondTheLargestImage) {
-    constexpr auto Limit = uint64_t{FileFragment::MaximumFileSize} + Downloader::FileSizeSlack;
+    constexpr auto limit = uint64_t{FileFragment::MaximumFileSize} + Downloader::FileSizeSlack;
     FileFragment whole(directory.file("image.zemp"), 0);
     std::ofstream(whole.getFilename()).close();
     std::filesystem::resize_file(whole.getFilename(), FileFragment::MaximumFileSize - 100); // sparse
@@ -145,7 +145,7 @@ TEST_F(DownloaderTest, FileDoesNotGrowBeyondTheLargestImage) {
     DownloadRequest request(server.url(), &whole);
     ASSERT_TRUE(isAnswered(request));
     EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
-    EXPECT_LE(std::filesystem::file_size(whole.getFilename()), Limit);
+    EXPECT_LE(std::filesystem::file_size(whole.getFilename()), limit);
     EXPECT_EQ(log.count(", 23) Permanent."), 1U);
     EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() Failure writing file '" + whole.getFilename() +
                         "' (File too large)."));
@@ -238,7 +238,7 @@ class FullPort {
         EXPECT_EQ(getsockname(listener, generic(), &size), 0);
         for (int& client : clients) {
             client = socketAt(SOCK_NONBLOCK);
-            connect(client, generic(), sizeof address);
+            (void)connect(client, generic(), sizeof address);
         }
     }
     ~FullPort() {
