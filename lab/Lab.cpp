@@ -1,0 +1,133 @@
+#include "lab/Lab.h"
+
+#include "lab/SampleImage.h"
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+namespace lab {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr Milliseconds sStopTime{5000};
+
+constexpr const char* sImagePath = "/lab/images/update.zemp"; // in the terminal
+constexpr const char* sBusPath = "/lab/bus";
+
+std::string numberText(double number) {
+    std::ostringstream text;
+    text << number;
+    return text.str();
+}
+
+} // namespace
+
+Lab::Lab(const LabOptions& options, const WorkDirectory& directory)
+    : mOptions(options), mDirectory(directory), mTerminal(directory, Programs::find()) {
+    prepareImage();
+    prepareRecord();
+    mPlan = std::make_unique<updateplan::UpdatePlan>(*mImage, mRecordFile);
+    mVersion = ConfiguredVersion::parse(options.version.empty() ? releaseVersion() : options.version);
+}
+
+Lab::~Lab() = default;
+
+void Lab::prepareImage() {
+    mImageFile = mOptions.image;
+    if (mImageFile.empty()) {
+        mImageFile = mDirectory.file("sample.zemp");
+        writeSampleImage(mImageFile);
+    }
+    mImageFile = fs::absolute(mImageFile);
+    mImage = std::make_unique<imagefile::ImageReader>(mImageFile);
+    if (mImage->release() == nullptr)
+        throw std::runtime_error("'" + mImageFile + "': no valid release header in the image");
+    mTerminal.bind({mImageFile, sImagePath});
+}
+
+void Lab::prepareRecord() {
+    mRecordFile = mDirectory.temporary() + "/hostcfg.backup";
+    if (!mOptions.installed.empty())
+        fs::copy_file(mOptions.installed, mRecordFile, fs::copy_options::overwrite_existing);
+    else if (mOptions.image.empty())
+        writeSampleRecord(mRecordFile);
+    else
+        writeEmptyRecord(mRecordFile);
+    mInstalledVersion = updateplan::installedVersion(mRecordFile);
+    if (mInstalledVersion.empty())
+        mInstalledVersion = imagefile::versionText({}, ' ');
+}
+
+std::string Lab::releaseVersion() const {
+    return imagefile::versionText(mImage->release()->version);
+}
+
+void Lab::startServices() {
+    mTerminal.check();
+    mBus = std::make_unique<PrivateBus>();
+    mBusAddress = std::make_unique<ScopedEnvironment>("VEX_CBUS_ADDRESS", mBus->address());
+    mTerminal.bind({mBus->directory(), sBusPath});
+    mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath);
+    mConfig = std::make_unique<ConfigStore>(mDirectory.database() + "/config.db");
+    mConfig->setInstalledVersion(mInstalledVersion);
+}
+
+Lab::Environment Lab::daemonEnvironment() const {
+    return {{"VEX_CBUS_ADDRESS", std::string("unix:path=") + sBusPath + "/" + PrivateBus::SocketName},
+            {"VEX_CONFIGDB", "/lab/db/config.db"},
+            {"VEX_TIME_SCALE", numberText(mOptions.timeScale)}};
+}
+
+void Lab::startDaemon() {
+    ChildOptions options;
+    options.arguments = {Terminal::DaemonPath, "-c", "-v", std::to_string(mOptions.verbosity)};
+    options.environment = daemonEnvironment();
+    const Descriptor output = Descriptor::open(daemonLog(), O_WRONLY | O_CREAT | O_APPEND);
+    options.output = output.get();
+    mDaemon = mTerminal.start(options);
+}
+
+void Lab::stopDaemon() {
+    if (!mDaemon)
+        return;
+    mDaemon->signal(SIGINT);
+    if (!mDaemon->waitFor(sStopTime))
+        throw std::runtime_error("fw_download does not end within " +
+                                 std::to_string(sStopTime.count() / 1000) + " s");
+    if (!mDaemon->exitStatus()->isExit(0))
+        throw std::runtime_error("fw_download ended " + mDaemon->exitStatus()->toString());
+}
+
+void Lab::configure() {
+    mConfig->configure(mVersion, mWebServer->url());
+}
+
+uint64_t Lab::fetchedBytes() const {
+    uint64_t bytes = 0;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(mDirectory.downloads(), error)) {
+        const std::string name = entry.path().filename();
+        if (name.rfind("ZempStart-", 0) != 0 && name.rfind("ContentPart-", 0) != 0)
+            continue;
+        const uint64_t size = entry.file_size(error);
+        bytes += error ? 0 : size;
+    }
+    return bytes;
+}
+
+std::string Lab::describeRange(const std::string& range) const {
+    if (range.empty())
+        return "whole image";
+    const uint64_t first = std::strtoull(range.c_str(), nullptr, 10);
+    for (const updateplan::PlannedPart& planned : mPlan->parts()) {
+        const uint64_t start = planned.part->offset;
+        if (first >= start && first < start + planned.part->size())
+            return planned.name() + (first == start ? " header" : " body");
+    }
+    return first < mPlan->parts().front().part->offset ? "image start" : "behind the last part";
+}
+
+} // namespace lab
