@@ -1,0 +1,107 @@
+#include "lab/ImageVerdict.h"
+#include "support/TemporaryDirectory.h"
+#include "system/LabFixtures.h"
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace {
+
+using imagefile::ImageBuilder;
+using imagefile::ImageReader;
+
+// A terminal that needs the kernel and has the root.
+class ImageVerdict : public testing::Test {
+  protected:
+    ImageVerdict() {
+        mSource.write(mDirectory.file("source"));
+        writeFile(mDirectory.file("record"), recordWithRoot({1, 2, 3}));
+        mReader = std::make_unique<ImageReader>(mDirectory.file("source"));
+        mPlan = std::make_unique<updateplan::UpdatePlan>(*mReader, mDirectory.file("record"));
+    }
+
+    // What a right compiler makes of the source.
+    static ImageBuilder compiled() {
+        ImageBuilder image = twoPartImage(101, 60);
+        image.at(RootIndex).body.clear();
+        return image;
+    }
+
+    lab::ImageVerdict judge(const Bytes& image) const {
+        std::filesystem::remove(mDirectory.file("compiled")); // a new file is not flushed, an old one is
+        writeFile(mDirectory.file("compiled"), image);
+        return lab::judgeImage(mDirectory.file("compiled"), *mReader, *mPlan);
+    }
+
+    static constexpr size_t KernelIndex = 2;
+    static constexpr size_t RootIndex = 3;
+
+    const support::TemporaryDirectory mDirectory;
+    const ImageBuilder mSource = twoPartImage(101, 60);
+    std::unique_ptr<ImageReader> mReader;
+    std::unique_ptr<updateplan::UpdatePlan> mPlan;
+};
+
+TEST_F(ImageVerdict, AcceptsWhatARightCompilerMakes) {
+    const lab::ImageVerdict verdict = judge(compiled().build());
+    EXPECT_TRUE(verdict.isGood()) << verdict.faults.front();
+    std::vector<std::string> rows;
+    for (const auto& row : verdict.rows)
+        rows.push_back(row.part + ": " + row.finding);
+    EXPECT_EQ(rows, (std::vector<std::string>{"release: identical (16 bytes)", "suum: identical (54 bytes)",
+                                              "kernel: needed, identical (101 bytes)",
+                                              "root: not needed, header only"}));
+}
+
+TEST_F(ImageVerdict, SeesEveryDamagedByteAndEveryCut) {
+    const Bytes good = compiled().build();
+    for (size_t i = 0; i < good.size(); ++i) {
+        Bytes bad = good;
+        bad[i] ^= 0x10;
+        EXPECT_FALSE(judge(bad).isGood()) << "byte " << i;
+        EXPECT_FALSE(judge(Bytes(good.begin(), good.begin() + static_cast<long>(i))).isGood())
+            << "cut at " << i;
+    }
+    Bytes longer = good;
+    longer.insert(longer.end(), 4, 0);
+    EXPECT_FALSE(judge(longer).isGood());
+}
+
+// Images with right checksums, but of the wrong content.
+TEST_F(ImageVerdict, SeesWrongContentUnderRightChecksums) {
+    const struct {
+        const char* fault;
+        std::function<void(ImageBuilder&)> change;
+    } rows[] = {
+        {"kernel: needed, but only its header is there", [](auto& image) { image.at(2).body.clear(); }},
+        {"root: not needed, but its body is there",
+         [](auto& image) { image.at(3).body = lab::patternBytes(60, 2); }},
+        {"kernel: differs from the source image at its byte 0",
+         [](auto& image) { image.at(2).body = lab::patternBytes(101, 9); }},
+        {"release: differs from the source image at its byte 0",
+         [](auto& image) { image.at(0).extension[0] = 9; }},
+        {"suum: differs from the source image at its byte 0", [](auto& image) { image.at(1).body[2] = 'x'; }},
+        {"root: its header differs from the source image",
+         [](auto& image) { image.at(3).extension[4] = 'x'; }},
+        {"parts are release, suum, root, kernel instead of release, suum, kernel, root",
+         [](auto& image) { std::swap(image.at(2), image.at(3)); }},
+        {"root: missing", [](auto& image) { image.at(3).name = "app"; }},
+        {"parts are release, suum, kernel, root, root instead of release, suum, kernel, root",
+         [](auto& image) { image.add(image.at(3)); }},
+    };
+    for (const auto& row : rows) {
+        ImageBuilder image = compiled();
+        row.change(image);
+        const std::vector<std::string> faults = judge(image.build()).faults;
+        EXPECT_NE(std::find(faults.begin(), faults.end(), row.fault), faults.end())
+            << row.fault << "\nbut: " << testing::PrintToString(faults);
+    }
+}
+
+TEST_F(ImageVerdict, NamesAFileThatIsNoImage) {
+    EXPECT_FALSE(lab::judgeImage(mDirectory.file("nothing"), *mReader, *mPlan).isGood());
+    EXPECT_FALSE(lab::judgeImage(mDirectory.path(), *mReader, *mPlan).isGood());
+    EXPECT_FALSE(judge({}).isGood());
+}
+
+} // namespace
