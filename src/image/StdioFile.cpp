@@ -97,8 +97,3 @@ bool StdioFile::close() {
     mFile = nullptr;
     return fclose(file) == 0;
 }
-
-bool StdioFile::isRegular() const {
-    struct stat status {};
-    return mFile != nullptr && fstat(fileno(mFile), &status) == 0 && S_ISREG(status.st_mode);
-}

@@ -37,9 +37,6 @@ class StdioFile {
     // Writes out what is buffered and closes, in any case.
     [[nodiscard]] bool close();
 
-    // An ordinary file, not a device or a pipe. False when not open.
-    bool isRegular() const;
-
   private:
     bool open(const std::string& filename, int flags, unsigned mode);
     bool openOwn(const std::string& filename, int flags);

@@ -10,6 +10,7 @@
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,6 +21,9 @@ namespace {
 
 constexpr size_t MinimumParts = 3;
 constexpr size_t CopyBytes = 10000;
+
+// Ends the name under which an image is written.
+constexpr const char* PartialSuffix = ".part";
 
 // So that no single wait for the disk is long, and a stop is obeyed soon.
 constexpr uint64_t SyncBytes = 8388608;
@@ -300,27 +304,30 @@ bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
     return true;
 }
 
+// An image of this version may be flagged as ready already, so it stays whole until the new one replaces it.
 bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header) {
+    const std::string partial = filename + PartialSuffix;
     StdioFile temp;
     if (!temp.openOwnForReading(tempFilename)) {
         logOpenError(tempFilename);
         return false;
     }
     StdioFile file;
-    if (!file.createForWriting(filename)) {
-        logOpenError(filename);
+    if (!file.createForWriting(partial)) {
+        logOpenError(partial);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open output file.";
         return false;
     }
-    FileRemover remover(filename);
-    if (!file.isRegular())
-        remover.disarm(); // never remove a device
-    if (!fillImage(file, temp, header) || !file.close() || !syncDirectoryOf(filename)) {
+    FileRemover remover(partial);
+    const bool isReplaced = fillImage(file, temp, header) && file.close() &&
+                            rename(partial.c_str(), filename.c_str()) == 0;
+    if (isReplaced)
+        remover.disarm();
+    if (!isReplaced || !syncDirectoryOf(filename)) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing output file '" << filename
                             << "' (" << reason() << ").";
         return false;
     }
-    remover.disarm();
     return true;
 }
 

@@ -20,7 +20,9 @@ class ZempCreator {
     ZempCreator& operator=(const ZempCreator&) = delete;
 
     // True when the image has been written to `filename` completely and is on disk, its directory entry
-    // included. On failure, which is logged, there is no image or a partial one that was begun is removed.
+    // included. It is written under that name with ".part" behind it, and takes the place of an older image
+    // at the end. On failure, which is logged, the partial file is removed and an older image stays as it
+    // was; only when the directory cannot be synced at last, the new one is there already.
     [[nodiscard]] bool createZemp(std::string filename);
 
     // The file that holds the image's body while it is built, at first "/tmp/zempparts". Tests that run side

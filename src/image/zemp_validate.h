@@ -3,8 +3,8 @@
 // Any thread may call them. They take no length: the caller has made sure that `hdr_length` and `body_length`
 // bytes are there. They never allocate and never log; a null pointer, except where stated, is a programming
 // fault and ends the process.
-#ifndef IMAGE_ZempValidATE_H
-#define IMAGE_ZempValidATE_H
+#ifndef IMAGE_ZEMP_VALIDATE_H
+#define IMAGE_ZEMP_VALIDATE_H
 
 #include "image/ZempFormat.h"
 

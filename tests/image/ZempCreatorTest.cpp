@@ -26,6 +26,7 @@ class ZempCreatorTest : public testing::Test {
 
     std::string temp() const { return mDirectory.file("parts"); }
     std::string output() const { return mDirectory.file("update"); }
+    std::string partial() const { return output() + ".part"; }
     std::string partFile(size_t index) const { return mDirectory.file("part" + std::to_string(index)); }
 
     // Downloads the image's first parts and, under keys 2, 4, 5 and so on, its blobs; those in `needed`
@@ -55,13 +56,18 @@ class ZempCreatorTest : public testing::Test {
     // The golden image with its kernel needed.
     void downloadGolden() { download(goldenBuilder(), {2}); }
 
-    // Compiles and expects that it fails with this line last, and that nothing is left behind.
-    void expectFailure(const std::string& line) {
+    // Compiles and expects that it fails with this line last, that nothing is left behind, and that the image
+    // of an earlier compile is what it was.
+    void expectFailure(const std::string& line, const Bytes& earlier = {}) {
         const support::LogCapture log;
         EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
         ASSERT_FALSE(log.lines().empty());
         EXPECT_EQ(log.lines().back(), Prefix + line);
-        EXPECT_FALSE(std::filesystem::is_regular_file(output()));
+        EXPECT_EQ(std::filesystem::exists(output()), !earlier.empty());
+        if (!earlier.empty()) {
+            EXPECT_EQ(readFile(output()), earlier);
+        }
+        EXPECT_FALSE(std::filesystem::exists(partial()));
         EXPECT_FALSE(std::filesystem::is_regular_file(temp()));
     }
 
@@ -210,14 +216,21 @@ TEST_F(ZempCreatorTest, OutputThatCannotBeWrittenFails) {
     const support::LogCapture log;
     EXPECT_FALSE(ZempCreator(mMap).createZemp(mDirectory.file("absent/update")));
     EXPECT_TRUE(log.has(Prefix + "Unable to open output file."));
-    EXPECT_FALSE(ZempCreator(mMap).createZemp("/dev/full"));
-    EXPECT_TRUE(log.has(Prefix + "Error while writing output file '/dev/full' (No space left on device)."));
-    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
     EXPECT_FALSE(std::filesystem::exists(temp()));
+    std::filesystem::create_directory(output());
+    EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
+    EXPECT_TRUE(log.has(Prefix + "Error while writing output file '" + output() + "' (Is a directory)."));
+    EXPECT_FALSE(std::filesystem::exists(partial()));
+    std::filesystem::remove(output());
+    std::filesystem::create_directory(partial());
+    EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
+    EXPECT_EQ(log.lines().back(), Prefix + "Unable to open output file.");
+    EXPECT_TRUE(std::filesystem::is_empty(partial()));
 }
 
-// A full disk, for the temporary file and then, a little larger, for the image.
-TEST_F(ZempCreatorTest, FullDiskLeavesNothingBehind) {
+// A full disk, for the temporary file and then, a little larger, for the image. One of an earlier compile may
+// be flagged as ready.
+TEST_F(ZempCreatorTest, FullDiskLeavesWhatThereWas) {
     downloadGolden();
     const auto previous = signal(SIGXFSZ, SIG_IGN);
     struct rlimit saved {};
@@ -226,9 +239,14 @@ TEST_F(ZempCreatorTest, FullDiskLeavesNothingBehind) {
              {300, "Error while writing temporary file (File too large)."},
              {340, "Error while writing output file '" + output() + "' (File too large)."}}) {
         const struct rlimit limit { bytes, saved.rlim_max };
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-        expectFailure(line);
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &saved), 0);
+        for (const Bytes& earlier : {Bytes(), pattern(200)}) {
+            if (!earlier.empty())
+                writeFile(output(), earlier);
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+            expectFailure(line, earlier);
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &saved), 0);
+            std::filesystem::remove(output());
+        }
     }
     signal(SIGXFSZ, previous);
     const Quiet quiet;
@@ -263,13 +281,14 @@ TEST_F(ZempCreatorTest, StopLeavesAWholeImageOrNone) {
     image.software("kernel", {1, 2, 3}, "id", pattern(20000000));
     download(image, {2});
     const Quiet quiet;
-    for (const std::string& awaited : {std::string("/"), temp(), output()}) {
+    for (const std::string& awaited : {std::string("/"), temp(), partial()}) {
         Compile compile(mMap, output());
         while (!compile.mHasEnded && !std::filesystem::exists(awaited))
             std::this_thread::yield();
         compile.stop();
         EXPECT_EQ(std::filesystem::exists(output()), compile.mIsDone);
         EXPECT_TRUE(!compile.mIsDone || readFile(output()) == image.build());
+        EXPECT_FALSE(std::filesystem::exists(partial()));
         EXPECT_FALSE(std::filesystem::exists(temp()));
         std::filesystem::remove(output());
     }
