@@ -3,11 +3,23 @@
 #include "common/VexStreamLog.h"
 #include <cstring>
 
+namespace {
+
+sigset_t sMaskBefore; // written once, before any thread exists
+
+// What this process starts gets the mask that this process got.
+void restoreMask() {
+    pthread_sigmask(SIG_SETMASK, &sMaskBefore, nullptr);
+}
+
+} // namespace
+
 SignalThread::SignalThread(void (*handler)(int)) : mHandler(handler) {
     sigemptyset(&mSignals);
     sigaddset(&mSignals, SIGINT);
     sigaddset(&mSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+    pthread_sigmask(SIG_BLOCK, &mSignals, &sMaskBefore);
+    pthread_atfork(nullptr, nullptr, restoreMask);
     const int error = start();
     if (error == 0)
         return;

@@ -12,11 +12,13 @@ namespace {
 constexpr unsigned MaximumSuuInfoFailures = 6; // the last one stops the daemon
 constexpr unsigned MsPerSecond = 1000;
 
-void startWorker(Thread& worker, const char* name) {
+[[nodiscard]] bool startWorker(Thread& worker, const char* name) {
     const int result = worker.start();
-    if (result != 0)
+    if (result != 0) {
         VEX_LOG(LogError) << "FwDownloadDaemon::run() Failed to start " << name << " (error " << result
                           << ").";
+    }
+    return result == 0;
 }
 
 } // namespace
@@ -37,16 +39,18 @@ void FwDownloadDaemon::run() {
     startTimers();
     // Destroyed in reverse order; each one's destructor stops its thread and waits for it.
     auto monitor = std::make_unique<ConfigDbMonitor>(mConfigDbQueue, mMasterQueue);
-    startWorker(*monitor, "ConfigDbMonitor");
+    bool isComplete = startWorker(*monitor, "ConfigDbMonitor");
     auto downloader = std::make_unique<Downloader>(mDownloaderQueue, mMasterQueue);
-    startWorker(*downloader, "Downloader");
+    isComplete = startWorker(*downloader, "Downloader") && isComplete;
     auto zempHandler = std::make_unique<ZempHandler>(mZempHandlerQueue, mMasterQueue);
-    startWorker(*zempHandler, "ZempHandler");
+    isComplete = startWorker(*zempHandler, "ZempHandler") && isComplete;
     common::FdLoopEventHandler eventHandler;
     if (!mFdLoop.fdRegister(mFdLoopEvent.getFd(), eventHandler)) {
         VEX_LOG(LogError) << "FwDownloadDaemon::run() Failed to watch the stop event.";
-        mTerminated = true;
+        isComplete = false;
     }
+    if (!isComplete) // an update would never end
+        mTerminated = true;
     mRunning = !mTerminated;
     VEX_LOG(LogDebug) << "FwDownloadDaemon::run() FdLoop start looping ...";
     while (mRunning && !mTerminated)
@@ -200,7 +204,7 @@ void FwDownloadDaemon::onDownloadTimerTimeout() {
 
 // --- End
 
-// What nobody took. Requests belong to the update handler; a status event and the workers' stop item stay.
+// What nobody took. Requests belong to the update handler; the workers' stop item stays.
 void FwDownloadDaemon::freeQueuedItems() {
     for (auto* queue : {&mMasterQueue, &mConfigDbQueue, &mDownloaderQueue, &mZempHandlerQueue}) {
         while (queue->size() > 0) {

@@ -2,6 +2,7 @@
 #include "common/VexStreamLog.h"
 #include "main/ArgParser.h"
 #include "update/FwDownloadDaemon.h"
+#include <cstdlib>
 
 namespace {
 
@@ -135,7 +136,8 @@ void FwDownloadDaemon::onSetReadyForUpdateRequest(SetReadyForUpdateRequest* requ
     VEX_LOG(LogDebug) << "FwDownloadDaemon::onSetReadyForUpdateRequest() " << request->getStatus();
     switch (request->getSetReadyStatus()) {
     case SetReadyForUpdateRequest::SetReadyPending:
-        mConfigDbQueue.add(request);
+        if (!mUpdateHandler || !mUpdateHandler->dropStaleReadyRequest(request))
+            mConfigDbQueue.add(request);
         return;
     case SetReadyForUpdateRequest::SetReadyComplete:
         if (hasUpdateHandler("FwDownloadDaemon::onSetReadyForUpdateRequest() ReadyForUpdate is set, but "
@@ -181,8 +183,14 @@ void FwDownloadDaemon::onConfigDbStatusEvent(ConfigDbStatusEvent* event) {
         return;
     mConfigDbStatusEvent.reset(event);
     initializeSuuInfo();
-    if (event->getConfigDbStatus() == ConfigDbStatusEvent::ConfigWaitForUpdate)
+    switch (event->getConfigDbStatus()) {
+    case ConfigDbStatusEvent::ConfigNoUpdateNeeded:
+    case ConfigDbStatusEvent::ConfigGetNewFirmware:
+    case ConfigDbStatusEvent::ConfigStatusUnspecified:
+        break;
+    case ConfigDbStatusEvent::ConfigWaitForUpdate:
         return;
+    }
     initializeUpdateHandler();
     const FwAction::NextAction action = setUpdateHandler(event->getUrl(), event->getVersion(),
                                                          event->isForceUpdate(), event->getConfigDbStatus());
@@ -300,7 +308,10 @@ void FwDownloadDaemon::handOutRecordedScan(FwAction::NextAction action) {
 
 // Deletes an update image that is flagged no more, if it is one of ours.
 void FwDownloadDaemon::deleteSupersededUpdate(const std::string& filename) {
-    const std::string directory = ArgParser::getInstance()->getDownloadDirectory() + "/";
+    // The flag holds a resolved path.
+    const std::string configured = ArgParser::getInstance()->getDownloadDirectory();
+    const std::unique_ptr<char, decltype(&free)> resolved(realpath(configured.c_str(), nullptr), &free);
+    const std::string directory = (resolved ? std::string(resolved.get()) : configured) + "/";
     if (filename.compare(0, directory.size(), directory) != 0 ||
         filename.find('/', directory.size()) != std::string::npos ||
         FileFragment::parseFragmentType(filename) != FileFragment::UpdateZempFile)

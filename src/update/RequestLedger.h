@@ -25,7 +25,7 @@ class RequestLedger {
 
     bool contains(const FwWorkItem* request) const { return find(request) != nullptr; }
 
-    // Requests of one type, oldest first. Request::type of the caller must fit `type`.
+    // Requests of one type, oldest first. `Request` is the class of that type.
     template <typename Request>
     std::vector<Request*> list(WorkItemType type) const {
         std::vector<Request*> requests;

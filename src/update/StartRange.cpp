@@ -4,13 +4,9 @@
 #include "image/ZempHeaderPart.h"
 #include "image/zemp_validate.h"
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 namespace {
-
-constexpr uint16_t PlainBlobType = 3;
-constexpr const char* ManifestName = "suum";
 
 struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }
@@ -30,8 +26,8 @@ unsigned findLastByteOfManifest(const std::string& filename, const ZempHeaderPar
         fread(&manifest, sizeof manifest, 1, file.get()) != 1)
         return 0;
     // A manifest has no extended header, so what was read is all that the header's CRC covers.
-    if (manifest.type != PlainBlobType || manifest.hdr_length != sizeof manifest ||
-        strncmp(manifest.name, ManifestName, sizeof manifest.name) != 0 ||
+    if (manifest.type != ZempFormat::BlobType || manifest.hdr_length != sizeof manifest ||
+        !ZempFormat::equals(manifest.name, ZempFormat::ManifestName) ||
         zemp_validate_content_header(&manifest) != 1)
         return 0;
     const uint64_t end = offset + manifest.hdr_length + manifest.body_length +

@@ -22,6 +22,7 @@ void UpdateHandler::exitRunLoop() {
 }
 
 void UpdateHandler::askIsUpdateNeeded() {
+    mAskAgain = false;
     addToMasterQueue(mRequests.add(std::make_unique<IsUpdateNeededRequest>(), mVersion));
 }
 
@@ -34,7 +35,6 @@ void UpdateHandler::askAgainWhenIdle() {
 void UpdateHandler::askIfIdle() {
     if (!mAskAgain || mRequests.isBusy())
         return;
-    mAskAgain = false;
     askIsUpdateNeeded();
 }
 
@@ -268,6 +268,17 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
 
 SetReadyForUpdateRequest* UpdateHandler::createSetReadyForUpdateRequest(const std::string& filename) {
     return mRequests.add(std::make_unique<SetReadyForUpdateRequest>(filename), mVersion);
+}
+
+bool UpdateHandler::dropStaleReadyRequest(SetReadyForUpdateRequest* request) {
+    if (!mRequests.isStale(request))
+        return false;
+    VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() No longer wanted, '" << request->getFilename()
+                     << "'";
+    createFileDeleteRequest(request->getFilename());
+    mRequests.remove(request);
+    askAgainWhenIdle();
+    return true;
 }
 
 void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {

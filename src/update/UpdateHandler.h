@@ -53,6 +53,10 @@ class UpdateHandler : public UpdateRecords {
     // A recorded request to flag the update image; the caller queues it.
     SetReadyForUpdateRequest* createSetReadyForUpdateRequest(const std::string& filename);
 
+    // Takes back a request that is still to be forwarded and whose version is no longer wanted, with its
+    // image. False when it is to be forwarded.
+    bool dropStaleReadyRequest(SetReadyForUpdateRequest* request);
+
     // Asks again whether an update is needed, if the update rests: no action, nothing out.
     void askIfAtRest();
 
@@ -75,7 +79,7 @@ class UpdateHandler : public UpdateRecords {
     void deleteScannedFile(const std::string& filename, unsigned size, FileFragment::FragmentType type);
     void requestParse(FileFragment* fragment);
 
-    bool handOver(DownloadRequest* request, unsigned position, wqueue<FwWorkItem*>& queue);
+    void handOver(DownloadRequest* request, unsigned position, wqueue<FwWorkItem*>& queue);
     void fitStartRange(FileFragment* fragment);
     void forgetZempStart(FileFragment* fragment);
     void onDownloadFailure(DownloadRequest* request);

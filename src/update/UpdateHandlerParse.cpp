@@ -5,6 +5,7 @@
 #include "installed/SuuInfo.h"
 #include "update/UpdateHandler.h"
 #include <algorithm>
+#include <iomanip>
 
 namespace {
 
@@ -177,11 +178,12 @@ bool UpdateHandler::changeToVersionedFilename(const std::string& filename, ZempP
                              << "' is taken, keep '" << filename << "'.";
             return true;
         }
-        deleteFileFragment(versioned);
     }
     if (!fragment->changeFilename(version))
         return false;
     if (fragment->getFilename() != filename) {
+        if (holder != nullptr)
+            deleteFileFragment(versioned); // its file has been overwritten
         mFragments.erase(filename);
         addFileFragment(fragment);
     }
@@ -224,11 +226,10 @@ void UpdateHandler::logPendingRequests() const {
     VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() "
                       << (mScanRequest != nullptr ? "   1 pending scan request."
                                                   : "   0 pending scan request.");
-    VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() " << parses.size() << " pending parse request.";
+    VEX_LOG(LogDebug) << std::setw(4) << parses.size() << " pending parse request.";
     for (const ParseFileRequest* request : parses)
         VEX_LOG(LogDebug) << "    - " << request->toString();
-    VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() " << downloads.size()
-                      << " pending download request.";
+    VEX_LOG(LogDebug) << std::setw(4) << downloads.size() << " pending download request.";
     for (const DownloadRequest* request : downloads)
         VEX_LOG(LogDebug) << "    - " << request->toString();
 }

@@ -46,22 +46,21 @@ void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
     handOver(request, FetchGovernor::StartPosition, queue);
 }
 
-// Gives the request to the queue, or to the timer when it brings nothing new. False when it was given up.
-bool UpdateHandler::handOver(DownloadRequest* request, unsigned position, wqueue<FwWorkItem*>& queue) {
+// Gives the request to the queue, or to the timer when it brings nothing new, or gives it up.
+void UpdateHandler::handOver(DownloadRequest* request, unsigned position, wqueue<FwWorkItem*>& queue) {
     switch (mGovernor.onFetch(position)) {
     case FetchGovernor::FetchNow:
         request->setWithDownloader(&queue != mMasterQueue);
         queue.add(request);
-        return true;
+        return;
     case FetchGovernor::FetchLater:
         request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
         VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
-        return true;
+        return;
     case FetchGovernor::GiveUp:
         failTooOften(request, FetchGovernor::ImmediateFetches + FetchGovernor::DelayedFetches + 1);
-        return false;
+        return;
     }
-    return false;
 }
 
 // A start that is on disk up to its range's end and still unusable either lacks the rest of a long manifest,

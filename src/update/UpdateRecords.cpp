@@ -15,17 +15,18 @@ constexpr mode_t DirectoryMode = 0x770; // hexadecimal, octal 3560
 
 bool isFile(const std::string& filename) {
     const std::unique_ptr<char, decltype(&free)> resolved(ArgParser::verifyIsFile(filename), &free);
-    return resolved != nullptr;
+    struct stat status = {};
+    return resolved && stat(resolved.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 } // namespace
 
 UpdateRecords::UpdateRecords(wqueue<FwWorkItem*>* masterQueue) : mMasterQueue(masterQueue) {
-    VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << mUrl << " " << mVersion << ")";
+    VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << mUrl << ", " << mVersion << ")";
 }
 
 UpdateRecords::~UpdateRecords() {
-    VEX_LOG(LogDebug) << "UpdateHandler::~UpdateHandler(" << mUrl << " " << mVersion << ", " << whatToDo()
+    VEX_LOG(LogDebug) << "UpdateHandler::~UpdateHandler(" << mUrl << ", " << mVersion << ", " << whatToDo()
                       << ")";
     deleteAllDownloadRequests();
     deleteAllParseFileRequests();
@@ -56,7 +57,7 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
         VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set URL='" << url << "'.";
     else
         VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current URL='" << mUrl
-                         << "' with URL='" << url << "'.";
+                         << "' with URL='" << url;
     mUrl = url;
     if (version == mVersion)
         VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version already set to '" << version
@@ -65,7 +66,7 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
         VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set version='" << version << "'.";
     else
         VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current version='" << mVersion
-                         << "' with version='" << version << "'.";
+                         << "' with version='" << version;
     if (version != mVersion)
         clearSuumZempPartsMap();
     mVersion = version;
@@ -217,11 +218,15 @@ DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, Fi
 DownloadRequest* UpdateRecords::nameAndRequest(const std::string& url,
                                                std::unique_ptr<FileFragment> fragment) {
     fragment->initFilename();
-    if (fragment->getFilename().empty())
-        return createDownloadRequest(url, fragment.get());
-    if (!addFileFragment(fragment.get()))
+    DownloadRequest* request = createDownloadRequest(url, fragment.get()); // tries the name once more
+    if (request == nullptr)
         return nullptr;
-    return createDownloadRequest(url, fragment.release());
+    if (!addFileFragment(fragment.get())) {
+        deleteDownloadRequest(request);
+        return nullptr;
+    }
+    fragment.release();
+    return request;
 }
 
 DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, unsigned int rangeStart,
@@ -232,7 +237,8 @@ DownloadRequest* UpdateRecords::createDownloadRequest(const std::string& url, un
         nameAndRequest(url, std::make_unique<FileFragment>(type, rangeStart, rangeEnd));
     if (request == nullptr)
         VEX_LOG(LogWarning) << "UpdateHandler::createDownloadRequest() Failed to create FileFragment("
-                            << FileFragment::getString(type) << " " << rangeStart << " " << rangeEnd << ") !";
+                            << FileFragment::getString(type) << ", " << rangeStart << ", " << rangeEnd
+                            << ") !";
     return request;
 }
 

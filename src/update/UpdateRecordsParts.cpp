@@ -103,8 +103,11 @@ void UpdateRecords::updateZempPart(ZempPart* part) {
     ZempPart* existing = entry->second;
     // A second file with less of the part must not hide a good one.
     if (existing->isBodyValid() && !part->isBodyValid() && existing->getFilename() != part->getFilename() &&
-        getFileFragment(existing->getFilename()) != nullptr)
+        getFileFragment(existing->getFilename()) != nullptr) {
+        VEX_LOG(LogDebug) << "UpdateHandler::updateZempPart() Keep the good '" << key << "' of "
+                          << existing->getFilename() << ".";
         return;
+    }
     VEX_LOG(LogDebug) << "UpdateHandler::updateZempPart() ZempPart '" << key
                       << "' already exist! Update the existing.";
     existing->update(part);

@@ -10,7 +10,7 @@ class FileScanRequest : public FwWorkItem {
   public:
     enum FileScanStatus : int { ScanPending = 0, ScanIsDone = 1, ScanIsFailed = 2 };
 
-    // Path and size in bytes; 0xFFFFFFFF stands for 4 GiB - 1 and more than fits.
+    // Path and size in bytes; 0xFFFFFFFF stands for 2 GiB and more.
     using FileList = std::vector<std::pair<std::string, unsigned>>;
 
     explicit FileScanRequest(const std::string& directory)

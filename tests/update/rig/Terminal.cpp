@@ -1,7 +1,7 @@
 #include "update/rig/Terminal.h"
 
-#include "image/SwBlob.h"
 #include "common/VexStreamLog.h"
+#include "image/SwBlob.h"
 #include "image/ZempCreator.h"
 #include "image/ZempParser.h"
 #include "image/zemp_validate.h"
@@ -72,6 +72,7 @@ void Terminal::removeRecord() {
 
 void Terminal::configure(const std::string& version) {
     config.version = version;
+    mConfiguredAt = mNow;
     notify();
 }
 
@@ -175,7 +176,9 @@ void Terminal::serveMonitor() {
     } else {
         auto* ready = static_cast<SetReadyForUpdateRequest*>(item);
         config.ready = ready->getFilename();
-        const std::string wrong = checkReadyImage();
+        std::string wrong = checkReadyImage();
+        if (config.ready.find(config.version) == std::string::npos && mConfiguredAt + 2 < mNow)
+            wrong += " not of version " + config.version;
         if (!wrong.empty())
             mViolations.push_back("flagged " + config.ready + ": " + wrong);
         ready->setSetReadyStatus(SetReadyForUpdateRequest::SetReadyComplete);

@@ -101,7 +101,8 @@ class Terminal {
     support::TemporaryDirectory mDirectory;
     std::unique_ptr<ZempHandler> mZempHandler;
     uint64_t mNow = 0;
-    uint64_t mStatusAt = 0; // when the first status goes out; 0: it has
+    uint64_t mConfiguredAt = 0; // when a version was configured last
+    uint64_t mStatusAt = 0;     // when the first status goes out; 0: it has
     DownloadRequest* mCurrent = nullptr;
     unsigned mCurrentTicks = 0;
     std::vector<std::string> mViolations;
