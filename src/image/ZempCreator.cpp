@@ -319,8 +319,8 @@ bool writeImage(const std::string& filename, const std::string& tempFilename, co
         return false;
     }
     FileRemover remover(partial);
-    const bool isReplaced = fillImage(file, temp, header) && file.close() &&
-                            rename(partial.c_str(), filename.c_str()) == 0;
+    const bool isReplaced =
+        fillImage(file, temp, header) && file.close() && rename(partial.c_str(), filename.c_str()) == 0;
     if (isReplaced)
         remover.disarm();
     if (!isReplaced || !syncDirectoryOf(filename)) {
