@@ -3,7 +3,10 @@
 #include "common/Scratch.h"
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -116,6 +119,18 @@ TEST_F(ArgParserFiles, DirectoryIsAcceptedWithAWarning) {
     const std::string warning = "ArgParser::verifiyIsFile() Ups, '" + directory + "' is not a file!\n";
     EXPECT_EQ(parsed({"-f", directory}), warning + "ParseZempFile log=1 level=6 '" + directory + "'\n");
     EXPECT_EQ(parsed({"-v2", "-f", directory}), "ParseZempFile log=1 level=2 '" + directory + "'\n");
+}
+
+// The bit that tells a regular file stands in the type of a socket, too: the check of one bit is deliberate.
+TEST_F(ArgParserFiles, SocketPassesWithoutAWarning) {
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (directory + "/socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    close(descriptor);
+    EXPECT_EQ(parsed({"-f", directory + "/socket"}),
+              "ParseZempFile log=1 level=6 '" + directory + "/socket'\n");
 }
 
 TEST_F(ArgParserFiles, TildeStandsForTheHomeDirectory) {
