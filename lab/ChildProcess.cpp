@@ -139,9 +139,11 @@ std::string findProgram(const std::string& name) {
                                    ":/usr/local/sbin:/usr/sbin:/sbin:/usr/local/bin:/usr/bin:/bin");
     std::string directory;
     while (std::getline(directories, directory, ':')) {
-        const std::string candidate = directory + "/" + name;
-        if (!directory.empty() && access(candidate.c_str(), X_OK) == 0)
-            return candidate;
+        if (directory.empty())
+            continue;
+        directory.append("/").append(name);
+        if (access(directory.c_str(), X_OK) == 0)
+            return directory;
     }
     throw std::runtime_error("program '" + name + "' is not installed");
 }

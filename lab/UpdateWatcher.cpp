@@ -17,6 +17,8 @@ constexpr const char* sStatusSignal = "event_handler.forwardEventReport";
 constexpr unsigned sStatusEventSize = 16;
 constexpr unsigned sStatusStateOffset = 12;
 constexpr uint32_t sStatusOn = 2;
+constexpr uint32_t sUpdateReady = 0x10001;
+constexpr Milliseconds sReadyEventTime{2000}; // between the ready flag and the event
 
 // Lines that only a daemon writes that has heard of the new version.
 constexpr const char* sNoticedTexts[] = {"onCBusSignal() Got", "onNewFirmwareNeededEvent("};
@@ -60,10 +62,12 @@ void UpdateWatcher::onCBusSignal(const char* name, const void* data, unsigned le
     std::string text = name;
     if (text == sStatusSignal && length == sStatusEventSize) {
         const auto* const bytes = static_cast<const uint8_t*>(data);
+        const uint32_t id = ZempFormat::getLe32(bytes);
+        const bool on = ZempFormat::getLe32(bytes + sStatusStateOffset) == sStatusOn;
         char event[32];
-        snprintf(event, sizeof event, " 0x%x %s", ZempFormat::getLe32(bytes),
-                 ZempFormat::getLe32(bytes + sStatusStateOffset) == sStatusOn ? "on" : "off");
+        snprintf(event, sizeof event, " 0x%x %s", id, on ? "on" : "off");
         text += event;
+        mReadyEvent = id == sUpdateReady ? on : mReadyEvent;
     }
     report(LabEvent::Signal, text);
 }
@@ -142,15 +146,16 @@ void UpdateWatcher::announce(Clock::time_point deadline) {
 }
 
 std::string UpdateWatcher::follow(Clock::time_point deadline) {
-    while (true) {
-        const std::string ready = mLab.config()->readyForInstall();
-        if (!ready.empty()) {
-            poll();
-            return ready;
-        }
+    std::string ready;
+    while ((ready = mLab.config()->readyForInstall()).empty())
         wait(deadline, "cfg.fw_ready_for_install (last fetch: " +
                            (mProgress.current.empty() ? "none" : mProgress.current) + ")");
-    }
+    const Clock::time_point eventDeadline = Clock::now() + sReadyEventTime;
+    while (!mReadyEvent && Clock::now() < eventDeadline)
+        wait(Clock::time_point::max(), "");
+    if (!mReadyEvent)
+        report(LabEvent::Warning, "no status event on the bus says that the update is ready");
+    return ready;
 }
 
 } // namespace lab

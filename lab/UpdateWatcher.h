@@ -29,8 +29,8 @@ class UpdateWatcher : private common::CBusMessageHandler, private common::FdLoop
     using Clock = std::chrono::steady_clock;
     void announce(Clock::time_point deadline);
 
-    // Follows the update until an image is flagged ready, and returns its path in the terminal. Throws as
-    // announce() does.
+    // Follows the update until an image is flagged ready, and returns its path in the terminal. The status
+    // event that the daemon raises then is waited for too, though not for long. Throws as announce() does.
     std::string follow(Clock::time_point deadline);
 
     // Takes in what the logs have got since.
@@ -66,7 +66,8 @@ class UpdateWatcher : private common::CBusMessageHandler, private common::FdLoop
     LogTail mDaemonLog;
     std::vector<LabEvent> mRequests;
     LabProgress mProgress;
-    bool mNoticed = false; // the daemon knows of the new version
+    bool mNoticed = false;    // the daemon knows of the new version
+    bool mReadyEvent = false; // it said on the bus that an update is ready
 };
 
 } // namespace lab

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-enum ExitCode { Good = 0, Failed = 1, WrongUse = 2 };
+enum ExitCode { Good = 0, Failed = 1, WrongUse = 2, Interrupted = 130 };
 
 std::atomic<bool> sStop{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
@@ -65,6 +65,11 @@ int run(const lab::LabOptions& options, const std::string& kept) {
     lab::ConsoleView view(stdout, sStop);
     const lab::LabResult result = lab::runLab(options, directory, view);
     view.showResult(result);
+    if (sStop && !result.isGood()) { // whoever stops a run does not want its files
+        fflush(stdout);
+        fprintf(stderr, "fw_lab: stopped while %s\n", lab::getName(result.step));
+        return Interrupted;
+    }
     if (!result.isGood()) {
         place.keep();
         fflush(stdout);
