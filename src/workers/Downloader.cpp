@@ -189,7 +189,7 @@ void Downloader::setResult(DownloadRequest* request, int result, AppendFile& fil
     }
     const bool transient = isTransient(code);
     VEX_LOG(LogInfo) << "Downloader::download() Curl command failed! (Code=" << curl_easy_strerror(code)
-                     << ", " << result << ") " << (transient ? "Transient." : "Permanent.");
+                     << ", " << result << (transient ? ") Transient." : ") Permanent.");
     request->setDownloadStatus(transient ? DownloadRequest::DownloadTransientFailure
                                          : DownloadRequest::DownloadPermanentFailure);
 }

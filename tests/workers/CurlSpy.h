@@ -18,7 +18,9 @@ struct CurlSpy {
     size_t liveHandles();
 
     std::atomic<bool> refusesHandles{false};
-    std::atomic<long> lowSpeedSeconds{0}; // not 0: passed to libcurl in place of what was set
+    std::atomic<long> lowSpeedSeconds{0};  // not 0: passed to libcurl in place of what was set
+    std::atomic<bool> holdsLookups{false}; // of host names: they do not return while it is set
+    std::atomic<int> lookups{0};           // that are held
     std::mutex mutex;
     std::vector<std::string> options; // guarded by mutex
     std::set<void*> handles;          // guarded by mutex

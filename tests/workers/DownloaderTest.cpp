@@ -269,6 +269,17 @@ TEST_F(DownloaderTest, StopsPromptlyWhileConnecting) {
     EXPECT_LT(stopTime(downloader), PromptStop);
 }
 
+TEST_F(DownloaderTest, StopsPromptlyDuringANameLookup) {
+    CurlSpy& spy = CurlSpy::get();
+    spy.holdsLookups = true;
+    DownloadRequest request("http://no-such-host.invalid/", &fragment);
+    queue(request);
+    EXPECT_TRUE(eventually([&] { return spy.lookups == 1; }));
+    EXPECT_LT(stopTime(downloader), PromptStop);
+    spy.holdsLookups = false; // the lookup's own thread ends later, and still finds what it works on
+    EXPECT_TRUE(eventually([&] { return spy.lookups == 0; }));
+}
+
 TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
     server.setImage(patternOf(20000000));
     fragment.setDownloadRange(0, 19999999);
