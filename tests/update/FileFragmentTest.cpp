@@ -137,14 +137,6 @@ TEST_F(FileFragmentTest, NoTemporaryNameWithoutAPlaceForIt) {
     }
 }
 
-TEST_F(FileFragmentTest, VersionedNames) {
-    EXPECT_EQ(FileFragment::getVersionedFilename("1.2.3", FileFragment::ZempStart, ZempPart::KernelBlob),
-              directory.file("ZempStart-1.2.3"));
-    EXPECT_EQ(
-        FileFragment::getVersionedFilename("1.2.3", FileFragment::ContentPart, ZempPart::Kernel4812Blob),
-        directory.file("ContentPart-Kernel4812Blob-1.2.3"));
-}
-
 TEST_F(FileFragmentTest, RenamesToTheVersionedName) {
     FileFragment fragment(write("ContentPart-abcdef", "bytes"), 5);
     fragment.setZempPartType(ZempPart::RootBlob);
@@ -182,12 +174,6 @@ TEST_F(FileFragmentTest, TruncationEmptiesTheFileAndKeepsTheRecordedSize) {
     FileFragment(directory.path(), 0).truncateFile();
     EXPECT_TRUE(log.has("LOG_WARNING FileFragment::truncateFile() Failure truncating file '" +
                         directory.path() + "'! (Is a directory."));
-}
-
-TEST_F(FileFragmentTest, DestructionLeavesTheFile) {
-    const std::string name = write("ZempStart-a", "bytes");
-    { const FileFragment fragment(name, 5); }
-    EXPECT_TRUE(std::filesystem::exists(name));
 }
 
 } // namespace

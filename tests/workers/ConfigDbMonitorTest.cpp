@@ -121,159 +121,71 @@ class ConfigDbMonitorTest : public testing::Test {
     std::unique_ptr<ConfigDbMonitor> monitor;
 };
 
-// First status: configuration, what is flagged as ready, and what follows.
+enum Ready { None, RightVersion, RightButMissing, RightButDirectory, WrongVersion }; // image that is flagged
+enum After { Keeps, Erases, ErasesAndDeletes }; // the flags, and what the master is asked to delete
+
+constexpr auto UpToDate = ConfigDbStatusEvent::ConfigNoUpdateNeeded;
+constexpr auto GetNew = ConfigDbStatusEvent::ConfigGetNewFirmware;
+constexpr auto Wait = ConfigDbStatusEvent::ConfigWaitForUpdate;
+
+// First status: what is configured and flagged as ready, and what follows.
 struct StatusRow {
     const char* name;
     Values values;
-    std::string ready; // name of the flagged image in the test's directory; empty: none flagged
-    bool readyExists;
+    Ready ready;
     ConfigDbStatusEvent::ConfigDbStatus status;
     std::string version;
-    bool deletesReady; // the master is asked to
-    bool keepsKeys;
+    After after;
     Strings signals;
 };
 
-const std::vector<StatusRow> StatusRows = {
-    {"UpToDate",
-     configured(Current),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.03-B17",
-     false,
-     true,
-     {DisabledOff, ReadyOff}},
-    {"UpToDateWithAnImageReady",
-     configured(Current),
-     "update-2.03-B17",
-     true,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.03-B17",
-     true,
-     false,
-     {DisabledOff, ReadyOff}},
-    {"NewVersion",
-     configured(Old),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.03-B17",
-     false,
-     true,
-     {ReadyOff}},
-    {"NewVersionOfTwoDigits",
-     configured("2.02 B16", {{Device + "minor_version", "12"}}),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.12-B17",
-     false,
-     true,
-     {ReadyOff}},
-    {"SameVersionOfTwoDigits",
-     configured("2.12 B17", {{Device + "minor_version", "12"}}),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.12-B17",
-     false,
-     true,
-     {DisabledOff, ReadyOff}},
-    {"EmptyLabelIsANewVersion",
-     configured(Current, {{Device + "build_label", ""}}),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.03-",
-     false,
-     true,
-     {ReadyOff}},
-    {"InstalledVersionWithADashDiffers",
-     configured("2.03-B17"),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.03-B17",
-     false,
-     true,
-     {ReadyOff}},
-    {"ReadyForAnotherVersion",
-     configured(Old),
-     "update-2.02-B16",
-     true,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.03-B17",
-     true,
-     false,
-     {ReadyOff}},
-    {"ReadyAndThere",
-     configured(Old),
-     "update-2.03-B17",
-     true,
-     ConfigDbStatusEvent::ConfigWaitForUpdate,
-     "2.03-B17",
-     false,
-     true,
-     {ReadyOn}},
-    {"ReadyButMissing",
-     configured(Old),
-     "update-2.03-B17",
-     false,
-     ConfigDbStatusEvent::ConfigGetNewFirmware,
-     "2.03-B17",
-     false,
-     false,
-     {ReadyOff}},
-    {"Incomplete",
-     configured(Old, {{"cfg.config.status", "pending"}}),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.03-B17",
-     false,
-     true,
-     {ReadyOff}},
-    {"NothingInstalled",
-     configured(""),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.03-B17",
-     false,
-     true,
-     {ReadyOff}},
-    {"Disabled",
-     configured(Old, {{"state.fw_download.disabled", "1"}}),
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     "2.03-B17",
-     false,
-     true,
-     {DisabledOn, ReadyOff}},
-    {"NoConfiguration",
-     {{"unrelated", "1"}},
-     "",
-     false,
-     ConfigDbStatusEvent::ConfigNoUpdateNeeded,
-     ".00-",
-     false,
-     true,
-     {ReadyOff}},
-};
+std::vector<StatusRow> statusRows() {
+    const Values old = configured(Old);
+    const Values current = configured(Current);
+    const Strings same = {DisabledOff, ReadyOff};
+    const Strings off = {ReadyOff};
+    const auto with = [](const std::string& key, const std::string& value,
+                         const std::string& installed = Old) {
+        return configured(installed, {{key, value}});
+    };
+    return {
+        {"Same", current, None, UpToDate, "2.03-B17", Keeps, same},
+        {"SameAndReady", current, RightVersion, UpToDate, "2.03-B17", ErasesAndDeletes, same},
+        {"SameTwoDigits", with(Device + "minor_version", "12", "2.12 B17"), None, UpToDate, "2.12-B17", Keeps,
+         same},
+        {"New", old, None, GetNew, "2.03-B17", Keeps, off},
+        {"NewByAnEmptyLabel", with(Device + "build_label", "", Current), None, GetNew, "2.03-", Keeps, off},
+        {"NewByADash", configured("2.03-B17"), None, GetNew, "2.03-B17", Keeps, off},
+        {"ReadyForAnother", old, WrongVersion, GetNew, "2.03-B17", ErasesAndDeletes, off},
+        {"Ready", old, RightVersion, Wait, "2.03-B17", Keeps, {ReadyOn}},
+        {"ReadyButMissing", old, RightButMissing, GetNew, "2.03-B17", Erases, off},
+        {"ReadyButADirectory", old, RightButDirectory, GetNew, "2.03-B17", Erases, off},
+        {"Incomplete", with("cfg.config.status", "pending"), None, UpToDate, "2.03-B17", Keeps, off},
+        {"NothingInstalled", configured(""), None, UpToDate, "2.03-B17", Keeps, off},
+        {"Disabled",
+         with("state.fw_download.disabled", "1"),
+         None,
+         UpToDate,
+         "2.03-B17",
+         Keeps,
+         {DisabledOn, ReadyOff}},
+        {"NotDisabled", with("state.fw_download.disabled", "0"), None, GetNew, "2.03-B17", Keeps, off},
+        {"NoConfiguration", {{"unrelated", "1"}}, None, UpToDate, ".00-", Keeps, off},
+    };
+}
 
 class ConfigDbStatusTest : public ConfigDbMonitorTest, public testing::WithParamInterface<StatusRow> {};
 
 TEST_P(ConfigDbStatusTest, Row) {
     const StatusRow& row = GetParam();
-    const std::string ready = row.ready.empty() ? "" : platform.directory().file(row.ready);
-    set(row.values);
-    set({{ForceKey, "1"}});
-    if (!ready.empty())
-        set({{ReadyKey, ready}});
-    if (row.readyExists)
+    const std::string ready =
+        row.ready == WrongVersion ? platform.directory().file("update-2.02-B16") : imageName;
+    if (row.ready == RightVersion || row.ready == WrongVersion)
         std::ofstream(ready) << "image";
+    if (row.ready == RightButDirectory)
+        fs::create_directory(ready);
+    set(row.values);
+    set({{ForceKey, "1"}, {ReadyKey, row.ready == None ? "" : ready}});
     start();
     const auto event = takeStatus();
     EXPECT_STREQ(ConfigDbStatusEvent::getString(event->getConfigDbStatus()),
@@ -281,23 +193,16 @@ TEST_P(ConfigDbStatusTest, Row) {
     EXPECT_EQ(event->getVersion(), row.version);
     EXPECT_EQ(event->getUrl(), row.values.count("unrelated") != 0 ? "" : "http://h/image");
     EXPECT_TRUE(event->isForceUpdate());
-    EXPECT_EQ(event->getDeleteReadyForUpdateFile(), row.deletesReady ? ready : "");
+    EXPECT_EQ(event->getDeleteReadyForUpdateFile(), row.after == ErasesAndDeletes ? ready : "");
     EXPECT_TRUE(signalsAre(row.signals));
-    EXPECT_EQ(get(ReadyKey), row.keepsKeys ? ready : "");
-    EXPECT_EQ(get(ForceKey), row.keepsKeys ? "1" : "");
-    EXPECT_TRUE(ready.empty() ||
-                fs::exists(ready) == row.readyExists); // removing it is not the monitor's business
+    EXPECT_EQ(get(ReadyKey), row.after == Keeps && row.ready != None ? ready : "");
+    EXPECT_EQ(get(ForceKey), row.after == Keeps ? "1" : "");
+    EXPECT_EQ(fs::exists(ready),
+              row.ready != None && row.ready != RightButMissing); // it deletes nothing itself
 }
 
-INSTANTIATE_TEST_SUITE_P(Configurations, ConfigDbStatusTest, testing::ValuesIn(StatusRows),
+INSTANTIATE_TEST_SUITE_P(Configurations, ConfigDbStatusTest, testing::ValuesIn(statusRows()),
                          [](const auto& row) { return row.param.name; });
-
-TEST_F(ConfigDbMonitorTest, DirectoryIsNoImageThatIsReady) {
-    fs::create_directory(imageName);
-    set(configured(Old, {{ReadyKey, imageName}}));
-    start();
-    EXPECT_EQ(takeStatus()->getConfigDbStatus(), ConfigDbStatusEvent::ConfigGetNewFirmware);
-}
 
 TEST_F(ConfigDbMonitorTest, LogsTheVersionsAndMissingKeys) {
     set(configured("", {{"state.suu.currentset.version", ""}}));
@@ -390,33 +295,23 @@ TEST_F(ConfigNoticeTest, OneItemIsHandledPerTick) {
 
 TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdate) {
     set(configured(Current));
-    std::ofstream(imageName) << "image";
     start();
     takeStatus();
     SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17");
-    for (const char* force : {"0", "1"}) {
-        set({{ForceKey, force}});
-        request.setSetReadyStatus(SetReadyForUpdateRequest::SetReadyPending);
+    const auto status = [&] {
         in.add(&request);
-        ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+        EXPECT_TRUE(eventually([&] { return out.size() > 0; }));
         EXPECT_EQ(out.remove(), &request);
-        EXPECT_EQ(request.getSetReadyStatus(), SetReadyForUpdateRequest::SetReadyComplete);
-        EXPECT_EQ(get(ReadyKey), fs::canonical(imageName));
-    }
-    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn}));
-}
-
-TEST_F(ConfigDbMonitorTest, FlagsNoImageThatIsNotThere) {
-    set(configured(Current, {{ForceKey, "1"}}));
-    start();
-    takeStatus();
-    SetReadyForUpdateRequest request(imageName);
-    in.add(&request);
-    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
-    EXPECT_EQ(out.remove(), &request);
-    EXPECT_EQ(request.getSetReadyStatus(), SetReadyForUpdateRequest::SetReadyFailed);
+        return request.getSetReadyStatus();
+    };
+    EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyFailed); // no such file
     EXPECT_EQ(get(ReadyKey), "");
-    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOff}));
+    std::ofstream(imageName) << "image";
+    EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyComplete);
+    EXPECT_EQ(get(ReadyKey), fs::canonical(imageName));
+    set({{ForceKey, "1"}});
+    EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyComplete);
+    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn}));
 }
 
 TEST_F(ConfigDbMonitorTest, OtherItemsAreDroppedAndStopEndsTheThread) {
