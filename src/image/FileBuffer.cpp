@@ -2,6 +2,8 @@
 
 #include "common/Thread.h"
 #include "common/VexStreamLog.h"
+#include "image/Crc32Append.h"
+#include "image/SharedCrc.h"
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <cerrno>
@@ -65,6 +67,11 @@ uint32_t FileBuffer::crc(const uint8_t* at, uint32_t length) {
         crc = crc32_calc(crc, at, loaded);
         begin += loaded;
     }
+    if (end - begin >= SharedCrc::MinimumBytes && SharedCrc::isUseful()) {
+        SharedCrc shared([this](uint8_t* to, size_t offset, size_t count) { read(to, offset, count); }, begin,
+                         end);
+        return Crc32Append(end - begin)(crc, shared.get());
+    }
     if (begin < end && mWindow == nullptr)
         mWindow.reset(new uint8_t[WindowBytes]);
     while (begin < end) {
@@ -83,10 +90,9 @@ void FileBuffer::read(uint8_t* to, size_t offset, size_t length) {
         const ssize_t count = pread(mFd, to + done, length - done, static_cast<off_t>(offset + done));
         if (count < 0 && errno == EINTR)
             continue;
-        if (count < 0 && !mReadFailed) {
+        if (count < 0 && !mReadFailed.exchange(true)) {
             VEX_LOG(LogWarning) << "FileBuffer::read() Failed to read '" << mFilename << "' ("
                                 << strerror(errno) << ").";
-            mReadFailed = true;
         }
         if (count <= 0)
             break;
