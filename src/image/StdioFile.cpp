@@ -7,9 +7,6 @@
 
 namespace {
 
-// Callers work in 10000-byte steps; the system sees this size.
-constexpr size_t BufferBytes = 131072;
-
 constexpr unsigned PublicMode = 0666; // less the process's mask
 constexpr unsigned PrivateMode = 0600;
 
@@ -20,7 +17,8 @@ int ownFileError(int fd, bool truncate) {
         return errno;
     if (!S_ISREG(status.st_mode) || status.st_nlink != 1 || status.st_uid != geteuid())
         return EPERM;
-    return truncate && ftruncate(fd, 0) != 0 ? errno : 0;
+    // Some file systems write a file that was emptied to disk when it is closed, so a new one is left alone.
+    return truncate && status.st_size > 0 && ftruncate(fd, 0) != 0 ? errno : 0;
 }
 
 } // namespace
@@ -41,8 +39,7 @@ bool StdioFile::open(const std::string& filename, int flags, unsigned mode) {
         errno = error;
         return false;
     }
-    mBuffer.reset(new char[BufferBytes]);
-    setvbuf(mFile, mBuffer.get(), _IOFBF, BufferBytes);
+    setvbuf(mFile, nullptr, _IONBF, 0);
     return true;
 }
 
@@ -85,6 +82,7 @@ bool StdioFile::hasFailed() const {
 }
 
 bool StdioFile::write(const void* data, size_t size) {
+    mPosition += size;
     return fwrite(data, 1, size, mFile) == size;
 }
 

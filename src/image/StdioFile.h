@@ -1,11 +1,11 @@
-// A buffered file that closes itself, for copying in small steps with few system calls. Used by one thread.
+// A file that closes itself, for copying in large steps: it has no buffer, each call goes to the system. Used
+// by one thread.
 #ifndef IMAGE_STDIOFILE_H
 #define IMAGE_STDIOFILE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 
 class StdioFile {
@@ -31,18 +31,21 @@ class StdioFile {
     bool hasFailed() const; // a read or write since the file was opened
     [[nodiscard]] bool write(const void* data, size_t size);
 
+    // Bytes written so far.
+    uint64_t position() const { return mPosition; }
+
     // Has everything written so far on disk.
     [[nodiscard]] bool sync();
 
-    // Writes out what is buffered and closes, in any case.
+    // Closes, in any case.
     [[nodiscard]] bool close();
 
   private:
     bool open(const std::string& filename, int flags, unsigned mode);
     bool openOwn(const std::string& filename, int flags);
 
-    std::unique_ptr<char[]> mBuffer; // outlives mFile, which uses it
     FILE* mFile = nullptr;
+    uint64_t mPosition = 0;
 };
 
 #endif
