@@ -39,6 +39,7 @@ std::string parsed(std::vector<std::string> arguments) {
     return inChild([&] {
         arguments.insert(arguments.begin(), "fw_download");
         std::vector<char*> argv;
+        argv.reserve(arguments.size() + 1);
         for (std::string& argument : arguments)
             argv.push_back(argument.data());
         argv.push_back(nullptr);
