@@ -5,6 +5,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
@@ -193,9 +194,13 @@ TEST_F(LinuxDaemon, SignalBeforeRunIsNotLost) {
               }));
     RecordingDaemon(recordFile).note("go"); // not before the pid file has been read
     EXPECT_EQ(0, end(0));
-    const std::string record = contents(recordFile);
-    EXPECT_TRUE(record == "init terminated go run ended " || record == "init go terminated run ended ")
-        << record;
+    // The parent's note may stand anywhere before the run.
+    std::string record = contents(recordFile);
+    const size_t go = record.find("go ");
+    ASSERT_NE(go, std::string::npos) << record;
+    EXPECT_LT(go, record.find("run")) << record;
+    record.erase(go, strlen("go "));
+    EXPECT_EQ(record, "init terminated run ended ");
 }
 
 TEST_F(LinuxDaemon, ChildrenOfTheDaemonCanBeTerminated) {
