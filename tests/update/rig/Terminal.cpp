@@ -43,8 +43,8 @@ struct ParsedImage {
 } // namespace
 
 Terminal::Terminal() {
-    if (getenv("FW_RIG_LOG") == nullptr) // a history of faults logs a lot
-        VexStreamLog::setLevel(LogEmergency);
+    const char* level = getenv("FW_RIG_LOG"); // a history of faults logs a lot
+    VexStreamLog::setLevel(level != nullptr ? static_cast<LogPriority>(atoi(level)) : LogEmergency);
     mkdir((mDirectory.path() + "/fw").c_str(), 0755);
     ArgParser::setDownloadDirectory(mDirectory.path() + "/fw");
     ZempCreator::setTempFilename(mDirectory.path() + "/zempparts");
