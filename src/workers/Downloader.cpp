@@ -147,28 +147,35 @@ bool Downloader::download(DownloadRequest* request) {
     }
     if (!checkRequest(request))
         return true;
+    const bool handBack = transfer(request);
+    mFile.reset();
+    mHandle.reset();
+    return handBack;
+}
+
+bool Downloader::transfer(DownloadRequest* request) {
     FileFragment* const fragment = request->getFileFragment();
     const std::string name = fragment->getFilename();
 
-    EasyHandle handle;
-    if (!handle.isValid()) {
+    mHandle = std::make_unique<EasyHandle>();
+    if (!mHandle->isValid()) {
         VEX_LOG(LogWarning) << "Downloader::download() Failed to init curl!";
         return false;
     }
-    AppendFile file(name, uint64_t{FileFragment::MaximumFileSize} + FileSizeSlack);
-    if (file.stream() == nullptr) {
+    mFile = std::make_unique<AppendFile>(name, uint64_t{FileFragment::MaximumFileSize} + FileSizeSlack);
+    if (mFile->stream() == nullptr) {
         VEX_LOG(LogWarning) << "Downloader::download() Failure opening file '" << name << "'.";
-        VEX_LOG(LogWarning) << "Downloader::download() " << strerror(file.error());
+        VEX_LOG(LogWarning) << "Downloader::download() " << strerror(mFile->error());
         request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
         return false;
     }
     const std::string range = fragment->getCurlRange();
     VEX_LOG(LogInfo) << "Downloader::download() Download " << range << " to '" << name << "'.";
-    CURLcode code = setOptions(handle, request->getUrl(), range, file.stream());
+    CURLcode code = setOptions(*mHandle, request->getUrl(), range, mFile->stream());
     request->setDownloadStatus(DownloadRequest::DownloadStarted);
     if (code == CURLE_OK)
-        code = handle.perform();
-    setResult(request, code, file);
+        code = mHandle->perform();
+    setResult(request, code, *mFile);
     recordFileSize(fragment);
     return true;
 }

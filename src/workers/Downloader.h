@@ -9,10 +9,12 @@
 #include "common/wqueue.h"
 #include "workitems/FwWorkItem.h"
 #include <atomic>
+#include <memory>
 #include <string>
 
 class AppendFile;
 class DownloadRequest;
+class EasyHandle;
 class ExitRunLoop;
 class FileFragment;
 
@@ -33,7 +35,7 @@ class Downloader : public Thread {
     Downloader(wqueue<FwWorkItem*>& workQueue, wqueue<FwWorkItem*>& masterQueue);
 
     // Stops the thread wherever it waits, also in the middle of a transfer, and joins it. What was received
-    // by then is in the file; the request is not answered.
+    // by then is written to the file and the file closed; the request is not answered.
     ~Downloader() override;
 
     // Handles items until one says stop.
@@ -57,9 +59,17 @@ class Downloader : public Thread {
     static void setResult(DownloadRequest* request, int code, AppendFile& file);
     static void recordFileSize(FileFragment* fragment);
 
+    [[nodiscard]] bool transfer(DownloadRequest* request);
+
     wqueue<FwWorkItem*>& workQueue;
     wqueue<FwWorkItem*>& masterQueue;
     std::atomic<bool> running{false};
+
+    // What a running transfer holds. Used by the worker's thread, and by the destructor when it has ended.
+    // Not locals: where libcurl has no unwind tables, which is usual on ARM, a thread that is cancelled
+    // inside it ends without unwinding, and its stack is gone while the stream is still open.
+    std::unique_ptr<EasyHandle> mHandle;
+    std::unique_ptr<AppendFile> mFile;
 };
 
 #endif

@@ -1,6 +1,6 @@
 // A transfer handle of libcurl, released with its owner.
 //
-// Used by one thread. The transfer may be cancelled, see perform().
+// Used by one thread at a time. The transfer may be cancelled, see perform().
 #ifndef WORKERS_EASYHANDLE_H
 #define WORKERS_EASYHANDLE_H
 
@@ -12,7 +12,7 @@ class EasyHandle {
   public:
     EasyHandle() : mHandle(curl_easy_init()) {}
 
-    // Releases the handle; one that is unwound out of a transfer is kept to the end of the process instead.
+    // Releases the handle; one whose transfer was cancelled is kept to the end of the process instead.
     ~EasyHandle();
     EasyHandle(const EasyHandle&) = delete;
     EasyHandle& operator=(const EasyHandle&) = delete;
