@@ -284,7 +284,8 @@ TEST(ZempParserFile, LargeBodies) {
         EXPECT_FALSE(other.at(3)->isBodyValid());
     }
     // Asked for more than there is: what is missing is zero, and memory is not taken for it.
-    const Parse padded(filename, UINT32_MAX, FileFragment::ZempFile);
+    const uint32_t asked = sizeof(void*) > 4 ? UINT32_MAX : UINT32_MAX / 8; // what addresses can be had for
+    const Parse padded(filename, asked, FileFragment::ZempFile);
     EXPECT_EQ(padded.count(), 5U);
 }
 

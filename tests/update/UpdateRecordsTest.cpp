@@ -168,7 +168,7 @@ TEST(StartRangeTest, ReadsTheManifestsEndFromItsHeader) {
     image.manifest(std::string(900, '#') + "\n");
     const imagefile::Bytes bytes = image.build();
     const std::string file = directory.path() + "/start";
-    for (const size_t size : {size_t{512}, image.offsetOf(1) + 32, image.offsetOf(1) + 31}) {
+    for (const uint64_t size : {uint64_t{512}, image.offsetOf(1) + 32, image.offsetOf(1) + 31}) {
         std::ofstream(file, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(size));
         ZempParser parser;
