@@ -15,6 +15,14 @@ endif()
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
+# What is built to be installed: hardened, and free of what nothing refers to.
+if(CMAKE_BUILD_TYPE MATCHES "^(Release|MinSizeRel)$" AND NOT FW_SANITIZE)
+  include(CheckPIESupported)
+  check_pie_supported()
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffunction-sections -fdata-sections)
+  add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:--gc-sections LINKER:--as-needed)
+endif()
+
 set(FW_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined")
 if(FW_SANITIZE)
   add_compile_options(-fsanitize=${FW_SANITIZE} -fno-omit-frame-pointer)
