@@ -30,13 +30,16 @@ const uint8_t* mapFile(const std::string& filename, uint64_t& size) {
         fail(filename, strerror(errno));
     struct stat status {};
     const bool isFile = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    const bool hasAddresses = static_cast<uint64_t>(status.st_size) <= PTRDIFF_MAX;
     void* mapping = nullptr;
-    if (isFile && status.st_size > 0)
+    if (isFile && hasAddresses && status.st_size > 0)
         mapping = mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
     const int reason = errno;
     close(fd);
     if (!isFile)
         fail(filename, "not a regular file");
+    if (!hasAddresses)
+        fail(filename, "too large for this machine");
     if (mapping == MAP_FAILED)
         fail(filename, strerror(reason));
     size = static_cast<uint64_t>(status.st_size);
@@ -65,7 +68,7 @@ ImageReader::ImageReader(const std::string& filename) : mFilename(filename) {
     if (mSize < ZempFormat::MagicSize + ZempFormat::HeaderSize ||
         memcmp(mData, ZempFormat::Magic, ZempFormat::MagicSize) != 0) {
         if (mData != nullptr)
-            munmap(const_cast<uint8_t*>(mData), mSize);
+            munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
         fail(filename, "not an image: it does not begin with \"" + std::string(ZempFormat::Magic) +
                            "\" and a main header");
     }
@@ -79,7 +82,7 @@ ImageReader::ImageReader(const std::string& filename) : mFilename(filename) {
 }
 
 ImageReader::~ImageReader() {
-    munmap(const_cast<uint8_t*>(mData), mSize);
+    munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
 }
 
 void ImageReader::readParts() {
