@@ -1,8 +1,9 @@
 // Histories of an update, from the first question to the flagged image: with the ranges, names and actions
 // that a fresh terminal shows, and with what may go wrong in between.
-#include "support/LogCapture.h"
+#include "main/ArgParser.h"
 #include "update/rig/Samples.h"
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 using namespace rig;
 using testing::Contains;
@@ -277,6 +278,21 @@ TEST_F(UpdateCycle, VersionChangeDropsAFailingDownload) {
     expectReady();
 }
 
+TEST_F(UpdateCycle, ImageCompiledJustBeforeTheChangeIsNotFlagged) {
+    prepare(terminal, 7);
+    terminal.publish("1.05-8", makeImage(8));
+    const std::string image = terminal.path("fw_download_update.zemp-1.05-7");
+    while (access(image.c_str(), F_OK) != 0)
+        terminal.tick();
+    // The compile's result waits for the next tick, and the change right behind it.
+    terminal.configure("1.05-8");
+    terminal.run(5);
+    EXPECT_FALSE(terminal.isReady());
+    terminal.runUntilSettled(Hour);
+    expectReady();
+    EXPECT_NE(access(image.c_str(), F_OK), 0) << "the old image goes";
+}
+
 TEST_F(UpdateCycle, FailedCompileStallsTheVersionAndNotTheNext) {
     prepare(terminal, 7);
     terminal.publish("1.05-8", makeImage(8));
@@ -411,12 +427,17 @@ TEST_F(UpdateCycle, ImageThatChangesOnTheServerIsFollowed) {
 }
 
 TEST_F(UpdateCycle, SupersededUpdateImageIsDeletedAtStart) {
+    // The directory is reached through a link, the flag holds the resolved path.
+    const std::string link = terminal.path("../link");
+    ASSERT_EQ(symlink(terminal.path("").c_str(), link.c_str()), 0);
     prepare(terminal, 7);
     terminal.runUntilSettled(Hour);
+    ArgParser::setDownloadDirectory(link);
     terminal.publish("1.05-8", makeImage(8));
     terminal.config.version = "1.05-8";
     terminal.restart();
     terminal.runUntilSettled(Hour);
-    expectReady();
+    EXPECT_EQ(terminal.action(), FwAction::WaitForFwUpdate);
     EXPECT_THAT(terminal.files(), Not(Contains("fw_download_update.zemp-1.05-7")));
+    EXPECT_THAT(terminal.files(), Contains("fw_download_update.zemp-1.05-8"));
 }
