@@ -70,7 +70,7 @@ void Lab::startServices() {
     mBus = std::make_unique<PrivateBus>();
     mBusAddress = std::make_unique<ScopedEnvironment>("VEX_CBUS_ADDRESS", mBus->address());
     mTerminal.bind({mBus->directory(), sBusPath});
-    mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath);
+    mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath, mOptions.speed);
     mConfig = std::make_unique<ConfigStore>(mDirectory.database() + "/config.db");
     mConfig->setInstalledVersion(mInstalledVersion);
 }

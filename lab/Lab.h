@@ -22,11 +22,12 @@
 namespace lab {
 
 struct LabOptions {
-    std::string image;                 // empty: a sample of the lab's own
-    std::string installed;             // host configuration record; empty: the sample's, or nothing installed
-    std::string version;               // to be configured, like "1.05-7"; empty: the release of the image
-    int verbosity = 7;                 // of the daemon; below 7 it fetches 25000 bytes per second
-    double timeScale = 10;             // divides the daemon's timers
+    std::string image;     // empty: a sample of the lab's own
+    std::string installed; // host configuration record; empty: the sample's, or nothing installed
+    std::string version;   // to be configured, like "1.05-7"; empty: the release of the image
+    int verbosity = 7;     // of the daemon; below 7 it limits its downloads to 25000 bytes per second
+    unsigned speed = 0;    // of the web server, in bytes per second; 0: no limit
+    double timeScale = 10; // divides the daemon's timers
     std::chrono::seconds timeout{300}; // for the update
 };
 

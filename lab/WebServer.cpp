@@ -40,6 +40,7 @@ http {
         listen 127.0.0.1:@PORT@;
         location = /update.zemp {
             alias @IMAGE@;
+            limit_rate @SPEED@;
         }
         location / {
             return 404;
@@ -82,10 +83,12 @@ std::optional<ServedRequest> ServedRequest::parse(const std::string& line) {
     return request;
 }
 
-WebServer::WebServer(const Terminal& terminal, const WorkDirectory& directory, std::string image)
+WebServer::WebServer(const Terminal& terminal, const WorkDirectory& directory, std::string image,
+                     unsigned speed)
     : mTerminal(terminal),
       mDirectory(directory),
       mImage(std::move(image)),
+      mSpeed(speed),
       mAccessLog(directory.web() + "/access.log") {
     for (int i = 0; i < sPortAttempts; ++i) {
         mPort = findFreePort();
@@ -108,6 +111,7 @@ void WebServer::writeConfiguration() const {
     std::string text = sConfiguration;
     replace(text, "@PORT@", std::to_string(mPort));
     replace(text, "@IMAGE@", mImage);
+    replace(text, "@SPEED@", std::to_string(mSpeed));
     std::ofstream file(mDirectory.web() + "/nginx.conf");
     file << text;
     file.close();

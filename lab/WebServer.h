@@ -29,9 +29,11 @@ struct ServedRequest {
 
 class WebServer {
   public:
-    // Serves the file at `image`, a path in the terminal. Returns when requests are accepted; throws
-    // std::runtime_error with the server's reason when that cannot be had.
-    WebServer(const Terminal& terminal, const WorkDirectory& directory, std::string image);
+    // Serves the file at `image`, a path in the terminal, to each client with at most `speed` bytes per
+    // second; 0: no limit. Returns when requests are accepted; throws std::runtime_error with the server's
+    // reason when that cannot be had.
+    WebServer(const Terminal& terminal, const WorkDirectory& directory, std::string image,
+              unsigned speed = 0);
 
     unsigned port() const { return mPort; }
     std::string url() const;
@@ -55,6 +57,7 @@ class WebServer {
     const Terminal& mTerminal;
     const WorkDirectory& mDirectory;
     const std::string mImage;
+    const unsigned mSpeed;
     unsigned mPort = 0;
     std::unique_ptr<TerminalProcess> mServer;
     LogTail mAccessLog;

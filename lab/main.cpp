@@ -110,8 +110,12 @@ int main(int argc, char** argv) {
     runCommand->add_option("--keep", kept, "Keep all files of the run in this new or empty directory");
     runCommand
         ->add_option("--verbosity", options.verbosity,
-                     "Level of the daemon's log; below 7 the daemon fetches 25000 bytes per second")
+                     "Level of the daemon's log; below 7 the daemon limits its downloads to 25000 bytes per "
+                     "second, which its HTTP library keeps only roughly on the loopback interface")
         ->check(CLI::Range(0, 7))
+        ->capture_default_str();
+    runCommand
+        ->add_option("--speed", options.speed, "Bytes per second that the web server sends; 0: no limit")
         ->capture_default_str();
     runCommand
         ->add_option("--time-scale", options.timeScale, "Makes the daemon's timers so many times faster")

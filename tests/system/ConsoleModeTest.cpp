@@ -1,21 +1,25 @@
 // The daemon in the foreground: how it stops.
+#include "lab/ImageVerdict.h"
 #include "system/DaemonFixture.h"
 #include <csignal>
 #include <filesystem>
 
 namespace {
 
-lab::LabOptions atInfoLevel() {
+constexpr size_t PartSize = 400000;
+constexpr size_t StartSize = 512; // of the image, fetched first
+
+lab::LabOptions overASlowLink() {
     lab::LabOptions options;
-    options.verbosity = 6; // 25000 bytes per second
+    options.speed = 400000; // a second for a part
     return options;
 }
 
 class ConsoleMode : public DaemonTest {};
 
-class SlowConsoleMode : public DaemonTest {
+class ConsoleModeOverASlowLink : public DaemonTest {
   protected:
-    SlowConsoleMode() : DaemonTest(atInfoLevel()) {}
+    ConsoleModeOverASlowLink() : DaemonTest(PartSize, overASlowLink()) {}
 };
 
 TEST_F(ConsoleMode, StopsAtOnce) {
@@ -46,13 +50,25 @@ TEST_F(ConsoleMode, StopsWhileItWaitsForABus) {
     expectStop(SIGINT);
 }
 
-TEST_F(SlowConsoleMode, StopsInTheMiddleOfADownload) {
+TEST_F(ConsoleModeOverASlowLink, StopsInTheMiddleOfADownloadAndGoesOnThere) {
     mLab->startServices();
     mLab->configure();
     mLab->startDaemon(); // sends its first status soon, at this time scale
-    ASSERT_TRUE(eventually([&] { return mLab->fetchedBytes() > 20000; }));
+    ASSERT_TRUE(eventually([&] { return mLab->fetchedBytes() > 5000; }));
     expectStop(SIGINT);
-    EXPECT_LT(mLab->fetchedBytes(), mLab->plan().fetchBytes());
+    const uint64_t onDisk = mLab->fetchedBytes() - StartSize; // of the first part
+    EXPECT_LT(onDisk, PartSize);
+
+    mLab->startDaemon();
+    ASSERT_TRUE(eventually([&] { return !mLab->config()->readyForInstall().empty(); }));
+    expectStop(SIGINT);
+    const std::string file = mWork.onMachine(mLab->config()->readyForInstall());
+    EXPECT_TRUE(lab::judgeImage(file, mLab->image(), mLab->plan()).isGood());
+    const std::string resumed = std::to_string(mLab->plan().parts().front().part->offset + onDisk) + "-";
+    bool isResumed = false;
+    for (const lab::ServedRequest& request : mLab->webServer()->newRequests())
+        isResumed = isResumed || request.range.rfind(resumed, 0) == 0;
+    EXPECT_TRUE(isResumed) << "no request for bytes from " << resumed;
 }
 
 } // namespace

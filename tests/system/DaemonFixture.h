@@ -25,11 +25,11 @@ bool eventually(Condition condition, lab::Milliseconds time = Long) {
     return true;
 }
 
-// A lab with a two-part image of 120 kB, of which all is needed.
+// A lab with an image of two parts of the same size, both needed.
 class DaemonTest : public testing::Test {
   protected:
-    explicit DaemonTest(lab::LabOptions options = {}) {
-        twoPartImage(60000, 60000).write(mDirectory.file("image"));
+    explicit DaemonTest(size_t partSize = 60000, lab::LabOptions options = {}) {
+        twoPartImage(partSize, partSize).write(mDirectory.file("image"));
         options.image = mDirectory.file("image");
         options.timeScale = 100;
         mLab = std::make_unique<lab::Lab>(options, mWork);

@@ -56,7 +56,7 @@ TEST_F(Update, FetchesAllOfAnImageForAnEmptyTerminal) {
 TEST_F(Update, LeavesOutWhatIsInstalled) {
     writeFile(mDirectory.file("record"), recordWithRoot({1, 2, 3}));
     options.installed = mDirectory.file("record");
-    options.verbosity = 6; // at 25000 bytes per second
+    options.verbosity = 6; // where the log tells less
     const lab::LabResult result = run();
     ASSERT_TRUE(result.isGood()) << lab::getName(result.step) << ": " << result.failure << "\n"
                                  << readText(result.daemonLog);
