@@ -1,7 +1,7 @@
 // The monitor on a real bus and a real database, which another process writes. Times are scaled down.
 #include "workers/ConfigDbMonitor.h"
 
-#include "support/BusObserver.h"
+#include "lab/BusObserver.h"
 #include "support/LogCapture.h"
 #include "support/TestPlatform.h"
 #include "workers/Eventually.h"
@@ -114,7 +114,7 @@ class ConfigDbMonitorTest : public testing::Test {
     const support::LogCapture log;
     support::TestPlatform platform;
     const support::ScopedEnvironment scale;
-    support::BusObserver observer;
+    lab::BusObserver observer;
     const std::string imageName = platform.directory().file("update-2.03-B17");
     wqueue<FwWorkItem*> in;
     wqueue<FwWorkItem*> out;

@@ -3,8 +3,8 @@
 #define TESTS_WORKERS_DOWNLOADERFIXTURE_H
 
 #include "common/wqueue.h"
+#include "lab/ScriptedHttpServer.h"
 #include "support/LogCapture.h"
-#include "support/ScriptedHttpServer.h"
 #include "support/TemporaryDirectory.h"
 #include "update/FileFragment.h"
 #include "workers/CurlSpy.h"
@@ -75,7 +75,7 @@ class DownloaderFixture {
     const support::LogCapture log;
     const support::TemporaryDirectory directory;
     const std::string image = patternOf(100000);
-    support::ScriptedHttpServer server{image};
+    lab::ScriptedHttpServer server{image};
     FileFragment fragment{FileFragment::ContentPart, 0, 0};
     wqueue<FwWorkItem*> in;
     wqueue<FwWorkItem*> out;

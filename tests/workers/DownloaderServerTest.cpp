@@ -5,7 +5,7 @@
 
 namespace {
 
-using support::HttpScript;
+using lab::HttpScript;
 using Status = DownloadRequest::DownloadStatus;
 
 constexpr Status Complete = DownloadRequest::DownloadComplete;

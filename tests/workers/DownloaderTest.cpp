@@ -7,7 +7,7 @@
 
 namespace {
 
-using support::HttpScript;
+using lab::HttpScript;
 using Strings = std::vector<std::string>;
 
 // libcurl is initialised as main does it.
@@ -115,7 +115,7 @@ TEST_F(CappedDownloaderTest, SpeedCapFollowsTheLogLevel) {
 TEST_F(DownloaderTest, RefusedConnectionIsTransientAndCounts) {
     std::string url;
     {
-        const support::ScriptedHttpServer gone;
+        const lab::ScriptedHttpServer gone;
         url = gone.url();
     }
     DownloadRequest request(url, &fragment);

@@ -1,6 +1,6 @@
-// A client of the bus that notes every signal, on a thread of its own, and sends signals for the test.
-#ifndef SUPPORT_BUSOBSERVER_H
-#define SUPPORT_BUSOBSERVER_H
+// A client of the bus that notes every signal, on a thread of its own, and sends signals too.
+#ifndef LAB_BUSOBSERVER_H
+#define LAB_BUSOBSERVER_H
 
 #include "vex/CBusConnection.h"
 #include "vex/FdLoop.h"
@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-namespace support {
+namespace lab {
 
 class BusObserver : private common::CBusMessageHandler {
   public:
@@ -48,6 +48,6 @@ class BusObserver : private common::CBusMessageHandler {
     std::thread mThread;
 };
 
-} // namespace support
+} // namespace lab
 
 #endif

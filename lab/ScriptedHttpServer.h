@@ -1,8 +1,9 @@
-// A web server of a test's own: one image, served with byte-exact inclusive ranges, and misbehaviour as data.
+// A web server on the loopback interface: one image, served with byte-exact inclusive ranges, and
+// misbehaviour as data.
 //
 // Every connection carries one request. All methods may be called from any thread.
-#ifndef SUPPORT_SCRIPTEDHTTPSERVER_H
-#define SUPPORT_SCRIPTEDHTTPSERVER_H
+#ifndef LAB_SCRIPTEDHTTPSERVER_H
+#define LAB_SCRIPTEDHTTPSERVER_H
 
 #include <chrono>
 #include <condition_variable>
@@ -14,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-namespace support {
+namespace lab {
 
 // How one request is answered. As it stands: by the book.
 struct HttpScript {
@@ -102,6 +103,6 @@ class ScriptedHttpServer {
     std::list<Connection> mConnections;
 };
 
-} // namespace support
+} // namespace lab
 
 #endif

@@ -1,4 +1,4 @@
-#include "support/ScriptedHttpServer.h"
+#include "lab/ScriptedHttpServer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace support {
+namespace lab {
 
 namespace {
 
@@ -248,4 +248,4 @@ void ScriptedHttpServer::stall(int fd) {
     }
 }
 
-} // namespace support
+} // namespace lab

@@ -1,10 +1,10 @@
-#include "support/BusObserver.h"
+#include "lab/BusObserver.h"
 
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
-namespace support {
+namespace lab {
 
 namespace {
 
@@ -72,4 +72,4 @@ void BusObserver::send(const std::string& name) {
         throw std::runtime_error("cannot send " + name);
 }
 
-} // namespace support
+} // namespace lab
