@@ -40,8 +40,8 @@ void initCurlGlobal() {
 }
 
 void runConsole() {
+    const SignalThread signals(handleSignal); // first, so that a signal never ends the process by itself
     VEX_LOG(LogInfo) << "Start firmware download master in console mode.";
-    const SignalThread signals(handleSignal);
     initCurlGlobal();
     theDaemon.run();
     curl_global_cleanup();
@@ -56,8 +56,8 @@ void runDaemon() {
 }
 
 void parseFile(FileFragment::FragmentType type) {
-    VEX_LOG(LogInfo) << "Use firmware downloader to parse a file.";
     const SignalThread signals(handleSignal);
+    VEX_LOG(LogInfo) << "Use firmware downloader to parse a file.";
     const std::string filename = ArgParser::getInstance()->getZempFilename();
     ZempParser parser;
     const bool parsed = parser.parseFile(filename, 0, type);
