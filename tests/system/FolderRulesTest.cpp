@@ -35,6 +35,9 @@ const Room Rooms[] = {
     {"src/state", {}},
     {"src/main", {"vex", "common", "image", "workitems", "installed", "workers", "update", "state"}},
     {"platform", {"vex"}},
+    // Plans updates with the daemon's own decisions.
+    {"tools/plan",
+     {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
     {"tools", {"vex", "common", "image", "installed", Fragment}},
     {"lab", {"vex", "hostconfig", "imagefile", "updateplan"}},
 };

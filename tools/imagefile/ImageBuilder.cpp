@@ -75,6 +75,8 @@ uint64_t paddingOf(const Part& part, uint64_t size) {
     return part.padded ? (ZempFormat::Alignment - size % ZempFormat::Alignment) % ZempFormat::Alignment : 0;
 }
 
+void ignore(const uint8_t*, size_t) {}
+
 Bytes makeContentHeader(const Part& part, uint32_t bodyLength, uint32_t bodyCrc) {
     Bytes header(ZempFormat::ContentHeaderSize);
     header.insert(header.end(), part.extension.begin(), part.extension.end());
@@ -209,11 +211,14 @@ Bytes ImageBuilder::makeHeader(uint64_t bodyLength, uint32_t bodyCrc) const {
     return bytes;
 }
 
-void ImageBuilder::emitPart(const Part& part, const Sink& sink) const {
+void ImageBuilder::emitPart(const Part& part, const Sink& sink, const Sink& check) const {
     const uint64_t size = bodySize(part);
     const uint32_t length = lengthField(size, "the body of '" + part.name + "'");
     uint32_t crc = 0;
-    emitBody(part, size, [&crc](const uint8_t* data, size_t count) { crc = crc32_calc(crc, data, count); });
+    emitBody(part, size, [&](const uint8_t* data, size_t count) {
+        crc = crc32_calc(crc, data, count);
+        check(data, count);
+    });
     const Bytes contentHeader = makeContentHeader(part, length, crc);
     sink(contentHeader.data(), contentHeader.size());
     emitBody(part, size, sink);
@@ -221,40 +226,52 @@ void ImageBuilder::emitPart(const Part& part, const Sink& sink) const {
     sink(padding.data(), padding.size());
 }
 
-Bytes ImageBuilder::emitParts(const Sink& sink) const {
+Bytes ImageBuilder::emitParts(const Sink& sink, const Sink& check) const {
     uint64_t length = 0;
     uint32_t crc = 0;
-    for (const Part& part : mParts) {
-        emitPart(part, [&](const uint8_t* data, size_t count) {
-            length += count;
-            crc = crc32_calc(crc, data, count);
-            sink(data, count);
-        });
-    }
+    const Sink counted = [&](const uint8_t* data, size_t count) {
+        length += count;
+        crc = crc32_calc(crc, data, count);
+        sink(data, count);
+    };
+    for (const Part& part : mParts)
+        emitPart(part, counted, check);
     return makeHeader(length, crc);
 }
 
 Bytes ImageBuilder::build() const {
     Bytes body;
     Bytes image = emitParts(
-        [&body](const uint8_t* data, size_t count) { body.insert(body.end(), data, data + count); });
+        [&body](const uint8_t* data, size_t count) { body.insert(body.end(), data, data + count); }, ignore);
     image.insert(image.end(), body.begin(), body.end());
     return image;
 }
 
 Bytes ImageBuilder::buildPart(size_t index) const {
     Bytes bytes;
-    emitPart(mParts.at(index),
-             [&bytes](const uint8_t* data, size_t count) { bytes.insert(bytes.end(), data, data + count); });
+    emitPart(
+        mParts.at(index),
+        [&bytes](const uint8_t* data, size_t count) { bytes.insert(bytes.end(), data, data + count); },
+        ignore);
     return bytes;
 }
 
-void ImageBuilder::write(const std::string& filename) const {
+void ImageBuilder::write(const std::string& filename, const Progress& progress) const {
     std::ofstream file(filename, std::ios::binary | std::ios::trunc);
     file.seekp(static_cast<std::streamoff>(offsetOf(0)));
-    const Bytes start = emitParts([&file](const uint8_t* data, size_t count) {
-        file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(count));
-    });
+    const uint64_t total = 2 * size();
+    uint64_t done = 0;
+    const Sink advance = [&](const uint8_t*, size_t count) {
+        done += count;
+        if (progress)
+            progress(std::min(done, total), total);
+    };
+    const Bytes start = emitParts(
+        [&](const uint8_t* data, size_t count) {
+            file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(count));
+            advance(data, count);
+        },
+        advance);
     file.seekp(0);
     file.write(reinterpret_cast<const char*>(start.data()), static_cast<std::streamsize>(start.size()));
     file.close();

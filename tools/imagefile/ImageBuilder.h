@@ -102,17 +102,21 @@ class ImageBuilder {
     Bytes build() const;
     Bytes buildPart(size_t index) const;
 
+    // Told bytes done and bytes in all, as it goes on: each body is gone through twice. May throw to stop.
+    using Progress = std::function<void(uint64_t done, uint64_t total)>;
+
     // Writes the image to a file. Part bodies from files pass through a buffer.
-    void write(const std::string& filename) const;
+    void write(const std::string& filename, const Progress& progress = {}) const;
 
   private:
     using Sink = std::function<void(const uint8_t* data, size_t size)>;
 
     Bytes makeHeader(uint64_t bodyLength, uint32_t bodyCrc) const;
-    void emitPart(const Part& part, const Sink& sink) const;
+    void emitPart(const Part& part, const Sink& sink, const Sink& check) const;
 
-    // Sends all parts to `sink` and returns the main header that belongs before them, magic included.
-    Bytes emitParts(const Sink& sink) const;
+    // Sends all parts to `sink`, and before that each body to `check`; returns the main header that belongs
+    // before them, magic included.
+    Bytes emitParts(const Sink& sink, const Sink& check) const;
 
     std::deque<Part> mParts;
 };

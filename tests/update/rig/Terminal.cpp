@@ -149,10 +149,6 @@ void Terminal::runUntilSettled(unsigned ticks) {
     }
 }
 
-FwAction::NextAction Terminal::action() const {
-    return daemon->mUpdateHandler ? daemon->mUpdateHandler->getNextAction() : FwAction::Unspecified;
-}
-
 void Terminal::serveZempHandler() {
     while (daemon->mZempHandlerQueue.size() > 0) {
         FwWorkItem* item = daemon->mZempHandlerQueue.remove();

@@ -6,8 +6,8 @@
 
 #include "hostconfig/HostConfigRecord.h"
 #include "imagefile/ImageBuilder.h"
+#include "plan/OpenDaemon.h"
 #include "support/TemporaryDirectory.h"
-#include "update/FwDownloadDaemon.h"
 #include "update/rig/ScriptedServer.h"
 #include "workers/ZempHandler.h"
 #include <functional>
@@ -19,16 +19,7 @@
 
 namespace rig {
 
-// The daemon with its queues in reach.
-class Daemon : public FwDownloadDaemon {
-  public:
-    using FwDownloadDaemon::isTerminated;
-    using FwDownloadDaemon::mConfigDbQueue;
-    using FwDownloadDaemon::mDownloaderQueue;
-    using FwDownloadDaemon::mMasterQueue;
-    using FwDownloadDaemon::mUpdateHandler;
-    using FwDownloadDaemon::mZempHandlerQueue;
-};
+using Daemon = plan::OpenDaemon;
 
 // What the configuration database holds.
 struct Configuration {
@@ -75,7 +66,7 @@ class Terminal {
 
     bool isReady() const { return !config.ready.empty(); }
     bool isTerminated() const { return daemon->isTerminated(); }
-    FwAction::NextAction action() const;
+    FwAction::NextAction action() const { return daemon->action(); }
 
     std::string path(const std::string& name) const { return mDirectory.path() + "/fw/" + name; }
     std::vector<std::string> files() const; // names in the download directory, sorted
