@@ -224,25 +224,25 @@ TEST_F(ZempImage, OutputIsReplacedWholeOrNotAtAll) {
     EXPECT_EQ(files(), "kernel.bin link.zemp old.zemp s.toml s.zemp");
 }
 
-zemp::ImageListing listingOf(const std::string& image) {
+zemp::ImageListing listingOf(const std::string& image, const ScratchDir& scratch) {
     const support::LogCapture quiet(LogEmergency);
-    return zemp::listImage(reinterpret_cast<const uint8_t*>(image.data()), image.size());
+    return zemp::listImage(*imagefile::openImage(scratch.write("listed", image)));
 }
 
 TEST_F(ZempImage, EveryFlippedBitIsFound) {
     const std::string image = buildSample();
-    EXPECT_EQ(listingOf(image).problem, "");
+    EXPECT_EQ(listingOf(image, scratch).problem, "");
     for (size_t bit = 0; bit < image.size() * 8; ++bit) {
         std::string damaged = image;
         damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << bit % 8));
-        ASSERT_NE(listingOf(damaged).problem, "") << bit;
+        ASSERT_NE(listingOf(damaged, scratch).problem, "") << bit;
     }
 }
 
 TEST_F(ZempImage, EveryPrefixIsIncomplete) {
     const std::string image = buildSample();
     for (size_t size = 24; size < image.size(); ++size) {
-        const zemp::ImageListing listing = listingOf(image.substr(0, size));
+        const zemp::ImageListing listing = listingOf(image.substr(0, size), scratch);
         ASSERT_TRUE(listing.isIncomplete) << size;
         ASSERT_EQ(listing.problem, "is incomplete: " + std::to_string(size) + " of " +
                                        std::to_string(image.size()) + " bytes");

@@ -1,13 +1,14 @@
 #include "zemp/Files.h"
 
 #include "zemp/InputError.h"
+#include "zemp/Interrupt.h"
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <memory>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -106,24 +107,6 @@ std::string readFile(const std::string& path, uint64_t limit) {
     return content;
 }
 
-MappedFile::MappedFile(const std::string& path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    mSize = regularSize(file, path);
-    if (mSize > SIZE_MAX)
-        fail(path, "is too large");
-    if (mSize == 0)
-        return;
-    void* data = mmap(nullptr, static_cast<size_t>(mSize), PROT_READ, MAP_PRIVATE, file.get(), 0);
-    if (data == MAP_FAILED)
-        failWithErrno(path);
-    mData = static_cast<const uint8_t*>(data);
-}
-
-MappedFile::~MappedFile() {
-    if (mData != nullptr)
-        munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
-}
-
 void replaceFile(const std::string& path, const std::function<void(const std::string& temporary)>& fill) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
@@ -143,6 +126,17 @@ void replaceFile(const std::string& path, const std::function<void(const std::st
             text.replace(at, temporary.size(), path);
         throw InputError(text);
     }
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+    replaceFile(path, [&content](const std::string& temporary) {
+        std::ofstream file(temporary, std::ios::binary);
+        file.write(content.data(), static_cast<std::streamsize>(content.size()));
+        file.close();
+        if (!file)
+            throw InputError("cannot write '" + temporary + "'");
+        throwIfInterrupted();
+    });
 }
 
 } // namespace zemp

@@ -11,27 +11,14 @@ namespace zemp {
 // Content of a regular file of at most `limit` bytes.
 std::string readFile(const std::string& path, uint64_t limit);
 
-// A regular file's bytes in memory, read as they are touched. The file must not be cut meanwhile.
-class MappedFile {
-  public:
-    explicit MappedFile(const std::string& path);
-    ~MappedFile();
-    MappedFile(const MappedFile&) = delete;
-    MappedFile& operator=(const MappedFile&) = delete;
-
-    const uint8_t* data() const { return mData; } // null when the file is empty
-    uint64_t size() const { return mSize; }
-
-  private:
-    const uint8_t* mData = nullptr;
-    uint64_t mSize = 0;
-};
-
 // Makes or replaces a regular file whole: `fill` writes the file of the temporary name that it is given, in
 // the same directory, which then is synced and takes the place of `path`. When `fill` throws a
 // std::exception, or anything else fails, `path` is as before and nothing is left behind; where the
 // exception's text names the temporary file, it is made to name `path`.
 void replaceFile(const std::string& path, const std::function<void(const std::string& temporary)>& fill);
+
+// The same with the whole content at hand.
+void writeFile(const std::string& path, const std::string& content);
 
 } // namespace zemp
 

@@ -2,13 +2,19 @@
 
 #include "image/ZempParser.h"
 #include "image/zemp_validate.h"
+#include "zemp/Table.h"
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 namespace zemp {
 
 namespace {
+
+// What is fetched of a part on a web server, and the longest text there that is fetched to be checked.
+constexpr uint64_t HeadBytes = 512;
+constexpr uint64_t MaximumTextBytes = 1024 * 1024;
 
 uint32_t clamp32(uint64_t size) {
     return static_cast<uint32_t>(std::min<uint64_t>(size, std::numeric_limits<uint32_t>::max()));
@@ -17,9 +23,11 @@ uint32_t clamp32(uint64_t size) {
 // Walks one file, from part to part.
 class Lister {
   public:
-    Lister(const uint8_t* data, uint64_t size) : mData(data), mSize(size) {}
+    explicit Lister(imagefile::ImageSource& image)
+        : mImage(image), mData(image.data()), mSize(image.size()) {}
 
     ImageListing run() {
+        mImage.load(0, HeadBytes);
         if (mSize == 0)
             mListing.problem = "is empty";
         else if (mParser.parseZempFileStart(mData, clamp32(mSize)) == 0)
@@ -62,7 +70,7 @@ class Lister {
         row.offset = start;
         row.size = header.hdr_length;
         row.type = ZempPart::getString(part->getPartType());
-        row.body = bodyVerdict(body, header.body_length, header.body_crc);
+        judgeBody(row, body, header.body_length, header.body_crc);
         mListing.parts.push_back(row);
 
         mIsCut = mSize < end;
@@ -81,6 +89,7 @@ class Lister {
     void listParts(uint64_t at, uint64_t end) {
         while (at < end) {
             const uint64_t rest = end - at;
+            loadHeader(at);
             if (mParser.parseContentHeader(mData + at, clamp32(rest)) == nullptr) {
                 if (!mIsCut || !isCutHeader(at, rest))
                     report("has no valid content part at offset " + std::to_string(at));
@@ -88,6 +97,12 @@ class Lister {
             }
             at = listPart(at, end);
         }
+    }
+
+    void loadHeader(uint64_t at) {
+        mImage.load(at, ZempFormat::ContentHeaderSize);
+        if (mSize - at >= ZempFormat::ContentHeaderSize)
+            mImage.load(at, reinterpret_cast<const zemp_content_header_t*>(mData + at)->hdr_length);
     }
 
     // Whether the file ends before the content header at `at` does.
@@ -104,8 +119,15 @@ class Lister {
         row.offset = at;
         row.size = uint64_t{header.hdr_length} + header.body_length + ZempFormat::padding(header.body_length);
         row.name = ZempFormat::text(header.name);
-        row.body = bodyVerdict(at + header.hdr_length, header.body_length, header.body_crc);
-        const std::unique_ptr<ZempPart> part(mParser.parseContentPart(mData + at, clamp32(end - at)));
+        uint64_t readable = end - at;
+        if (!mImage.isLocal()) {
+            const bool isText = header.type != ZempFormat::SwBlobType && row.size <= MaximumTextBytes;
+            readable =
+                std::min(readable, isText ? row.size : std::max<uint64_t>(HeadBytes, header.hdr_length));
+            mImage.load(at, readable);
+        }
+        judgeBody(row, at + header.hdr_length, header.body_length, header.body_crc);
+        const std::unique_ptr<ZempPart> part(mParser.parseContentPart(mData + at, clamp32(readable)));
         if (part)
             describe(*part, row);
         else
@@ -119,10 +141,25 @@ class Lister {
         return at + row.size;
     }
 
-    Verdict bodyVerdict(uint64_t at, uint32_t length, uint32_t crc) const {
+    void judgeBody(ListedPart& row, uint64_t at, uint32_t length, uint32_t crc) const {
+        row.bodyOffset = at;
+        row.bodySize = length;
+        row.bodyCrc = crc;
         if (at > mSize || length > mSize - at)
-            return Verdict::Incomplete;
-        return crc32_calc(0, mData + at, length) == crc ? Verdict::Good : Verdict::Bad;
+            row.body = Verdict::Incomplete;
+        else if (!isLoaded(row, at, length))
+            row.body = Verdict::NotRead;
+        else
+            row.body = crc32_calc(0, mData + at, length) == crc ? Verdict::Good : Verdict::Bad;
+    }
+
+    // Of a part on a web server: whether it was fetched with its header, or as a text.
+    bool isLoaded(const ListedPart& row, uint64_t at, uint32_t length) const {
+        if (mImage.isLocal() || at + length <= row.offset + HeadBytes)
+            return true;
+        const auto* const header = reinterpret_cast<const zemp_content_header_t*>(mData + row.offset);
+        return row.offset != ZempFormat::HeaderOffset && header->type != ZempFormat::SwBlobType &&
+               row.size <= MaximumTextBytes;
     }
 
     void describe(ZempPart& part, ListedPart& row) {
@@ -153,6 +190,7 @@ class Lister {
         }
     }
 
+    imagefile::ImageSource& mImage;
     const uint8_t* const mData;
     const uint64_t mSize;
     const ZempParser mParser;
@@ -160,33 +198,6 @@ class Lister {
     std::string mVersion; // of the release, once known
     ImageListing mListing;
 };
-
-using Row = std::vector<std::string>;
-
-// Text fit for a terminal, "-" for none.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; },
-        '?');
-    return text.empty() ? "-" : text;
-}
-
-// Prints rows in columns as wide as their widest entry, two blanks apart; the first `numbers` columns are
-// aligned to the right.
-void printTable(const std::vector<Row>& rows, size_t numbers, std::ostream& out) {
-    std::vector<size_t> widths(rows.front().size(), 0);
-    for (const Row& row : rows)
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
-    for (const Row& row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); ++i) {
-            const std::string gap(widths[i] - row[i].size(), ' ');
-            line += (i == 0 ? "" : "  ") + (i < numbers ? gap + row[i] : row[i] + gap);
-        }
-        out << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
-    }
-}
 
 } // namespace
 
@@ -198,12 +209,14 @@ const char* getText(Verdict verdict) {
         return "BAD";
     case Verdict::Incomplete:
         return "incomplete";
+    case Verdict::NotRead:
+        return "not read";
     }
     return "";
 }
 
-ImageListing listImage(const uint8_t* data, uint64_t size) {
-    return Lister(data, size).run();
+ImageListing listImage(imagefile::ImageSource& image) {
+    return Lister(image).run();
 }
 
 void printListing(const ImageListing& listing, std::ostream& out) {
@@ -223,6 +236,33 @@ void printListing(const ImageListing& listing, std::ostream& out) {
         out << '\n';
         printTable(rows, 1, out);
     }
+}
+
+nlohmann::json toJson(const ImageListing& listing) {
+    nlohmann::json parts = nlohmann::json::array();
+    for (const ListedPart& part : listing.parts)
+        parts.push_back({{"offset", part.offset},
+                         {"size", part.size},
+                         {"type", part.type},
+                         {"name", part.name},
+                         {"version", part.version},
+                         {"buildId", part.buildId},
+                         {"header", getText(Verdict::Good)},
+                         {"body", getText(part.body)},
+                         {"bodyOffset", part.bodyOffset},
+                         {"bodySize", part.bodySize},
+                         {"bodyCrc", part.bodyCrc}});
+    nlohmann::json manifest = nlohmann::json::array();
+    for (const ListedElement& element : listing.manifest)
+        manifest.push_back({{"index", element.index},
+                            {"pool", element.pool},
+                            {"version", element.version},
+                            {"platform", element.platform},
+                            {"mountPoint", element.mountPoint}});
+    return {{"parts", parts},
+            {"manifest", manifest},
+            {"problem", listing.problem},
+            {"incomplete", listing.isIncomplete}};
 }
 
 } // namespace zemp

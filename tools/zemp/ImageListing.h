@@ -3,16 +3,18 @@
 #ifndef ZEMP_IMAGELISTING_H
 #define ZEMP_IMAGELISTING_H
 
+#include "imagefile/ImageSource.h"
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace zemp {
 
-enum class Verdict { Good, Bad, Incomplete };
+enum class Verdict { Good, Bad, Incomplete, NotRead };
 
-// "ok", "BAD" or "incomplete".
+// "ok", "BAD", "incomplete" or "not read".
 const char* getText(Verdict verdict);
 
 struct ListedPart {
@@ -23,6 +25,9 @@ struct ListedPart {
     std::string version; // empty if it has none
     std::string buildId; // of a software blob; of a release header its name
     Verdict body = Verdict::Good;
+    uint64_t bodyOffset = 0; // in the file
+    uint32_t bodySize = 0;   // as the header tells
+    uint32_t bodyCrc = 0;    // likewise
 };
 
 struct ListedElement {
@@ -40,12 +45,16 @@ struct ImageListing {
     bool isIncomplete = false; // nothing is damaged, but the end is missing
 };
 
-// Lists `size` bytes, which are an image if they begin as one, else a content part. The log stream gets what
+// Lists bytes that are an image if they begin as one, else a content part. Of an image on a web server only
+// headers, the release text and the manifest are fetched; other bodies are not read. The log stream gets what
 // the parser has to say.
-ImageListing listImage(const uint8_t* data, uint64_t size);
+ImageListing listImage(imagefile::ImageSource& image);
 
 // Prints the parts, and the manifest if there is one, as tables.
 void printListing(const ImageListing& listing, std::ostream& out);
+
+// The same for machines.
+nlohmann::json toJson(const ImageListing& listing);
 
 } // namespace zemp
 

@@ -1,0 +1,146 @@
+// Plans against what the daemon really does: the same requests, the same files.
+#include "tools/zempRun.h"
+#include "tools/zempSamples.h"
+#include "update/rig/Samples.h"
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using rig::PoolSpec;
+using testing::HasSubstr;
+
+struct Pair {
+    const char* name;
+    std::vector<PoolSpec> pools;
+    std::string text; // of the release
+};
+
+std::vector<Pair> pairs() {
+    std::vector<PoolSpec> nothingInstalled = rig::standardPools();
+    std::vector<PoolSpec> allInstalled = rig::standardPools();
+    for (size_t i = 0; i < allInstalled.size(); ++i) {
+        nothingInstalled[i].isInstalled = false;
+        allInstalled[i].isInstalled = true;
+    }
+    return {
+        {"standard", rig::standardPools(), "Release\n"},
+        {"nothing installed", nothingInstalled, "Release\n"},
+        {"all installed", allInstalled, "Release\n"},
+        {"around the first span",
+         {{2, "kernel", "-", 447, false}, {4, "root", "-", 448, false}, {5, "app", "-", 449, false}},
+         "Release\n"},
+        {"small last", {{2, "kernel", "-", 5000, false}, {4, "root", "-", 1, false}}, "Release\n"},
+        {"empty part", {{2, "kernel", "-", 0, false}, {4, "root", "-", 90001, false}}, "Release\n"},
+        {"long start", rig::standardPools(), std::string(300, 'r') + "\n"},
+        {"other platform first",
+         {{3, "kernel", "4812", 70000, false}, {4, "root", "-", 640, true}},
+         "Release\n"},
+    };
+}
+
+struct ZempPlan : ZempRun {
+    nlohmann::json plan(int status = 0) {
+        EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record", "--json"}), status) << err;
+        return nlohmann::json::parse(out);
+    }
+
+    void write(const imagefile::ImageBuilder& image, const hostcfg::Description& installed) {
+        image.write(scratch.file("i.zemp"));
+        const hostcfg::Bytes record = hostcfg::build(installed);
+        scratch.write("record", {record.begin(), record.end()});
+    }
+};
+
+TEST_F(ZempPlan, IsWhatTheDaemonDoes) {
+    for (const Pair& pair : pairs()) {
+        SCOPED_TRACE(pair.name);
+        const imagefile::ImageBuilder image = rig::makeImage(7, pair.pools, pair.text);
+        write(image, rig::installedFor(pair.pools));
+        const nlohmann::json plan = this->plan();
+
+        rig::Terminal terminal;
+        rig::prepare(terminal, 7, pair.pools);
+        terminal.publish("1.05-7", image);
+        terminal.runUntilSettled(3600);
+        ASSERT_TRUE(terminal.isReady());
+        std::vector<std::string> ranges;
+        for (const auto& request : plan["requests"])
+            ranges.push_back(request["range"]);
+        EXPECT_EQ(ranges, terminal.server.ranges());
+        if (image.offsetOf(2) <= 512) {
+            EXPECT_EQ(ranges, rig::expectedRanges(image, pair.pools));
+        }
+        EXPECT_TRUE(plan["ready"]);
+        EXPECT_EQ(plan["downloadDirectoryBytes"], terminal.bytesOnDisk());
+        EXPECT_EQ(plan["updateImageBytes"], ScratchDir::read(terminal.config.ready).size());
+        EXPECT_EQ(plan["seconds"].get<double>(), plan["fetchedBytes"].get<double>() / 25000);
+        for (size_t i = 0; i < pair.pools.size(); ++i)
+            EXPECT_EQ(plan["elements"][i]["needed"],
+                      !pair.pools[i].isInstalled && std::string(pair.pools[i].platform) != "4812");
+    }
+}
+
+TEST_F(ZempPlan, PrintsItForPeople) {
+    write(goodImage(), rig::installedFor({{2, "kernel", "-", 600, false}}));
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record", "--svg", "@p.svg"}), 0);
+    EXPECT_EQ(out,
+              "Update to 1.05-7 from i.zemp\n\n"
+              "INDEX  POOL    PLATFORM  INSTALLED  IMAGE   NEEDED  WHY\n"
+              "    2  kernel  4813      1.02-0     1.02-3  yes     another version is installed\n"
+              "    4  root    -         -          1.02-3  yes     no partition of this pool is known\n\n"
+              "REQUEST  BYTES  RANGE      FOR\n"
+              "      1    512  0-511      image start\n"
+              "      2    512  212-723    kernel header\n"
+              "      3    153  724-876    kernel body\n"
+              "      4    512  876-1387   root header\n"
+              "      5    152  1388-1540  root body\n\n"
+              "5 requests fetch 1 841 of 1 540 bytes (119.5 %), 0.1 s at 25000 bytes per second\n"
+              "Disk space: 3 381 bytes in the download directory (downloads 1 841, update image 1 540), "
+              "1 516 in /tmp\n");
+    EXPECT_EQ(err, "p.svg: the image, 5 requests\n");
+    const std::string svg = ScratchDir::read(scratch.file("p.svg"));
+    EXPECT_EQ(svg.substr(0, 5), "<svg ");
+    EXPECT_THAT(svg, HasSubstr(">212-723</text>"));
+    EXPECT_THAT(svg, HasSubstr(">kernel body</text>"));
+}
+
+TEST_F(ZempPlan, SaysWhatTheDaemonDoesWithAnUnsoundImage) {
+    write(goodImage(), {});
+    std::string image = ScratchDir::read(scratch.file("i.zemp"));
+    image[300] = static_cast<char>(image[300] ^ 1); // in the kernel
+    scratch.write("i.zemp", image);
+    const nlohmann::json damaged = plan(1);
+    EXPECT_FALSE(damaged["ready"]);
+    EXPECT_GT(damaged["requests"].size(), 3U);
+    EXPECT_THAT(damaged["complaints"].dump(), HasSubstr("kernel is over size, request delete."));
+
+    write(imageOf(KernelLine + "4,root,0,/,ext4,-,1.2.4,1\n", {"kernel", "root"}), {});
+    EXPECT_FALSE(plan(1)["ready"]);
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record"}), 1);
+    EXPECT_THAT(out, HasSubstr("The update does NOT become ready."));
+}
+
+TEST_F(ZempPlan, RefusesWhatIsNoImageOrNoRecord) {
+    write(goodImage(), {});
+    scratch.write("text", "neither image nor record");
+    scratch.write("empty", "");
+    scratch.write("long", std::string(6000, 'x'));
+    const std::pair<std::vector<std::string>, const char*> rows[] = {
+        {{"@text", "@record"}, "text: is not an image"},
+        {{"@empty", "@record"}, "empty: is empty"},
+        {{"@none", "@record"}, "none: No such file or directory"},
+        {{"@i.zemp", "@none"}, "none: No such file or directory"},
+        {{"@i.zemp", "@long"}, "long: has 6000 bytes, more than a host configuration record"},
+        {{"@i.zemp", "/dev/null"}, "/dev/null: Not a regular file"},
+    };
+    for (const auto& [inputs, message] : rows) {
+        EXPECT_EQ(zemp({"plan", inputs[0], "--installed", inputs[1], "--svg", "@p.svg"}), 1);
+        EXPECT_EQ(err, std::string("zemp: ") + message + "\n");
+        EXPECT_EQ(out, "");
+    }
+    EXPECT_EQ(zemp({"plan", "@i.zemp"}), 2);
+    EXPECT_EQ(files(), "empty i.zemp long record text");
+}
+
+} // namespace

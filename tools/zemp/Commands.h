@@ -1,0 +1,39 @@
+// What the tool's commands do. Results go to the console's `out`; each returns the exit status, or throws
+// std::exception with one line about an input that is not as it should be.
+#ifndef ZEMP_COMMANDS_H
+#define ZEMP_COMMANDS_H
+
+#include <ostream>
+#include <string>
+
+namespace zemp {
+
+struct Console {
+    std::ostream& out;
+    std::ostream& err;
+    bool isTerminal = false; // err is one: progress is shown
+};
+
+constexpr int StatusGood = 0;
+constexpr int StatusBadInput = 1;
+constexpr int StatusWrongUse = 2;
+
+int buildImage(const std::string& description, const std::string& image, const Console& console);
+int showListing(const std::string& image, bool json, const Console& console);
+
+// `part` is a part's name, or its offset. An empty `output` is the console.
+int extractPart(const std::string& image, const std::string& part, const std::string& output,
+                const Console& console);
+int showFindings(const std::string& image, bool json, const Console& console);
+
+// Writes the picture to `svg`, unless that is empty.
+int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,
+             const Console& console);
+
+int buildRecord(const std::string& description, const std::string& record, const Console& console);
+int showRecord(const std::string& record, const Console& console);
+int checkRecord(const std::string& record, const Console& console);
+
+} // namespace zemp
+
+#endif

@@ -1,0 +1,181 @@
+// Images: build, list, extract, check.
+#include "image/zemp_validate.h"
+#include "update/FileFragment.h"
+#include "zemp/Commands.h"
+#include "zemp/Files.h"
+#include "zemp/ImageCheck.h"
+#include "zemp/ImageDescription.h"
+#include "zemp/ImageListing.h"
+#include "zemp/InputError.h"
+#include "zemp/Interrupt.h"
+#include "zemp/Json.h"
+#include "zemp/Table.h"
+#include <algorithm>
+
+namespace zemp {
+
+namespace {
+
+// Files up to this size may end within a part: it is what the daemon fetches first of an image and of a part.
+constexpr uint64_t MaximumStartBytes = FileFragment::ZempStartSize + 1;
+
+constexpr uint64_t LargeImageBytes =
+    16ULL * 1024 * 1024; // from here on it takes long enough to show progress
+
+std::unique_ptr<imagefile::ImageSource> open(const std::string& image) {
+    return imagefile::openImage(image, [] { return interruptedBy() != 0; });
+}
+
+// Percents on the terminal, each once; the line is cleared at the end.
+class Progress {
+  public:
+    Progress(const std::string& name, uint64_t bytes, const Console& console)
+        : mName(name), mConsole(console), mIsShown(console.isTerminal && bytes >= LargeImageBytes) {}
+    ~Progress() {
+        if (mPercent >= 0)
+            mConsole.err << "\r\033[K" << std::flush;
+    }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void update(uint64_t done, uint64_t total) {
+        const int percent = total == 0 ? 100 : static_cast<int>(done * 100 / total);
+        if (!mIsShown || percent == mPercent)
+            return;
+        mPercent = percent;
+        mConsole.err << '\r' << mName << ": " << percent << " %" << std::flush;
+    }
+
+  private:
+    const std::string mName;
+    const Console& mConsole;
+    const bool mIsShown;
+    int mPercent = -1;
+};
+
+std::string where(const Finding& finding) {
+    if (finding.line)
+        return "manifest line " + std::to_string(*finding.line);
+    return "offset " + std::to_string(finding.offset.value_or(0));
+}
+
+std::string counted(size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+nlohmann::json toJson(const Finding& finding) {
+    nlohmann::json json = {{"severity", finding.isError ? "error" : "warning"},
+                           {"id", finding.id},
+                           {"what", finding.what},
+                           {"why", finding.why},
+                           {"mend", finding.mend}};
+    if (finding.offset)
+        json["offset"] = *finding.offset;
+    if (finding.line)
+        json["line"] = *finding.line;
+    return json;
+}
+
+// The part of this name, or at this offset.
+const ListedPart& findPart(const ImageListing& listing, const std::string& image, const std::string& part) {
+    std::vector<const ListedPart*> found;
+    for (const ListedPart& row : listing.parts)
+        if (!row.name.empty() && row.name == part)
+            found.push_back(&row);
+    if (found.empty())
+        for (const ListedPart& row : listing.parts)
+            if (!row.name.empty() && std::to_string(row.offset) == part)
+                found.push_back(&row);
+    if (found.empty())
+        throw InputError(image + ": has no part '" + part + "'" +
+                         (listing.problem.empty() ? "" : "; it " + listing.problem));
+    if (found.size() > 1)
+        throw InputError(image + ": has " + std::to_string(found.size()) + " parts '" + part +
+                         "': give the offset of one, for example " + std::to_string(found[0]->offset));
+    return *found[0];
+}
+
+} // namespace
+
+int buildImage(const std::string& description, const std::string& image, const Console& console) {
+    imagefile::ImageBuilder builder;
+    readImageDescription(description, builder);
+    replaceFile(image, [&](const std::string& temporary) {
+        Progress progress(image, builder.size(), console);
+        builder.write(temporary, [&](uint64_t done, uint64_t total) {
+            throwIfInterrupted();
+            progress.update(done, total);
+        });
+    });
+    console.out << image << ": " << builder.size() << " bytes, " << builder.count() << " parts\n";
+    return StatusGood;
+}
+
+int showListing(const std::string& image, bool json, const Console& console) {
+    const auto source = open(image);
+    const ImageListing listing = listImage(*source);
+    const bool isStart = listing.isIncomplete && source->size() <= MaximumStartBytes;
+    if (json) {
+        nlohmann::json result = toJson(listing);
+        result["image"] = image;
+        result["bytes"] = source->size();
+        printJson(result, console.out);
+    } else {
+        printListing(listing, console.out);
+        if (isStart)
+            console.out << "\nonly the start: " << source->size() << " bytes\n";
+    }
+    if (!isStart && !listing.problem.empty())
+        throw InputError(image + ": " + listing.problem);
+    return StatusGood;
+}
+
+int extractPart(const std::string& image, const std::string& part, const std::string& output,
+                const Console& console) {
+    const auto source = open(image);
+    const ImageListing listing = listImage(*source);
+    const ListedPart& row = findPart(listing, image, part);
+    const std::string name =
+        image + ": the body of '" + row.name + "' at offset " + std::to_string(row.offset);
+    if (row.bodyOffset > source->size() || row.bodySize > source->size() - row.bodyOffset)
+        throw InputError(name + " is incomplete");
+    source->load(row.bodyOffset, row.bodySize);
+    const uint8_t* const body = source->data() + row.bodyOffset;
+    if (crc32_calc(0, body, row.bodySize) != row.bodyCrc)
+        throw InputError(name + " is damaged");
+    const auto* const bytes = reinterpret_cast<const char*>(body);
+    if (output.empty()) {
+        console.out.write(bytes, row.bodySize);
+    } else {
+        writeFile(output, std::string(bytes, row.bodySize));
+        console.out << output << ": " << row.bodySize << " bytes\n";
+    }
+    return StatusGood;
+}
+
+int showFindings(const std::string& image, bool json, const Console& console) {
+    const Findings findings = checkImage(image);
+    const auto errors = static_cast<size_t>(
+        std::count_if(findings.begin(), findings.end(), [](const Finding& f) { return f.isError; }));
+    const size_t warnings = findings.size() - errors;
+    if (json) {
+        nlohmann::json rows = nlohmann::json::array();
+        for (const Finding& finding : findings)
+            rows.push_back(toJson(finding));
+        printJson({{"image", image}, {"errors", errors}, {"warnings", warnings}, {"findings", rows}},
+                  console.out);
+    } else {
+        for (const Finding& finding : findings)
+            console.out << (finding.isError ? "error: " : "warning: ") << where(finding) << ": "
+                        << printable(finding.what) << " [" << finding.id << "]\n"
+                        << "    why:  " << printable(finding.why) << '\n'
+                        << "    mend: " << finding.mend << '\n';
+        console.out << image << ": "
+                    << (findings.empty() ? "good"
+                                         : counted(errors, "error") + ", " + counted(warnings, "warning"))
+                    << '\n';
+    }
+    return errors == 0 ? StatusGood : StatusBadInput;
+}
+
+} // namespace zemp

@@ -1,0 +1,121 @@
+// What a terminal will do with an image.
+#include "plan/StripDrawing.h"
+#include "plan/UpdatePlan.h"
+#include "zemp/Commands.h"
+#include "zemp/Files.h"
+#include "zemp/Interrupt.h"
+#include "zemp/Json.h"
+#include "zemp/Table.h"
+#include <cstdio>
+
+namespace zemp {
+
+namespace {
+
+std::string join(const std::vector<std::string>& texts) {
+    std::string all;
+    for (const std::string& text : texts)
+        all += (all.empty() ? "" : " ") + text;
+    return all;
+}
+
+nlohmann::json toJson(const plan::UpdatePlan& plan) {
+    nlohmann::json elements = nlohmann::json::array();
+    for (const plan::Element& element : plan.elements)
+        elements.push_back({{"index", element.index},
+                            {"pool", element.pool},
+                            {"platform", element.platform},
+                            {"mountPoint", element.mountPoint},
+                            {"installed", element.installed},
+                            {"version", element.version},
+                            {"needed", element.isNeeded},
+                            {"reason", element.reason}});
+    nlohmann::json requests = nlohmann::json::array();
+    for (const plan::Request& request : plan.requests)
+        requests.push_back(
+            {{"range", request.range}, {"bytes", request.bytes}, {"for", plan::getText(request)}});
+    return {{"image", plan.image},
+            {"release", plan.release},
+            {"ready", plan.isReady},
+            {"complaints", plan.complaints},
+            {"elements", elements},
+            {"requests", requests},
+            {"imageBytes", plan.imageBytes},
+            {"fetchedBytes", plan.fetchedBytes()},
+            {"seconds", plan.seconds()},
+            {"updateImageBytes", plan.updateImageBytes},
+            {"downloadDirectoryBytes", plan.downloadDirectoryBytes()},
+            {"temporaryBytes", plan.temporaryBytes()}};
+}
+
+void printElements(const plan::UpdatePlan& plan, std::ostream& out) {
+    std::vector<Row> rows = {{"INDEX", "POOL", "PLATFORM", "INSTALLED", "IMAGE", "NEEDED", "WHY"}};
+    for (const plan::Element& element : plan.elements)
+        rows.push_back({std::to_string(element.index), printable(element.pool), printable(element.platform),
+                        printable(join(element.installed)), element.version, element.isNeeded ? "yes" : "no",
+                        printable(element.reason)});
+    printTable(rows, 1, out);
+}
+
+void printRequests(const plan::UpdatePlan& plan, std::ostream& out) {
+    std::vector<Row> rows = {{"REQUEST", "BYTES", "RANGE", "FOR"}};
+    for (size_t i = 0; i < plan.requests.size(); ++i)
+        rows.push_back({std::to_string(i + 1), std::to_string(plan.requests[i].bytes), plan.requests[i].range,
+                        printable(plan::getText(plan.requests[i]))});
+    printTable(rows, 2, out);
+}
+
+std::string duration(double seconds) {
+    char text[32];
+    if (seconds < 120)
+        snprintf(text, sizeof text, "%.1f s", seconds);
+    else
+        snprintf(text, sizeof text, "%.0f min", seconds / 60);
+    return text;
+}
+
+void print(const plan::UpdatePlan& plan, std::ostream& out) {
+    out << "Update to " << plan.release << " from " << plan.image << "\n\n";
+    if (!plan.elements.empty()) {
+        printElements(plan, out);
+        out << '\n';
+    }
+    printRequests(plan, out);
+    char percent[16];
+    snprintf(percent, sizeof percent, "%.1f",
+             100.0 * static_cast<double>(plan.fetchedBytes()) / static_cast<double>(plan.imageBytes));
+    out << '\n'
+        << plan.requests.size() << " requests fetch " << plan::groupDigits(plan.fetchedBytes()) << " of "
+        << plan::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << duration(plan.seconds())
+        << " at " << plan::UpdatePlan::BytesPerSecond << " bytes per second\n";
+    if (plan.isReady)
+        out << "Disk space: " << plan::groupDigits(plan.downloadDirectoryBytes())
+            << " bytes in the download directory (downloads " << plan::groupDigits(plan.fetchedBytes())
+            << ", update image " << plan::groupDigits(plan.updateImageBytes) << "), "
+            << plan::groupDigits(plan.temporaryBytes()) << " in /tmp\n";
+    else
+        out << "The update does NOT become ready. The daemon goes on to ask every four minutes, then gives "
+               "up. It says:\n";
+    for (const std::string& complaint : plan.complaints)
+        out << "    " << printable(complaint) << '\n';
+}
+
+} // namespace
+
+int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,
+             const Console& console) {
+    const auto isStopped = [] { return interruptedBy() != 0; };
+    const auto source = imagefile::openImage(image, isStopped);
+    const plan::UpdatePlan plan = plan::makePlan(*source, record, isStopped);
+    if (json)
+        printJson(toJson(plan), console.out);
+    else
+        print(plan, console.out);
+    if (!svg.empty()) {
+        writeFile(svg, plan::drawStrip(plan));
+        console.err << svg << ": the image, " << plan.requests.size() << " requests\n";
+    }
+    return plan.isReady ? StatusGood : StatusBadInput;
+}
+
+} // namespace zemp
