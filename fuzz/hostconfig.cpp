@@ -112,6 +112,29 @@ void checkAnswers(const SuuInfo& info, const suu_data_t& data) {
     }
 }
 
+int load(const std::string& primary, const std::string& secondary, suul_ctx_t& ctx, hostconfig_t& hc) {
+    options_t options = {};
+    primary.copy(options.primary, sizeof options.primary - 1);
+    secondary.copy(options.secondary, sizeof options.secondary - 1);
+    return loadHostConfig(&options, &ctx, &hc);
+}
+
+// A backup helps when the record fails as a whole, not when one of its parts does.
+void checkBackup(const std::string& path, bool isLoaded) {
+    static fuzz::MemoryFile backup;
+    static hostconfig_t hc;
+    static suul_ctx_t ctx;
+    static const bool isWritten = [] {
+        const hostcfg::Bytes record = hostcfg::build({});
+        backup.write(record.data(), record.size());
+        return true;
+    }();
+    FUZZ_REQUIRE(isWritten);
+    hostconfig_new(&hc, HostconfigMaximumSize);
+    const bool isRecord = hostconfig_load_raw(&hc, path.c_str()) == 0;
+    FUZZ_REQUIRE((load(path, backup.path(), ctx, hc) == 1) == (isLoaded || !isRecord));
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -121,9 +144,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::quietLog(data, size);
     file.write(data, size);
 
-    options_t options = {};
-    file.path().copy(options.primary, sizeof options.primary - 1);
-    const bool isLoaded = loadHostConfig(&options, &ctx, &hc) == 1;
+    const bool isLoaded = load(file.path(), "", ctx, hc) == 1;
     const auto findings = hostcfg::check({data, data + size});
     FUZZ_REQUIRE(isLoaded == std::none_of(findings.begin(), findings.end(),
                                           [](const hostcfg::Finding& finding) { return finding.isError; }));
@@ -131,6 +152,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     SuuInfo::sSecondaryPath = "";
     SuuInfo info;
     FUZZ_REQUIRE(info.initialize() == isLoaded);
+    checkBackup(file.path(), isLoaded);
     if (!isLoaded)
         return 0;
     FUZZ_REQUIRE(size >= HostconfigMinimumSize && size <= HostconfigMaximumSize);
