@@ -28,6 +28,7 @@ class ZempCreator {
     // The file that holds the image's body while it is built, at first "/tmp/zempparts". Tests that run side
     // by side set one of their own. Set it before threads that compile are started.
     static void setTempFilename(const std::string& filename) { sTempFilename = filename; }
+    static std::string getTempFilename() { return sTempFilename; }
 
   private:
     static std::string sTempFilename;
