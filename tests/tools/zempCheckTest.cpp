@@ -65,9 +65,10 @@ const Fault Faults[] = {
     {"error header-length", "offset 212",
      [] { return with([](auto& image) { image.at(2).extension.resize(36); }); }},
     {"error part-type", "offset 212", [] { return with([](auto& image) { image.at(2).type = 2; }); }},
-    {"error part-type", "offset 1540", [] { return with([](auto& image) {
-                                                image.blob("logo", {1, 2});
-                                            }); }},
+    {"warning part-type", "offset 1540",
+     [] { return with([](auto& image) {
+              image.blob("logo", {1, 2});
+          }); }},
     {"error part-name", "offset 172",
      [] { return textOf(imageOf("2,boot,0,-,-,-,1.2.3,1\n", {"boot"}).build()); }},
     {"warning empty-part", "offset 212", [] { return with([](auto& image) { image.at(2).body.clear(); }); }},
@@ -97,7 +98,7 @@ const Fault Faults[] = {
          image.software("kernel", {1, 2, 3}, "b", {1});
          return textOf(image.build());
      }},
-    {"error part-twice", "offset 1540", [] { return with([](auto& image) { image.manifest(RootLine); }); }},
+    {"warning part-twice", "offset 1540", [] { return with([](auto& image) { image.manifest(RootLine); }); }},
     {"error release-text", "offset 100",
      [] {
          return with([](auto& image) { image.at(0).body = imagefile::bytesOf(std::string("abcd\0", 5)); });
@@ -122,7 +123,7 @@ const Fault Faults[] = {
     {"error skipped-line", "manifest line 2", [] { return withRootLine("4,root,,/,ext4,-,1.2.3,1\n"); }},
     {"error skipped-line", "manifest line 2", [] { return withRootLine("4,root,0,/,ext4,-,1.2.08,1\n"); }},
     {"error octal", "manifest line 2", [] { return withRootLine("4,root,010,/,ext4,-,1.2.3,1\n"); }},
-    {"error hexadecimal", "manifest line 2", [] { return withRootLine("0x4,root,0,/,ext4,-,1.2.3,1\n"); }},
+    {"warning hexadecimal", "manifest line 2", [] { return withRootLine("0x4,root,0,/,ext4,-,1.2.3,1\n"); }},
     {"error hexadecimal", "manifest line 2", [] { return withRootLine("4,root,0,/,ext4,-,abc,1\n"); }},
     {"error version-minus-one", "manifest line 2",
      [] { return withRootLine("4,root,0,/,ext4,-,1.-1.3,1\n"); }},

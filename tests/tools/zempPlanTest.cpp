@@ -1,43 +1,13 @@
 // Plans against what the daemon really does: the same requests, the same files.
+#include "tools/planPairs.h"
 #include "tools/zempRun.h"
 #include "tools/zempSamples.h"
-#include "update/rig/Samples.h"
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 namespace {
 
-using rig::PoolSpec;
 using testing::HasSubstr;
-
-struct Pair {
-    const char* name;
-    std::vector<PoolSpec> pools;
-    std::string text; // of the release
-};
-
-std::vector<Pair> pairs() {
-    std::vector<PoolSpec> nothingInstalled = rig::standardPools();
-    std::vector<PoolSpec> allInstalled = rig::standardPools();
-    for (size_t i = 0; i < allInstalled.size(); ++i) {
-        nothingInstalled[i].isInstalled = false;
-        allInstalled[i].isInstalled = true;
-    }
-    return {
-        {"standard", rig::standardPools(), "Release\n"},
-        {"nothing installed", nothingInstalled, "Release\n"},
-        {"all installed", allInstalled, "Release\n"},
-        {"around the first span",
-         {{2, "kernel", "-", 447, false}, {4, "root", "-", 448, false}, {5, "app", "-", 449, false}},
-         "Release\n"},
-        {"small last", {{2, "kernel", "-", 5000, false}, {4, "root", "-", 1, false}}, "Release\n"},
-        {"empty part", {{2, "kernel", "-", 0, false}, {4, "root", "-", 90001, false}}, "Release\n"},
-        {"long start", rig::standardPools(), std::string(300, 'r') + "\n"},
-        {"other platform first",
-         {{3, "kernel", "4812", 70000, false}, {4, "root", "-", 640, true}},
-         "Release\n"},
-    };
-}
 
 struct ZempPlan : ZempRun {
     nlohmann::json plan(int status = 0) {
@@ -53,7 +23,7 @@ struct ZempPlan : ZempRun {
 };
 
 TEST_F(ZempPlan, IsWhatTheDaemonDoes) {
-    for (const Pair& pair : pairs()) {
+    for (const PlanPair& pair : planPairs()) {
         SCOPED_TRACE(pair.name);
         const imagefile::ImageBuilder image = rig::makeImage(7, pair.pools, pair.text);
         write(image, rig::installedFor(pair.pools));
@@ -117,6 +87,9 @@ TEST_F(ZempPlan, SaysWhatTheDaemonDoesWithAnUnsoundImage) {
 
     write(imageOf(KernelLine + "4,root,0,/,ext4,-,1.2.4,1\n", {"kernel", "root"}), {});
     EXPECT_FALSE(plan(1)["ready"]);
+
+    write(imageOf("2,boot,0,-,-,-,1.2.3,1\n", {"boot"}), {});
+    EXPECT_THAT(plan(1)["complaints"].dump(), HasSubstr("UnspecifiedSwBlob is unknown. Aborting!"));
     EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record"}), 1);
     EXPECT_THAT(out, HasSubstr("The update does NOT become ready."));
 }

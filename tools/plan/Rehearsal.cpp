@@ -1,8 +1,8 @@
 #include "plan/Rehearsal.h"
 
 #include "common/VexStreamLog.h"
-#include "image/ReleaseHeaderPart.h"
 #include "image/SwBlob.h"
+#include "image/ZempCreator.h"
 #include "image/ZempParser.h"
 #include "main/ArgParser.h"
 #include <algorithm>
@@ -32,13 +32,33 @@ std::string makeDirectory() {
     return name;
 }
 
-uint64_t compiledSize(const ZempPart& part) {
-    if (const auto* release = dynamic_cast<const ReleaseHeaderPart*>(&part))
-        return ZempFormat::ReleaseBodyOffset + release->getReleaseHeaderBody().size() + 1;
-    if (const auto* suum = dynamic_cast<const SuumBlob*>(&part))
-        return ZempFormat::BlobBodyOffset + suum->getBlobSize();
-    return part.isBodyValid() ? part.getSizeInZempFile() : ZempFormat::SwBlobBodyOffset;
-}
+// Lets the compiler write software parts as headers only, so that it needs none of their files.
+class WithoutBodies {
+  public:
+    explicit WithoutBodies(const std::map<const unsigned, ZempPart*>& parts) {
+        for (const auto& [index, part] : parts) {
+            if (dynamic_cast<SwBlob*>(part) == nullptr || !part->isBodyValid())
+                continue;
+            mBytes += part->getSizeInZempFile() - part->getHeaderLength();
+            mParts.push_back(part);
+        }
+        for (ZempPart* const part : mParts)
+            part->setIsBodyValid(false);
+    }
+    ~WithoutBodies() {
+        for (ZempPart* const part : mParts)
+            part->setIsBodyValid(true);
+    }
+    WithoutBodies(const WithoutBodies&) = delete;
+    WithoutBodies& operator=(const WithoutBodies&) = delete;
+
+    // What the bodies take in an image.
+    uint64_t bodyBytes() const { return mBytes; }
+
+  private:
+    uint64_t mBytes = 0;
+    std::vector<ZempPart*> mParts; // whose bodies are valid
+};
 
 } // namespace
 
@@ -46,9 +66,11 @@ Rehearsal::Rehearsal(imagefile::ImageSource& image, UpdatePlan& plan)
     : mImage(image),
       mPlan(plan),
       mSavedDirectory(ArgParser::getInstance()->getDownloadDirectory()),
+      mSavedTempFile(ZempCreator::getTempFilename()),
       mDirectory(makeDirectory()),
       mSavedLog(std::clog.rdbuf(mLog.rdbuf())) {
     ArgParser::setDownloadDirectory(mDirectory);
+    ZempCreator::setTempFilename(mDirectory + "/zempparts");
     VexStreamLog::setLevel(LogWarning);
 }
 
@@ -56,6 +78,7 @@ Rehearsal::~Rehearsal() {
     VexStreamLog::setLevel(static_cast<LogPriority>(-1)); // the daemon's last words are not wanted
     std::clog.rdbuf(mSavedLog);
     ArgParser::setDownloadDirectory(mSavedDirectory);
+    ZempCreator::setTempFilename(mSavedTempFile);
     std::error_code ignored;
     std::filesystem::remove_all(mDirectory, ignored);
 }
@@ -114,9 +137,9 @@ bool Rehearsal::serveFileHandler() {
         static_cast<FileDeleteRequest*>(item)->setFileDeleteStatus(FileDeleteRequest::FileDeleteComplete);
         break;
     case WorkItemType::CompileUpdateZempRequest:
-        noteCompile(*static_cast<CompileUpdateZempRequest*>(item));
         static_cast<CompileUpdateZempRequest*>(item)->setCompileStatus(
-            CompileUpdateZempRequest::CompileComplete);
+            compile(*static_cast<CompileUpdateZempRequest*>(item)) ? CompileUpdateZempRequest::CompileComplete
+                                                                   : CompileUpdateZempRequest::CompileFailed);
         break;
     default:
         throw std::logic_error("no work for the file handler: " + item->toString());
@@ -210,10 +233,15 @@ bool Rehearsal::parsePart(ParseFileRequest& request) {
     return true;
 }
 
-void Rehearsal::noteCompile(const CompileUpdateZempRequest& request) {
-    mPlan.updateImageBytes = ZempFormat::MagicSize + ZempFormat::HeaderSize;
-    for (const auto& [index, part] : request.getZempParts())
-        mPlan.updateImageBytes += compiledSize(*part);
+// The real compiler writes an image of headers; what its bodies would take is added.
+bool Rehearsal::compile(const CompileUpdateZempRequest& request) {
+    const std::string file = mDirectory + "/update";
+    const WithoutBodies withoutBodies(request.getZempParts());
+    ZempCreator creator(request.getZempParts());
+    if (!creator.createZemp(file))
+        return false;
+    mPlan.updateImageBytes = std::filesystem::file_size(file) + withoutBodies.bodyBytes();
+    return true;
 }
 
 } // namespace plan

@@ -32,11 +32,12 @@ class Rehearsal {
     void download(DownloadRequest& request);
     void parse(ParseFileRequest& request);
     bool parsePart(ParseFileRequest& request);
-    void noteCompile(const CompileUpdateZempRequest& request);
+    bool compile(const CompileUpdateZempRequest& request);
 
     imagefile::ImageSource& mImage;
     UpdatePlan& mPlan;
     const std::string mSavedDirectory; // of the daemon's settings
+    const std::string mSavedTempFile;  // of the compiler
     std::string mDirectory;            // for the daemon's files, which stay empty but for the image start
     std::ostringstream mLog;           // what the daemon complains of
     std::streambuf* const mSavedLog;

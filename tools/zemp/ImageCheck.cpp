@@ -127,9 +127,10 @@ class ImageCheck {
         else if (part.isManifest())
             length = ZempFormat::BlobBodyOffset;
         if (length == 0) {
-            error("part-type", part.offset, name + " is of type " + number(part.header.type),
-                  "the daemon understands release headers (1), the manifest (3, named suum) and software (4)",
-                  "leave the part out");
+            add(isBeforeSoftware(part), "part-type", part.offset,
+                name + " is of type " + number(part.header.type),
+                "the daemon understands release headers (1), the manifest (3, named suum) and software (4)",
+                "leave the part out");
             return;
         }
         if (part.header.hdr_length != length)
@@ -140,6 +141,13 @@ class ImageCheck {
                   Rebuild);
         else if (part.isType(ZempFormat::SwBlobType))
             checkSoftware(part, name);
+    }
+
+    // What stands before software is in its way; behind all of it, nothing reads it.
+    bool isBeforeSoftware(const ImagePart& part) const {
+        return std::any_of(mImage.parts().begin(), mImage.parts().end(), [&](const ImagePart& other) {
+            return other.isType(ZempFormat::SwBlobType) && other.offset > part.offset;
+        });
     }
 
     void checkSoftware(const ImagePart& part, const std::string& name) {
@@ -210,9 +218,9 @@ class ImageCheck {
                   "put the manifest there, as a blob (type 3) named suum");
         for (size_t i = 2; i < parts.size(); ++i)
             if (parts[i].isType(ZempFormat::ReleaseHeaderType) || parts[i].isManifest())
-                error("part-twice", parts[i].offset,
-                      "there is another part '" + parts[i].name() + "' among the software",
-                      why + std::string(NotRead), "leave it out");
+                add(isBeforeSoftware(parts[i]), "part-twice", parts[i].offset,
+                    "there is another part '" + parts[i].name() + "' behind the manifest",
+                    "the daemon reads the first, and looks for software behind it", "leave it out");
     }
 
     void checkRelease(const ImagePart& release) {

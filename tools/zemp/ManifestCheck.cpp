@@ -208,7 +208,7 @@ class ManifestCheck {
                                    (text[digit + 1] == 'x' || text[digit + 1] == 'X');
         if (!isHexadecimal && value == strtol(text.c_str(), nullptr, 10))
             return;
-        add(true, isHexadecimal ? "hexadecimal" : "octal", line,
+        add(!isHexadecimal, isHexadecimal ? "hexadecimal" : "octal", line,
             std::string("'") + text + "' in the column '" + column + "' is read as " + std::to_string(value),
             isHexadecimal ? "numbers that begin with 0x are hexadecimal"
                           : "numbers that begin with 0 are octal",

@@ -94,8 +94,7 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
             << ", update image " << plan::groupDigits(plan.updateImageBytes) << "), "
             << plan::groupDigits(plan.temporaryBytes()) << " in /tmp\n";
     else
-        out << "The update does NOT become ready. The daemon goes on to ask every four minutes, then gives "
-               "up. It says:\n";
+        out << "The update does NOT become ready. The daemon says:\n";
     for (const std::string& complaint : plan.complaints)
         out << "    " << printable(complaint) << '\n';
 }
