@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <stdexcept>
 
 namespace lab {
@@ -76,6 +77,20 @@ void TerminalProcess::kill() {
         mBox.kill();
 }
 
+pid_t TerminalProcess::findProcess(const std::string& program) const {
+    std::vector<pid_t> family = {mInit};
+    for (size_t i = 0; i < family.size(); ++i) {
+        const std::string directory = "/proc/" + std::to_string(family[i]) + "/";
+        if (readFile(directory + "comm") == program + "\n")
+            return family[i];
+        std::istringstream children(readFile(directory + "task/" + std::to_string(family[i]) + "/children"));
+        pid_t child = -1;
+        while (children >> child)
+            family.push_back(child);
+    }
+    return -1;
+}
+
 Terminal::Terminal(const WorkDirectory& directory, Programs programs)
     : mDirectory(directory), mPrograms(std::move(programs)) {
     setVariable("LD_LIBRARY_PATH", sLibraries);
@@ -93,6 +108,8 @@ std::vector<std::string> Terminal::boxArguments() const {
     append(arguments, {"--bind", mDirectory.web(), "/lab/web"});
     append(arguments, {"--ro-bind", mPrograms.daemon, DaemonPath, "--ro-bind", mPrograms.lab, sInit});
     append(arguments, {"--ro-bind", fs::path(mPrograms.library).parent_path(), sLibraries});
+    for (const auto& [directory, bytes] : mDisks)
+        append(arguments, {"--size", std::to_string(bytes), "--tmpfs", directory});
     for (const Bind& bind : mBinds)
         append(arguments, {bind.writable ? "--bind" : "--ro-bind", bind.source, bind.target});
     for (const auto& [name, value] : mVariables)

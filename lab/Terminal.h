@@ -39,6 +39,12 @@ class TerminalProcess {
     // have ended.
     void kill();
 
+    // One of its processes by the name of its program, as this machine sees it; -1 when there is none.
+    pid_t findProcess(const std::string& program) const;
+
+    // The root directory that its processes see, as long as one runs.
+    std::string rootDirectory() const { return "/proc/" + std::to_string(mInit) + "/root"; }
+
   private:
     ChildProcess mBox;
     pid_t mInit = -1; // the terminal's first process, as this process sees it
@@ -57,6 +63,9 @@ class Terminal {
 
     // Shows one more file or directory in the programs that are started from now on.
     void bind(const Bind& bind) { mBinds.push_back(bind); }
+
+    // Puts an empty disk of so many bytes in the place of a directory, for as long as each process runs.
+    void useSmallDisk(const std::string& directory, unsigned bytes) { mDisks.emplace_back(directory, bytes); }
     void setVariable(const std::string& name, const std::string& value) {
         mVariables.emplace_back(name, value);
     }
@@ -78,6 +87,7 @@ class Terminal {
     const WorkDirectory& mDirectory;
     const Programs mPrograms;
     std::vector<Bind> mBinds;
+    std::vector<std::pair<std::string, unsigned>> mDisks;
     std::vector<std::pair<std::string, std::string>> mVariables;
 };
 
