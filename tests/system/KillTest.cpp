@@ -1,0 +1,198 @@
+// The daemon is killed at named points and at random moments, with and without a loss of what was not synced.
+// Whatever is flagged afterwards is right, and the next start leads to a right image.
+//
+// FW_KILL_POINTS and FW_KILL_MOMENTS set the number of rounds, FW_SOAK_SEED the first seed: a round that has
+// failed is repeated by its seed with one round.
+#include "system/SoakTerminal.h"
+#include <algorithm>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <map>
+#include <set>
+
+namespace {
+
+constexpr unsigned PointsInCi = 3;
+constexpr unsigned MomentsInCi = 2;
+constexpr Milliseconds UpdateTime{500}; // of an undisturbed update, about
+
+constexpr const char* Losses[] = {"none", "cut", "zero"};
+
+// What one update does to its files: a row for every moment between two operations.
+struct Point {
+    std::string name;      // "before write image 3"
+    bool isOfCompile;      // comes again when the image is compiled anew
+    std::string operation; // "write image"
+};
+
+std::vector<Point> pointsOf(const std::vector<std::string>& operations) {
+    std::vector<Point> points;
+    std::map<std::string, int> counts;
+    for (const std::string& operation : operations) {
+        const std::string numbered = operation + " " + std::to_string(++counts[operation]);
+        const bool isWrite = operation.rfind("write", 0) == 0;
+        for (const char* const position : {"before", "amid", "after"})
+            if (isWrite || std::string(position) != "amid")
+                points.push_back({std::string(position).append(" ").append(numbered),
+                                  operation.find("fragment") == std::string::npos, operation});
+    }
+    return points;
+}
+
+class Kill : public testing::Test {
+  protected:
+    // A fresh terminal, or one with an image flagged that is about to be compiled anew.
+    void prepare(bool isFlagged) {
+        mTerminal.reset();
+        if (!isFlagged)
+            return;
+        mTerminal.start();
+        ASSERT_EQ(mTerminal.untilReady(), "");
+        mTerminal.kill();
+    }
+
+    // Starts the daemon as the round wants it.
+    void begin(const Life& life, bool isFlagged) {
+        mTerminal.start(life);
+        if (!isFlagged)
+            return;
+        ASSERT_TRUE(eventually([this] { return mTerminal.isReady(); })) << mTerminal.log();
+        mTerminal.announce();
+    }
+
+    void expectRight(const char* when) {
+        EXPECT_EQ(mTerminal.complaint(), "") << when << "\n" << mTerminal.log();
+    }
+
+    // Killed once or not on the way; then until ready, and stopped.
+    void recover(Random& random, bool isFlagged) {
+        if (random() % 2 == 0) {
+            mTerminal.start();
+            std::this_thread::sleep_for(randomTime(random, UpdateTime));
+            mTerminal.kill();
+            expectRight("after the second kill");
+            ++mKills["at a random moment"];
+        }
+        const bool wasReady = isFlagged || !mTerminal.lab().config()->readyForInstall().empty();
+        mTerminal.start();
+        ASSERT_EQ(mTerminal.untilReady(), "");
+        ASSERT_EQ(mTerminal.stop(SIGTERM), "");
+        // A compile clears up after the one that was killed.
+        EXPECT_TRUE(wasReady || !mTerminal.hasDownload(".part"));
+    }
+
+    void countRequests() {
+        const size_t requests = mTerminal.newRequests();
+        EXPECT_LE(requests, HotLoopRequests);
+        mRequests += requests;
+        mMostRequests = std::max(mMostRequests, requests);
+    }
+
+    void printFigures(unsigned rounds) const {
+        unsigned kills = 0;
+        for (const auto& [point, count] : mKills)
+            kills += count;
+        std::cout << "soak: " << rounds << " rounds from seed " << soakSeed() << ", " << kills << " kills, "
+                  << mRequests << " requests, at most " << mMostRequests << " in a round, slowest stop "
+                  << mTerminal.slowestStop().count() << " ms\n";
+        for (const auto& [point, count] : mKills)
+            std::cout << "soak:   " << count << " kills " << point << "\n";
+    }
+
+    SoakTerminal mTerminal;
+    std::map<std::string, unsigned> mKills; // by point
+    size_t mRequests = 0;
+    size_t mMostRequests = 0;
+};
+
+TEST_F(Kill, AtNamedPoints) {
+    Life survey;
+    survey.isWatched = true;
+    mTerminal.start(survey);
+    ASSERT_EQ(mTerminal.untilReady(), "");
+    ASSERT_EQ(mTerminal.stop(SIGTERM), "");
+    const std::vector<std::string> operations = mTerminal.operations();
+    const std::set<std::string> kinds(operations.begin(), operations.end());
+    EXPECT_EQ(kinds, (std::set<std::string>{"rename fragment", "rename image", "sync database",
+                                            "sync directory", "sync image", "unlink body", "write body",
+                                            "write database", "write fragment", "write image"}));
+    const std::vector<Point> points = pointsOf(operations);
+    countRequests();
+
+    // Neighbouring seeds take points that lie far from each other.
+    const unsigned rounds = numberFrom("FW_KILL_POINTS", PointsInCi);
+    const size_t stride = points.size() * 5 / 8 | 1;
+    for (unsigned seed = soakSeed(); seed < soakSeed() + rounds && !HasFatalFailure(); ++seed) {
+        Random random(seed);
+        const Point& point = points[seed * stride % points.size()];
+        const std::string loss = Losses[random() % 3];
+        const bool isFlagged = point.isOfCompile && random() % 2 == 0;
+        SCOPED_TRACE("seed " + std::to_string(seed) + ": " + point.name + ", loss " + loss +
+                     (isFlagged ? ", compiled anew" : ""));
+        ASSERT_NO_FATAL_FAILURE(prepare(isFlagged));
+        Life life;
+        life.point = point.name;
+        life.loss = loss;
+        ASSERT_NO_FATAL_FAILURE(begin(life, isFlagged));
+        // What comes in pieces from the network may make fewer operations than before.
+        ASSERT_TRUE(eventually([&] {
+            return !mTerminal.daemon().running() || mTerminal.hasLogged("Wait for update from");
+        })) << mTerminal.log();
+        const bool isKilled = mTerminal.daemon().waitFor(Milliseconds(200));
+        mTerminal.kill();
+        if (isKilled) {
+            EXPECT_TRUE(mTerminal.daemon().exitStatus()->isExit(128 + SIGKILL))
+                << mTerminal.daemon().exitStatus()->toString() << "\n"
+                << mTerminal.log();
+        }
+        ++mKills[isKilled ? point.name.substr(0, point.name.find(' ')) + " " + point.operation
+                          : "at a point that was not reached"];
+        expectRight("after the kill");
+        ASSERT_NO_FATAL_FAILURE(recover(random, isFlagged));
+        countRequests();
+    }
+    printFigures(rounds);
+}
+
+// As soon as the flag is on disk, what it names must be there too.
+TEST_F(Kill, WithALossRightAfterTheFlag) {
+    for (const char* const loss : {"cut", "zero"}) {
+        SCOPED_TRACE(std::string("loss ") + loss);
+        ASSERT_NO_FATAL_FAILURE(prepare(false));
+        Life life;
+        life.point = "after sync database 1";
+        life.loss = loss;
+        life.delay = Milliseconds(200); // others can see the flag a moment later
+        mTerminal.start(life);
+        ASSERT_TRUE(mTerminal.daemon().waitFor(VeryLong)) << mTerminal.log();
+        ASSERT_EQ(mTerminal.complaint(true), "");
+        mTerminal.newRequests();
+        mTerminal.start();
+        ASSERT_EQ(mTerminal.untilReady(), "");
+        EXPECT_EQ(mTerminal.newRequests(), 0U) << "the image that is there is to be used";
+        mTerminal.kill();
+    }
+}
+
+TEST_F(Kill, AtRandomMoments) {
+    const unsigned rounds = numberFrom("FW_KILL_MOMENTS", MomentsInCi);
+    for (unsigned seed = soakSeed(); seed < soakSeed() + rounds && !HasFatalFailure(); ++seed) {
+        Random random(seed);
+        const bool isFlagged = random() % 4 == 0;
+        const Milliseconds moment = randomTime(random, UpdateTime);
+        SCOPED_TRACE("seed " + std::to_string(seed) + ": after " + std::to_string(moment.count()) + " ms" +
+                     (isFlagged ? ", compiled anew" : ""));
+        ASSERT_NO_FATAL_FAILURE(prepare(isFlagged));
+        ASSERT_NO_FATAL_FAILURE(begin({}, isFlagged));
+        std::this_thread::sleep_for(moment);
+        mTerminal.kill();
+        ++mKills["at a random moment"];
+        expectRight("after the kill");
+        ASSERT_NO_FATAL_FAILURE(recover(random, isFlagged));
+        countRequests();
+    }
+    printFigures(rounds);
+}
+
+} // namespace
