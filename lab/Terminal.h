@@ -66,6 +66,7 @@ class Terminal {
 
     // Puts an empty disk of so many bytes in the place of a directory, for as long as each process runs.
     void useSmallDisk(const std::string& directory, unsigned bytes) { mDisks.emplace_back(directory, bytes); }
+
     void setVariable(const std::string& name, const std::string& value) {
         mVariables.emplace_back(name, value);
     }
