@@ -9,7 +9,9 @@
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -64,6 +66,20 @@ void readUntil(int fd, const std::string& text) {
     }
 }
 
+// Each thread is a directory there, and adds a link to the one above.
+void waitForThreads(pid_t pid, unsigned threads) {
+    constexpr unsigned OwnLinks = 2;
+    const std::string directory = "/proc/" + std::to_string(pid) + "/task";
+    struct stat status = {};
+    siginfo_t info = {};
+    while (stat(directory.c_str(), &status) != 0 || status.st_nlink < threads + OwnLinks) {
+        std::this_thread::sleep_for(std::chrono::microseconds(10)); // leaves the processor to the program
+        if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+            info.si_pid == pid)
+            throw std::runtime_error("the program ended before it had that many threads");
+    }
+}
+
 } // namespace
 
 double processorSeconds() {
@@ -106,6 +122,19 @@ Figures runUntil(const std::string& text, const std::vector<std::string>& argume
     figures.wall = secondsSince(begin);
     kill(pid, SIGTERM);
     close(ends[0]);
+    collect(pid, figures);
+    return figures;
+}
+
+Figures runUntilThreads(unsigned threads, const std::vector<std::string>& arguments) {
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    Figures figures;
+    const auto begin = Clock::now();
+    const pid_t pid = start(arguments, nowhere);
+    close(nowhere);
+    waitForThreads(pid, threads);
+    figures.wall = secondsSince(begin);
+    kill(pid, SIGTERM);
     collect(pid, figures);
     return figures;
 }

@@ -27,4 +27,7 @@ Figures runProgram(const std::vector<std::string>& arguments);
 // the rest that of the whole run.
 Figures runUntil(const std::string& text, const std::vector<std::string>& arguments);
 
+// Runs a program until it has so many threads, then ends it. `wall` is the time to that.
+Figures runUntilThreads(unsigned threads, const std::vector<std::string>& arguments);
+
 #endif

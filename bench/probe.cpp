@@ -2,6 +2,7 @@
 //
 //     fw_probe run COMMAND...            runs it, prints its figures: seconds, seconds, kB, status
 //     fw_probe until TEXT COMMAND...     the same, up to a text in its output
+//     fw_probe threads N COMMAND...      the same, up to its Nth thread
 //     fw_probe cut IMAGE DIRECTORY       makes the part files of an update
 //     fw_probe compile IMAGE DIRECTORY   compiles them, prints seconds, kB
 //     fw_probe download URL LAST FILE    fetches bytes 0 to LAST as the daemon does at debug level
@@ -93,6 +94,9 @@ int run(const Arguments& arguments) {
         return print(runProgram({arguments.begin() + 1, arguments.end()}));
     if (job == "until")
         return print(runUntil(arguments.at(1), {arguments.begin() + 2, arguments.end()}));
+    if (job == "threads")
+        return print(runUntilThreads(static_cast<unsigned>(std::stoul(arguments.at(1))),
+                                     {arguments.begin() + 2, arguments.end()}));
     if (job == "cut") {
         UpdateParts::cut(arguments.at(1), arguments.at(2));
         return 0;

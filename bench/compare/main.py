@@ -18,6 +18,7 @@ from report import Report
 
 MONITOR_START_SECONDS = 185  # the configuration monitor's timer runs from then on
 WAKE_UP_SECONDS = 20
+DAEMON_THREADS = 5  # the last one is started just before the loop
 LOG_LINES = 100000
 CRC_KILOBYTES = 16
 
@@ -142,11 +143,11 @@ class Comparison:
     def start(self):
         environment = self.idle.environment()
         environment["VEX_CONFIGDB"] = self.path("start.db")
-        jobs = [("FwDownloadDaemon::run() FdLoop start looping", [self.program("fw_download"), "-c", "-v", "7"],
-                 environment), ("started", [self.program("curl_start")], environment)]
-        ours, curl = self.machine.in_turn_until(jobs)
+        jobs = [["threads", str(DAEMON_THREADS), self.program("fw_download"), "-c"],
+                ["until", "started", self.program("curl_start")]]
+        ours, curl = self.machine.in_turn_probes(jobs, environment)
         self.report.ratio("start to running loop", 1e3 * ours, 1e3 * curl, "ms", 1.4,
-                          ["fw_download -c -v 7", "curl_start"])
+                          ["fw_probe threads 5 fw_download -c", "fw_probe until started curl_start"])
 
     # --- counts
 

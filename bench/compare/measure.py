@@ -58,9 +58,6 @@ class Machine:
             raise RuntimeError(f"{' '.join(command)} ended with status {status}")
         return float(wall), float(processor), int(peak)
 
-    def until(self, text, command, environment=None):
-        return float(self.probe("until", text, *command, environment=environment)[0])
-
     def in_turn(self, commands, before=None):
         """One warm-up of each command, then the counted runs. A list of Figures."""
         runs = [[] for _ in commands]
@@ -73,12 +70,12 @@ class Machine:
                     runs[index].append(figures)
         return [Figures(entry) for entry in runs]
 
-    def in_turn_until(self, jobs):
-        """The same for (text, command, environment); medians of the time to the text, in seconds."""
+    def in_turn_probes(self, jobs, environment):
+        """The same for jobs of fw_probe that print a time first; medians, in seconds."""
         walls = [[] for _ in jobs]
         for turn in range(self.runs + 1):
             for index, job in enumerate(jobs):
-                wall = self.until(*job)
+                wall = float(self.probe(*job, environment=environment)[0])
                 if turn > 0:
                     walls[index].append(wall)
         return [statistics.median(entry) for entry in walls]
