@@ -8,13 +8,10 @@
 //     fw_probe download URL LAST FILE    fetches bytes 0 to LAST as the daemon does at debug level
 //     fw_probe log-suppressed N          N log lines below the level
 //     fw_probe log-emitted N             N log lines
-//     fw_probe crc bytewise|library KB   CRC-32 of so many kilobytes of memory
-#include "bench/BytewiseCrc.h"
 #include "bench/Measure.h"
 #include "bench/UpdateParts.h"
 #include "common/VexStreamLog.h"
 #include "image/ZempCreator.h"
-#include "image/zemp_validate.h"
 #include "workers/Downloader.h"
 #include "workitems/DownloadRequest.h"
 #include <cstdio>
@@ -28,8 +25,6 @@
 namespace {
 
 using Arguments = std::vector<std::string>;
-
-constexpr size_t BytesPerKilobyte = 1024;
 
 double sSyncSeconds = 0; // spent in fsync()
 
@@ -80,14 +75,6 @@ int log(LogPriority level, unsigned long count) {
     return 0;
 }
 
-int crc(const std::string& routine, size_t size) {
-    const std::vector<uint8_t> bytes(size, 'x');
-    const uint32_t value =
-        routine == "bytewise" ? bytewiseCrc(0, bytes.data(), size) : crc32_calc(0, bytes.data(), size);
-    printf("%08x\n", value);
-    return 0;
-}
-
 int run(const Arguments& arguments) {
     const std::string& job = arguments.at(0);
     if (job == "run")
@@ -109,8 +96,6 @@ int run(const Arguments& arguments) {
         return log(LogInfo, std::stoul(arguments.at(1)));
     if (job == "log-emitted")
         return log(LogDebug, std::stoul(arguments.at(1)));
-    if (job == "crc")
-        return crc(arguments.at(1), std::stoul(arguments.at(2)) * BytesPerKilobyte);
     throw std::runtime_error("no job '" + job + "'");
 }
 

@@ -163,7 +163,7 @@ class Comparison:
     def arm(self):
         binaries = self.options.arm
         program = os.path.join(binaries, "fw_download")
-        probe = os.path.join(binaries, "fw_probe")
+        probe = os.path.join(binaries, "crc_probe")
         if not os.path.exists(program):
             self.report.missing("ARM, stripped size", "<= 250 kB", f"no {program}")
         else:
@@ -176,11 +176,11 @@ class Comparison:
             return
         counts = {}
         for routine in ("library", "bytewise"):
-            lengths = [measure.emulated_instructions([self.options.sysroot, probe, "crc", routine, str(size)],
+            lengths = [measure.emulated_instructions(self.options.sysroot, [probe, routine, str(size)],
                                                      self.path("trace")) for size in (0, CRC_KILOBYTES)]
             counts[routine] = (lengths[1] - lengths[0]) / (CRC_KILOBYTES * 1024)
         self.report.ratio("ARM, crc32_calc instructions per byte", counts["library"], counts["bytewise"], "",
-                          0.65, ["qemu-arm -singlestep -d exec fw_probe crc library|bytewise KB"])
+                          0.65, ["qemu-arm -singlestep -d exec crc_probe library|bytewise KB"])
 
     def run(self):
         self.start_idle()

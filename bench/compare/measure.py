@@ -93,11 +93,11 @@ def allocations(command):
     return int(re.search(r"total heap usage: ([\d,]+) allocs", result.stderr).group(1).replace(",", ""))
 
 
-def emulated_instructions(command, trace):
-    """Instructions of a 32-bit ARM program, without the loader's share, under the emulator."""
-    emulator = ["qemu-arm-static", "-cpu", "cortex-a9", "-L", command[0]]
-    options = ["-singlestep", "-d", "nochain,exec", "-D", trace]
-    subprocess.run(emulator + options + command[1:], check=True, capture_output=True)
+def emulated_instructions(sysroot, command, trace):
+    """Instructions of a whole 32-bit ARM process, on a processor without CRC instructions."""
+    emulator = ["qemu-arm-static", "-cpu", "cortex-a9", "-L", sysroot,
+                "-singlestep", "-d", "nochain,exec", "-D", trace]
+    subprocess.run(emulator + command, check=True, capture_output=True)
     with open(trace, "rb") as lines:
         count = sum(line.startswith(b"Trace") for line in lines)
     os.unlink(trace)
