@@ -83,7 +83,8 @@ void ConsoleView::onEvent(const LabEvent& event) {
     case LabEvent::Request: {
         const ServedRequest& request = event.request;
         return line(event.time, "fetched " + event.text + ", bytes " + request.range + " (status " +
-                                    std::to_string(request.status) + ", " + formatBytes(request.bytes) + ")");
+                                    std::to_string(request.status) + ", " + formatBytes(request.bytes) + ")" +
+                                    (request.fault.empty() ? "" : ", fault " + request.fault));
     }
     case LabEvent::Log: {
         const std::string text = shownText(event);
@@ -140,9 +141,10 @@ void ConsoleView::showRequests(const LabResult& result) {
     fprintf(mOut, "  %3s  %9s  %-18s  %-18s  %6s  %10s\n", "#", "time", "range", "what", "status", "bytes");
     int number = 0;
     for (const LabEvent& event : result.requests)
-        fprintf(mOut, "  %3d  %7.2f s  %-18s  %-18s  %6d  %10llu\n", ++number, event.time,
+        fprintf(mOut, "  %3d  %7.2f s  %-18s  %-18s  %6d  %10llu%s%s\n", ++number, event.time,
                 event.request.range.c_str(), event.text.c_str(), event.request.status,
-                static_cast<unsigned long long>(event.request.bytes));
+                static_cast<unsigned long long>(event.request.bytes), event.request.fault.empty() ? "" : "  ",
+                event.request.fault.c_str());
 }
 
 void ConsoleView::showVerdict(const LabResult& result) {

@@ -1,7 +1,10 @@
 #include "lab/Lab.h"
 
+#include "lab/FaultServer.h"
 #include "lab/SampleImage.h"
+#include "lab/WebServer.h"
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -16,6 +19,17 @@ constexpr Milliseconds sStopTime{5000};
 
 constexpr const char* sImagePath = "/lab/images/update.zemp"; // in the terminal
 constexpr const char* sBusPath = "/lab/bus";
+
+constexpr uint64_t sHeaderFetch = 512; // bytes of the request for a part's header
+
+// Of a range like "512-1023".
+uint64_t lengthOf(const std::string& range) {
+    const size_t dash = range.find('-');
+    if (dash == std::string::npos)
+        return 0;
+    return std::strtoull(range.c_str() + dash + 1, nullptr, 10) - std::strtoull(range.c_str(), nullptr, 10) +
+           1;
+}
 
 std::string numberText(double number) {
     std::ostringstream text;
@@ -70,7 +84,12 @@ void Lab::startServices() {
     mBus = std::make_unique<PrivateBus>();
     mBusAddress = std::make_unique<ScopedEnvironment>("VEX_CBUS_ADDRESS", mBus->address());
     mTerminal.bind({mBus->directory(), sBusPath});
-    mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath, mOptions.speed);
+    if (mOptions.faults.empty())
+        mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath, mOptions.speed);
+    else
+        mWebServer = std::make_unique<FaultServer>(
+            std::string(reinterpret_cast<const char*>(mImage->data()), mImage->size()),
+            Fault::parseAll(mOptions.faults), mOptions.speed);
     mConfig = std::make_unique<ConfigStore>(mDirectory.database() + "/config.db");
     mConfig->setInstalledVersion(mInstalledVersion);
 }
@@ -125,7 +144,9 @@ std::string Lab::describeRange(const std::string& range) const {
     for (const updateplan::PlannedPart& planned : mPlan->parts()) {
         const uint64_t start = planned.part->offset;
         if (first >= start && first < start + planned.part->size())
-            return planned.name() + (first == start ? " header" : " body");
+            return planned.name() + (first != start                   ? " body"
+                                     : lengthOf(range) > sHeaderFetch ? ", whole"
+                                                                      : " header");
     }
     return first < mPlan->parts().front().part->offset ? "image start" : "behind the last part";
 }

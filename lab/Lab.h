@@ -10,7 +10,7 @@
 #include "lab/LabEvent.h"
 #include "lab/PrivateBus.h"
 #include "lab/Terminal.h"
-#include "lab/WebServer.h"
+#include "lab/UpdateServer.h"
 #include "updateplan/UpdatePlan.h"
 #include <chrono>
 #include <memory>
@@ -27,7 +27,8 @@ struct LabOptions {
     std::string version;   // to be configured, like "1.05-7"; empty: the release of the image
     int verbosity = 7;     // of the daemon; below 7 it limits its downloads to 25000 bytes per second
     unsigned speed = 0;    // of the web server, in bytes per second; 0: no limit
-    double timeScale = 10; // divides the daemon's timers
+    std::vector<std::string> faults;   // of the web server, as Fault::parseAll() reads them
+    double timeScale = 10;             // divides the daemon's timers
     std::chrono::seconds timeout{300}; // for the update
 };
 
@@ -68,7 +69,8 @@ class Lab {
     // Bytes of the image that the daemon has on disk.
     uint64_t fetchedBytes() const;
 
-    // Where bytes of the image belong, in words: "image start", "kernel header", "root body".
+    // Where bytes of the image belong, in words: "image start", "kernel header", "root body",
+    // "root, whole".
     std::string describeRange(const std::string& range) const;
 
     const WorkDirectory& directory() const { return mDirectory; }
@@ -76,7 +78,7 @@ class Lab {
 
     // Null before startServices(), or startDaemon().
     PrivateBus* bus() { return mBus.get(); }
-    WebServer* webServer() { return mWebServer.get(); }
+    UpdateServer* webServer() { return mWebServer.get(); }
     ConfigStore* config() { return mConfig.get(); }
     TerminalProcess* daemon() { return mDaemon.get(); }
 
@@ -95,7 +97,7 @@ class Lab {
     std::string mInstalledVersion;
     std::unique_ptr<PrivateBus> mBus;
     std::unique_ptr<ScopedEnvironment> mBusAddress;
-    std::unique_ptr<WebServer> mWebServer;
+    std::unique_ptr<UpdateServer> mWebServer;
     std::unique_ptr<ConfigStore> mConfig;
     std::unique_ptr<TerminalProcess> mDaemon;
 };

@@ -2,7 +2,7 @@
 #ifndef LAB_LABEVENT_H
 #define LAB_LABEVENT_H
 
-#include "lab/WebServer.h"
+#include "lab/UpdateServer.h"
 #include <cstdint>
 #include <string>
 

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace lab {
 
@@ -75,12 +76,15 @@ std::string headOf(const HttpScript& script, int status, const Span& span, size_
 
 } // namespace
 
-ScriptedHttpServer::ScriptedHttpServer(std::string image) : mImage(std::move(image)) {
+ScriptedHttpServer::ScriptedHttpServer(std::string image, unsigned port)
+    : mPort(port), mImage(std::move(image)) {
     listen();
     mAcceptor = std::thread([this] { acceptAll(); });
 }
 
-ScriptedHttpServer::~ScriptedHttpServer() {
+void ScriptedHttpServer::stop() {
+    if (!mAcceptor.joinable())
+        return;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mStopping = true;
@@ -101,6 +105,9 @@ void ScriptedHttpServer::listen() {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(mPort));
+    const int on = 1; // a port that was in use a moment ago is free
+    setsockopt(mListener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     if (mListener < 0 || bind(mListener, generic, size) != 0 || ::listen(mListener, SOMAXCONN) != 0 ||
@@ -142,6 +149,11 @@ std::vector<ScriptedHttpServer::Request> ScriptedHttpServer::requests() const {
     return mRequests;
 }
 
+std::vector<ScriptedHttpServer::Answer> ScriptedHttpServer::takeAnswers() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return std::exchange(mAnswers, {});
+}
+
 bool ScriptedHttpServer::waitForStall(std::chrono::milliseconds time) {
     std::unique_lock<std::mutex> lock(mMutex);
     return mChanged.wait_for(lock, time, [this] { return mStalls > 0; });
@@ -178,14 +190,16 @@ void ScriptedHttpServer::serve(Connection& connection) {
             const std::lock_guard<std::mutex> lock(mMutex);
             mRequests.push_back(request);
         }
-        answer(fd, request);
+        const Answer given = answer(fd, request);
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mAnswers.push_back(given);
     }
     const std::lock_guard<std::mutex> lock(mMutex);
     close(fd);
     connection.ended = true;
 }
 
-void ScriptedHttpServer::answer(int fd, const Request& request) {
+ScriptedHttpServer::Answer ScriptedHttpServer::answer(int fd, const Request& request) {
     const HttpScript script = nextScript();
     std::string image;
     {
@@ -199,26 +213,36 @@ void ScriptedHttpServer::answer(int fd, const Request& request) {
     std::string head = headOf(script, status, span, image.size(), body.size());
     const bool headIsCut = script.headBytes < head.size();
     head.resize(std::min(head.size(), script.headBytes));
-    body.resize(headIsCut ? 0 : std::min(body.size(), script.bodyBytes));
-    if (send(fd, head, 0, {}) && send(fd, body, script.dripBytes, script.dripPause))
-        finish(fd, script.end);
+    body.resize(headIsCut ? 0 : std::min(body.size() * script.bodyPercent / 100, script.bodyBytes));
+    if (script.damage && !body.empty())
+        body[body.size() / 2] = static_cast<char>(~body[body.size() / 2]);
+    Answer given{request, script.name, headIsCut ? 0 : status, 0, {}};
+    if (send(fd, head, 0, {}) == head.size()) {
+        given.bytes = send(fd, body, script.dripBytes, script.dripPause);
+        if (given.bytes == body.size())
+            finish(fd, script.end);
+    }
+    given.end = std::chrono::system_clock::now();
+    return given;
 }
 
-bool ScriptedHttpServer::send(int fd, const std::string& bytes, size_t piece,
-                              std::chrono::milliseconds pause) {
-    for (size_t sent = 0; sent < bytes.size();) {
+// The bytes that were sent: all, unless the other side or the server ended the connection.
+size_t ScriptedHttpServer::send(int fd, const std::string& bytes, size_t piece,
+                                std::chrono::milliseconds pause) {
+    size_t sent = 0;
+    while (sent < bytes.size()) {
         if (piece != 0) {
             std::unique_lock<std::mutex> lock(mMutex);
             if (mChanged.wait_for(lock, pause, [this] { return mStopping; }))
-                return false;
+                return sent;
         }
         const size_t size = std::min(bytes.size() - sent, piece != 0 ? piece : SIZE_MAX);
         const ssize_t count = ::send(fd, bytes.data() + sent, size, MSG_NOSIGNAL);
         if (count <= 0)
-            return false;
+            return sent;
         sent += static_cast<size_t>(count);
     }
-    return true;
+    return sent;
 }
 
 void ScriptedHttpServer::finish(int fd, HttpScript::End end) {

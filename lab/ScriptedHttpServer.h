@@ -23,7 +23,8 @@ struct HttpScript {
 
     enum End { Close, Reset, Stall };
 
-    int status = 0; // 0: 206 to a range in the image, 416 to one behind it, 200 to a request without
+    std::string name; // for the log of answers
+    int status = 0;   // 0: 206 to a range in the image, 416 to one behind it, 200 to a request without
     bool ignoreRange = false; // the whole image with 200
     bool useBody = false;     // `body` in place of the image's bytes
     std::string body;
@@ -31,9 +32,11 @@ struct HttpScript {
     int64_t contentRangeShift = 0; // added to the positions that Content-Range tells
     bool withLength = true;        // false: no Content-Length, the body ends with the connection
 
-    size_t headBytes = Never; // of status line and headers that are sent before `end`
-    size_t bodyBytes = Never; // of the body that are sent before `end`
-    End end = Close;          // also when everything was sent
+    size_t headBytes = Never;   // of status line and headers that are sent before `end`
+    size_t bodyBytes = Never;   // of the body that are sent before `end`
+    unsigned bodyPercent = 100; // of the body likewise
+    bool damage = false;        // the byte in the middle of the body is inverted
+    End end = Close;            // also when everything was sent
 
     size_t dripBytes = 0; // not 0: the body comes in pieces of this size, with a pause before each
     std::chrono::milliseconds dripPause{0};
@@ -46,13 +49,25 @@ class ScriptedHttpServer {
         std::string range; // "first-last"; empty without one
     };
 
-    // Listens on a free loopback port. Throws std::runtime_error when it cannot.
-    explicit ScriptedHttpServer(std::string image = "");
+    // A request whose connection has ended.
+    struct Answer {
+        Request request;
+        std::string script; // its name
+        int status = 0;     // 0: the status line was not sent whole
+        uint64_t bytes = 0; // of the body, as sent
+        std::chrono::system_clock::time_point end;
+    };
 
-    // Ends all connections, also stalled ones.
-    ~ScriptedHttpServer();
+    // Listens on the loopback interface, on a free port or the given one. Throws std::runtime_error when it
+    // cannot.
+    explicit ScriptedHttpServer(std::string image = "", unsigned port = 0);
+
+    ~ScriptedHttpServer() { stop(); }
     ScriptedHttpServer(const ScriptedHttpServer&) = delete;
     ScriptedHttpServer& operator=(const ScriptedHttpServer&) = delete;
+
+    // Ends all connections, also stalled ones, and listens no more. What it knows of its requests stays.
+    void stop();
 
     unsigned port() const { return mPort; }
     std::string url(const std::string& path = "/image.zemp") const;
@@ -69,6 +84,9 @@ class ScriptedHttpServer {
     // The requests so far.
     std::vector<Request> requests() const;
 
+    // The answers that ended since the last call.
+    std::vector<Answer> takeAnswers();
+
     // Waits until a connection has come to its stall; false when none does within the time.
     [[nodiscard]] bool waitForStall(std::chrono::milliseconds time = std::chrono::seconds(10));
 
@@ -82,10 +100,10 @@ class ScriptedHttpServer {
     void listen();
     void acceptAll();
     void serve(Connection& connection);
-    void answer(int fd, const Request& request);
+    Answer answer(int fd, const Request& request);
     void finish(int fd, HttpScript::End end);
     void stall(int fd);
-    bool send(int fd, const std::string& bytes, size_t piece, std::chrono::milliseconds pause);
+    size_t send(int fd, const std::string& bytes, size_t piece, std::chrono::milliseconds pause);
     HttpScript nextScript();
 
     int mListener = -1;
@@ -100,6 +118,7 @@ class ScriptedHttpServer {
     HttpScript mScript;
     std::deque<HttpScript> mNextScripts;
     std::vector<Request> mRequests;
+    std::vector<Answer> mAnswers;
     std::list<Connection> mConnections;
 };
 

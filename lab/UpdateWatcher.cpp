@@ -120,7 +120,7 @@ void UpdateWatcher::checkProcesses() {
     if (!mLab.bus()->running())
         throw std::runtime_error("dbus-daemon ended");
     if (!mLab.webServer()->running())
-        throw std::runtime_error("nginx ended: " + mLab.webServer()->errors());
+        throw std::runtime_error("the web server ended: " + mLab.webServer()->errors());
 }
 
 void UpdateWatcher::wait(Clock::time_point deadline, const std::string& waitingFor) {

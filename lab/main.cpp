@@ -1,5 +1,6 @@
 // fw_lab: a terminal on the desk.
 #include "lab/ConsoleView.h"
+#include "lab/FaultServer.h"
 #include "lab/Init.h"
 #include "lab/LabRun.h"
 #include "lab/TemporaryDirectory.h"
@@ -83,6 +84,23 @@ int run(const lab::LabOptions& options, const std::string& kept) {
     return Good;
 }
 
+// Empty for a fault that exists, else what is wrong.
+std::string checkFault(const std::string& text) {
+    try {
+        lab::Fault::parse(text);
+        return "";
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+std::string describeFaults() {
+    std::string text = "Faults, in the order given, from the first request on:\n";
+    for (const lab::Fault& fault : lab::Fault::all())
+        text += "  " + fault.name + std::string(22 - fault.name.size(), ' ') + fault.description + "\n";
+    return text + "Example: fw_lab run --fault none=2 --fault reset-mid-body --fault not-found=3";
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -117,6 +135,16 @@ int main(int argc, char** argv) {
     runCommand
         ->add_option("--speed", options.speed, "Bytes per second that the web server sends; 0: no limit")
         ->capture_default_str();
+    runCommand
+        ->add_option(
+            "--fault", options.faults,
+            "The web server misbehaves so on its next COUNT requests (default 1); may be given again "
+            "and again, see the list below")
+        ->type_name("NAME[=COUNT]")
+        ->expected(1)
+        ->take_all()
+        ->check(checkFault);
+    runCommand->footer(describeFaults());
     runCommand
         ->add_option("--time-scale", options.timeScale, "Makes the daemon's timers so many times faster")
         ->check(CLI::Range(1.0, 10000.0))

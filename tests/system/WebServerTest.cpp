@@ -1,4 +1,5 @@
 #include "lab/WebServer.h"
+#include "lab/FaultServer.h"
 #include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <curl/curl.h>
@@ -13,13 +14,14 @@ size_t append(const char* data, size_t size, size_t count, void* to) {
 }
 
 // The answer's body; "error N" when the transfer failed.
-std::string fetch(const std::string& url, const char* range) {
+std::string fetch(const std::string& url, const char* range, long timeoutMs = 0) {
     std::string body;
     CURL* const handle = curl_easy_init();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle, CURLOPT_RANGE, range);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &body);
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, timeoutMs);
     const CURLcode code = curl_easy_perform(handle);
     curl_easy_cleanup(handle);
     return code == CURLE_OK ? body : "error " + std::to_string(code);
@@ -67,6 +69,23 @@ TEST_F(WebServerTest, GoesDownAndComesBackOnItsPort) {
     server.start();
     EXPECT_EQ(server.url(), url);
     EXPECT_EQ(fetch(url, "0-1"), "01");
+}
+
+TEST(FaultServer, KeepsItsFaultsAndItsLogWhileItIsDown) {
+    lab::FaultServer server("0123456789", lab::Fault::parseAll({"stall-mid-body", "unavailable"}));
+    const std::string url = server.url();
+    EXPECT_EQ(fetch(url, "2-7", 300), "error " + std::to_string(CURLE_OPERATION_TIMEDOUT));
+    server.stop();
+    EXPECT_EQ(fetch(url, "2-7"), "error " + std::to_string(CURLE_COULDNT_CONNECT));
+    server.start();
+    EXPECT_NE(fetch(url, "2-7").find("not an image"), std::string::npos);
+    EXPECT_EQ(fetch(url, "2-7"), "234567");
+    server.stop();
+    std::string requests;
+    for (const lab::ServedRequest& request : server.newRequests())
+        requests += request.range + " " + std::to_string(request.status) + " " +
+                    std::to_string(request.bytes) + " " + request.fault + "\n";
+    EXPECT_EQ(requests, "2-7 206 3 stall-mid-body\n2-7 503 48 unavailable\n2-7 206 6 \n");
 }
 
 TEST(ServedRequest, IgnoresWhatIsNoLogLine) {
