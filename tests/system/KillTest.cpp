@@ -175,6 +175,17 @@ TEST_F(Kill, WithALossRightAfterTheFlag) {
     }
 }
 
+// What is flagged stays whole until the image that is compiled anew takes its place.
+TEST_F(Kill, WhileAFlaggedImageIsWrittenAnew) {
+    ASSERT_NO_FATAL_FAILURE(prepare(true));
+    Life life;
+    life.point = "amid write image 3";
+    life.loss = "cut";
+    ASSERT_NO_FATAL_FAILURE(begin(life, true));
+    ASSERT_TRUE(mTerminal.daemon().waitFor(VeryLong)) << mTerminal.log();
+    EXPECT_EQ(mTerminal.complaint(true), "");
+}
+
 TEST_F(Kill, AtRandomMoments) {
     const unsigned rounds = numberFrom("FW_KILL_MOMENTS", MomentsInCi);
     for (unsigned seed = soakSeed(); seed < soakSeed() + rounds && !HasFatalFailure(); ++seed) {
