@@ -184,12 +184,17 @@ class Drawing {
         }
         const size_t rows = arrange(labels);
         mStripY = mY + static_cast<double>(rows) * LabelRow + 18;
+        const auto baselineOf = [this](const Label& label) {
+            return mY + static_cast<double>(label.row) * LabelRow + 14;
+        };
+        for (const Label& label : labels) {
+            line(label.centre, baselineOf(label) + 4, label.centre, mStripY - 14, "#9aa5b1");
+            line(label.centre, mStripY - 14, label.wish, mStripY, "#9aa5b1");
+        }
         for (size_t i = 0; i < labels.size(); ++i) {
-            const double baseline = mY + static_cast<double>(labels[i].row) * LabelRow + 14;
-            line(labels[i].centre, baseline + 4, labels[i].centre, mStripY - 14, "#9aa5b1");
-            line(labels[i].centre, mStripY - 14, labels[i].wish, mStripY, "#9aa5b1");
-            mOut << "<rect x=\"" << labels[i].centre - labels[i].width / 2 << "\" y=\"" << baseline - 12
-                 << "\" width=\"" << labels[i].width << "\" height=\"16\" fill=\"#ffffff\"/>\n";
+            const double baseline = baselineOf(labels[i]);
+            rectangle(labels[i].centre - labels[i].width / 2 + 4, baseline - 12, labels[i].width - 8, 16,
+                      "#ffffff");
             text(labels[i].centre, baseline, names[i], " text-anchor=\"middle\"");
         }
     }
@@ -275,9 +280,9 @@ class Drawing {
             const double left = Margin + static_cast<double>(i / rows) * width;
             const double baseline = mY + static_cast<double>(i % rows) * TableRow + 14;
             drawMarker(left + 10, baseline - 4, i);
-            text(left + 28, baseline, request.range);
-            text(left + 250, baseline, bytesText(request.bytes), " text-anchor=\"end\"");
-            text(left + 262, baseline, getText(request));
+            text(left + 28, baseline, request.range, " font-size=\"11\"");
+            text(left + 205, baseline, bytesText(request.bytes), " font-size=\"11\" text-anchor=\"end\"");
+            text(left + 215, baseline, getText(request), " font-size=\"11\"");
         }
         mY += static_cast<double>(rows) * TableRow + 16;
     }

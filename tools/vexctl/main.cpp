@@ -16,6 +16,14 @@ constexpr double sLongestTimeout = 4000000.0;
 
 constexpr unsigned sMostSignals = 1000000000;
 
+constexpr const char* sExamples =
+    "Examples:\n"
+    "  vexctl config set cfg.config.status complete   write a value\n"
+    "  vexctl config list cfg.                        print the keys that begin with cfg.\n"
+    "  vexctl signal send evt.confd.updated           tell that the configuration changed\n"
+    "  vexctl signal listen evt --timeout 10          print the signals of ten seconds\n"
+    "Exit status: 0 done, 1 could not be done, 2 wrong use. See vexctl(1).";
+
 // What a subcommand does once the whole line has been understood.
 using Action = std::function<int()>;
 
@@ -104,6 +112,8 @@ int complain(int status, const std::string& text) {
 int main(int argc, char** argv) {
     unsetenv("VEX_TIME_SCALE"); // a time limit given here is meant as it stands
     CLI::App app("Configuration database and message bus of a terminal", "vexctl");
+    app.set_version_flag("--version", "vexctl " VEXCTL_VERSION);
+    app.footer(sExamples);
     app.require_subcommand(1);
     Words arguments(argv + 1, argv + argc);
     const Words rest = cutWords(arguments);
