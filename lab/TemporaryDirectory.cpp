@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <unistd.h>
@@ -19,6 +21,20 @@ TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
     if (getpid() == mOwner && !mKept)
         std::filesystem::remove_all(mPath, ignored);
+}
+
+std::string TemporaryDirectory::write(const std::string& name, const std::string& content) const {
+    const std::string path = file(name);
+    std::filesystem::remove(path);
+    std::ofstream stream(path, std::ios::binary);
+    if (!(stream << content << std::flush))
+        throw std::runtime_error("cannot write " + path);
+    return path;
+}
+
+std::string TemporaryDirectory::read(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 } // namespace lab

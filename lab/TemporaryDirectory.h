@@ -24,6 +24,13 @@ class TemporaryDirectory {
     // path() + "/" + name.
     std::string file(const std::string& name) const { return mPath + "/" + name; }
 
+    // Writes a file and returns its path. A new file each time: some file systems sync one that is
+    // overwritten. Throws std::runtime_error when it cannot be written.
+    std::string write(const std::string& name, const std::string& content) const;
+
+    // The content of any file; empty when it cannot be read.
+    static std::string read(const std::string& path);
+
     // Lets the directory stay.
     void keep() { mKept = true; }
 

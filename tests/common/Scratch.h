@@ -5,30 +5,13 @@
 #include "common/VexStreamLog.h"
 #include "support/TemporaryDirectory.h"
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
 
-// A temporary directory with files written in one line.
-class ScratchDir : public support::TemporaryDirectory {
-  public:
-    // Writes a file and returns its path. A new file each time: some file systems sync one that is
-    // overwritten.
-    std::string write(const std::string& name, const std::string& content) const {
-        remove(file(name).c_str());
-        std::ofstream(file(name), std::ios::binary) << content;
-        return file(name);
-    }
-
-    static std::string read(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-};
+using ScratchDir = support::TemporaryDirectory;
 
 // What `action` writes to standard output, by whatever way.
 inline std::string standardOutputOf(const std::function<void()>& action) {

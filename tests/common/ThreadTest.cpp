@@ -53,29 +53,6 @@ TEST(Wqueue, PassesItemsBetweenThreadsInOrder) {
     EXPECT_EQ(in.size() + out.size(), 0);
 }
 
-TEST(Wqueue, RemoveBlocksUntilAnItemComes) {
-    wqueue<int*> in;
-    wqueue<int*> out;
-    Worker worker(in, out);
-    ASSERT_EQ(worker.start(), 0);
-    usleep(20000);
-    EXPECT_EQ(out.size(), 0);
-    int number = 21;
-    in.add(&number);
-    EXPECT_EQ(*out.remove(), 42);
-}
-
-TEST(Wqueue, LeavesQueuedItemsAlone) {
-    int number = 5;
-    {
-        wqueue<int*> queue;
-        queue.add(&number);
-        queue.add(&number);
-        EXPECT_EQ(queue.size(), 2);
-    }
-    EXPECT_EQ(number, 5);
-}
-
 TEST(Thread, DestroyingAWaitingWorkerIsPrompt) {
     wqueue<int*> in;
     wqueue<int*> out;
