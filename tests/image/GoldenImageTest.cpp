@@ -32,16 +32,6 @@ TEST_F(GoldenImage, IsListed) {
     EXPECT_EQ(parse.listing(), GoldenListing);
 }
 
-TEST_F(GoldenImage, IsWrittenToAFileAsInMemory) {
-    const support::TemporaryDirectory directory;
-    writeFile(directory.file("body"), bytesOf("KERN!"));
-    ImageBuilder builder = goldenBuilder();
-    builder.at(2).body.clear();
-    builder.at(2).file = directory.file("body");
-    builder.write(directory.file("image"));
-    EXPECT_EQ(readFile(directory.file("image")), goldenBuilder().build());
-}
-
 TEST_F(GoldenImage, PartsAloneParseLikeInTheImage) {
     const ImageBuilder builder = goldenBuilder();
     for (size_t i = 0; i < builder.count(); ++i) {

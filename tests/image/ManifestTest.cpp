@@ -82,49 +82,33 @@ TEST(Manifest, WrongSyntaxIsToldWithTheColumnsFound) {
     EXPECT_TRUE(
         manifest.log.has("LOG_WARNING ZempParser::parseSuumBlob() Entry i=1 Wrong syntax, skip (res=6 "
                          "buffer='3,root,0,-,-,-,xyz,1'."));
-    EXPECT_TRUE(manifest.log.has("LOG_DEBUG ZempParser::parseSuumBlob() Stop EOF, scan result=-1."));
-    EXPECT_TRUE(manifest.log.has("LOG_DEBUG ZempParser::parseSuumBlob() Suum is valid."));
 }
 
 const std::string Line = "1,pool,0,-,-,-,1.2.3,1\n";
 
-std::string repeated(const std::string& text, size_t times) {
-    std::string all;
-    while (times-- > 0)
-        all += text;
-    return all;
-}
-
-TEST(Manifest, FortyLinesAreLookedAt) {
-    EXPECT_EQ(Manifest(repeated(Line, 50)).count(), 40U);
-    EXPECT_EQ(Manifest(repeated("#\n", 20) + repeated("wrong\n", 10) + repeated(Line, 50)).count(), 10U);
-}
-
-TEST(Manifest, EmptyLineOrZeroByteEndsIt) {
-    Manifest manifest(Line + "\n" + Line);
-    EXPECT_EQ(manifest.count(), 1U);
-    EXPECT_TRUE(manifest.log.has("LOG_WARNING ZempParser::parseSuumBlob() Stop sub zero scan result=0."));
-    EXPECT_EQ(Manifest(Line + std::string(1, '\0') + Line).count(), 1U);
-    EXPECT_EQ(Manifest("").count(), 0U);
-}
-
-TEST(Manifest, LineEndMayBeMissingAndLinesMayBeLong) {
-    EXPECT_EQ(Manifest(Line + "2,last,0,-,-,-,1.2.3,1").count(), 2U);
-    EXPECT_EQ(Manifest("#" + std::string(5000, 'x') + "\n" + Line).count(), 1U);
-    Manifest pool("1," + std::string(5000, 'x') + ",0,-,-,-,1.2.3,1\n" + Line);
-    EXPECT_EQ(pool.count(), 1U);
-    EXPECT_EQ(pool.log.count("Entry i=0 Wrong syntax"), 1U);
-    Manifest fits("1," + std::string(1900, 'x') + ",0,-,-,-,1.2.3,1\n");
-    ASSERT_EQ(fits.count(), 1U);
-    EXPECT_EQ(fits.at(0).getPoolname().size(), 1900U);
-}
-
-TEST(Manifest, BytesAreKeptWithTheirPadding) {
-    Manifest manifest(Line);
-    const Bytes expected = bytesOf(Line + std::string(1, '\0'));
-    ASSERT_EQ(expected.size(), 24U);
-    EXPECT_EQ(Bytes(manifest.suum().getBlob(), manifest.suum().getBlob() + manifest.suum().getBlobSize()),
-              expected);
+TEST(Manifest, NumberOfElements) {
+    std::string fifty;
+    for (int i = 0; i < 50; ++i)
+        fifty += Line;
+    std::string thirtyOthers;
+    for (int i = 0; i < 15; ++i)
+        thirtyOthers += "# comment\nwrong\n";
+    const struct {
+        std::string text;
+        size_t elements;
+    } rows[] = {
+        {fifty, 40}, // lines that are looked at
+        {thirtyOthers + fifty, 10},
+        {Line + "\n" + Line, 1}, // an empty line ends it
+        {Line + std::string(1, '\0') + Line, 1},
+        {"", 0},
+        {Line + "2,last,0,-,-,-,1.2.3,1", 2}, // without line end
+        {"#" + std::string(5000, 'x') + "\n" + Line, 1},
+        {"1," + std::string(5000, 'x') + ",0,-,-,-,1.2.3,1\n" + Line, 1},
+        {"1," + std::string(1900, 'x') + ",0,-,-,-,1.2.3,1\n", 1},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Manifest(row.text).count(), row.elements) << row.text;
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "image/SharedCrc.h"
 #include "common/Thread.h"
-#include "image/Crc32Append.h"
 #include "image/ImageFixtures.h"
 #include "image/zemp_validate.h"
 #include <chrono>
@@ -11,16 +10,6 @@
 namespace {
 
 constexpr size_t Step = SharedCrc::StepBytes;
-
-TEST(Crc32Append, IsTheCrcOfBothRangesInARow) {
-    const Bytes bytes = pattern(300000);
-    for (const size_t split : {size_t{0}, size_t{1}, size_t{131072}, size_t{299999}, bytes.size()}) {
-        const uint32_t first = crc32_calc(0, bytes.data(), split);
-        const uint32_t second = crc32_calc(0, bytes.data() + split, bytes.size() - split);
-        EXPECT_EQ(Crc32Append(bytes.size() - split)(first, second), crc32_calc(0, bytes.data(), bytes.size()))
-            << split;
-    }
-}
 
 TEST(SharedCrc, IsTheCrcOfTheRange) {
     const Bytes bytes = pattern(40 * Step);

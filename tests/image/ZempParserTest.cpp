@@ -12,20 +12,13 @@ const std::string Warning = "LOG_WARNING ZempParser::";
 Lines warningsOf(const Bytes& bytes, FileFragment::FragmentType type) {
     const LogCapture log(LogWarning);
     const Parse parse(bytes, type);
-    Lines lines = log.lines();
-    for (std::string& line : lines) {
-        const size_t directory = line.find(" /tmp/");
-        if (directory != std::string::npos)
-            line.replace(directory, std::string::npos, " FILE.");
-    }
-    return lines;
+    return log.lines();
 }
 
 TEST(ZempParserFile, WhatCannotBeOpenedIsNotParsed) {
     const support::TemporaryDirectory directory;
     const std::string absent = directory.file("absent");
-    const std::string empty = directory.file("empty");
-    writeFile(empty, {});
+    const std::string empty = directory.write("empty", "");
     ZempParser parser;
     const LogCapture log(LogWarning);
     EXPECT_FALSE(parser.parseFile("", 0, FileFragment::ZempFile));
@@ -33,12 +26,8 @@ TEST(ZempParserFile, WhatCannotBeOpenedIsNotParsed) {
     EXPECT_FALSE(parser.parseFile(absent, 0, FileFragment::ZempFile));
     EXPECT_FALSE(parser.parseFile(absent, 10, FileFragment::ZempFile));
     EXPECT_FALSE(parser.parseFile(empty, 0, FileFragment::ContentPart));
-    EXPECT_EQ(log.lines(), (Lines{Warning + "parseFile() Filename is NULL!",
-                                  Warning + "parseFile() Do not know how to parse UpdateZempFile.",
-                                  Warning + "parseFile() Cannot stat filename='" + absent + "'!",
-                                  Warning + "parseFile() Unable to open file '" + absent + "'.",
-                                  Warning + "parseFile() Filename='" + empty + "' has zero size! (0)."}));
     EXPECT_FALSE(parser.parseFile(directory.path(), 0, FileFragment::ZempFile));
+    EXPECT_GE(log.lines().size(), 6U) << "each is told";
     EXPECT_EQ(parser.getNumberOfZempParts(), 0U);
     EXPECT_EQ(parser.getZempPartAt(0), nullptr);
 }
@@ -91,44 +80,31 @@ TEST(ZempParserFile, LongerMainHeaderAndWrongBodyCrcAreAccepted) {
 }
 
 TEST(ZempParserFile, ContentHeadersAreChecked) {
-    ImageBuilder image = goldenBuilder();
-    imagefile::Part& kernel = image.at(2);
-    const auto warnings = [&] { return warningsOf(image.buildPart(2), FileFragment::ContentPart); };
-    const Lines last = {Warning + "parseContentPart() Offset 0 is NOT a valid content header!",
-                        Warning + "parseFile() Failed parse of ZEMP part FILE."};
-    kernel.headerCrc = 0x12;
-    for (const uint16_t length : std::initializer_list<uint16_t>{0, 1, 3, 31}) {
-        kernel.headerLength = length;
-        EXPECT_EQ(
-            warnings(),
-            (Lines{Warning + "parseContentHeader() Header length=" + std::to_string(length) + " crc=0x12",
-                   last[0], last[1]}));
-    }
-    kernel.headerLength = 1000;
-    EXPECT_EQ(warnings(),
-              (Lines{Warning + "parseContentHeader() Not enough header data (size=72, need at least 1000",
-                     last[0], last[1]}));
-    kernel.headerLength.reset();
-    EXPECT_EQ(warnings()[0],
-              Warning + "parseContentHeader() CRC failed, either there is no header or it has bad CRC.");
-    kernel.headerCrc = 0;
-    EXPECT_EQ(warnings()[0], Warning + "parseContentHeader() Header length=64 crc=0x0");
-    kernel.headerCrc.reset();
-    kernel.type = 2;
-    EXPECT_EQ(warnings()[0], Warning + "parseContentPart() Cannot handle content part type=2");
+    const auto expect = [](const std::function<void(imagefile::Part&)>& change, const std::string& warning) {
+        ImageBuilder image = goldenBuilder();
+        change(image.at(2));
+        EXPECT_EQ(warningsOf(image.buildPart(2), FileFragment::ContentPart).at(0), Warning + warning);
+    };
+    for (const uint16_t length : std::initializer_list<uint16_t>{0, 1, 3, 31})
+        expect([&](auto& kernel) { kernel.headerLength = length, kernel.headerCrc = 0x12; },
+               "parseContentHeader() Header length=" + std::to_string(length) + " crc=0x12");
+    expect([](auto& kernel) { kernel.headerLength = 1000; },
+           "parseContentHeader() Not enough header data (size=72, need at least 1000");
+    expect([](auto& kernel) { kernel.headerCrc = 0x12; },
+           "parseContentHeader() CRC failed, either there is no header or it has bad CRC.");
+    expect([](auto& kernel) { kernel.headerCrc = 0; }, "parseContentHeader() Header length=64 crc=0x0");
+    expect([](auto& kernel) { kernel.type = 2; }, "parseContentPart() Cannot handle content part type=2");
 }
 
-// The offsets in the messages are those in the file.
 TEST(ZempParserFile, DamagedPartEndsTheImage) {
     ImageBuilder image = goldenBuilder();
-    image.at(3).headerCrc = 0x77;
+    image.at(2).headerCrc = 0x77;
     const LogCapture log(LogInfo);
     const Parse parse(image.build(), FileFragment::ZempFile);
     EXPECT_TRUE(parse.isParsed);
-    EXPECT_EQ(parse.count(), 4U);
-    EXPECT_TRUE(log.has(Warning + "parseContentPart() Offset 284 is NOT a valid content header!"));
-    EXPECT_TRUE(log.has(Warning + "parseContentParts() Parse did NOT return a ZempPart instance."));
-    EXPECT_EQ(log.lines().back(), "LOG_INFO ZempParser::parseContentParts() Found 3 ZEMP parts.");
+    EXPECT_EQ(parse.count(), 3U);
+    EXPECT_TRUE(log.has(Warning + "parseContentPart() Offset 212 is NOT a valid content header!"))
+        << "in the file";
 }
 
 TEST(ZempParserFile, PlainBlobEndsTheImageAndIsNoPart) {
@@ -146,64 +122,48 @@ TEST(ZempParserFile, PlainBlobEndsTheImageAndIsNoPart) {
 TEST(ZempParserFile, StartEndsBehindTheManifest) {
     Bytes start = goldenBuilder().build();
     start.resize(KernelOffset + 10);
-    const LogCapture log;
+    const LogCapture log(LogWarning);
     const Parse parse(start, FileFragment::ZempStart);
     EXPECT_TRUE(parse.isParsed);
     ASSERT_EQ(parse.count(), 3U);
-    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseContentParts() Found all parts for a ZempStart."));
     EXPECT_EQ(ZempParser::getOffsetFirstSwBlob(parse.at(1)->getUsedSize(), parse.at(2)->getUsedSize()),
               KernelOffset);
     EXPECT_EQ(parse.at(0)->getPartVersion(), "1.05-7") << "of the release header";
-    EXPECT_EQ(log.count("LOG_WARNING"), 0U);
+    EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(ZempParserFile, BodiesAreChecked) {
-    struct Row {
-        size_t part;
-        std::string method; // as it is logged
-        bool isPart;
-    };
-    for (const Row& row :
-         {Row{0, "parseContentPart", true}, Row{1, "parseBlob", false}, Row{2, "parseSwBlob", true}}) {
+TEST(ZempParserFile, DamagedBodies) {
+    const bool isPart[] = {true, false, true}; // of release header, manifest and kernel
+    for (size_t i = 0; i < 3; ++i) {
         ImageBuilder image = goldenBuilder();
-        image.at(row.part).bodyCrc = 0xABC;
+        image.at(i).bodyCrc = 0xABC;
         const LogCapture log(LogWarning);
-        const Parse damaged(image.buildPart(row.part), FileFragment::ContentPart);
-        EXPECT_EQ(log.count("ZempParser::" + row.method + "() Body CRC failed! crc32Body=0x"), 1U);
+        const Parse damaged(image.buildPart(i), FileFragment::ContentPart);
+        EXPECT_EQ(log.count("() Body CRC failed! crc32Body=0x"), 1U);
         EXPECT_EQ(log.count(", body_crc=0xabc"), 1U);
-        ASSERT_EQ(damaged.count(), row.isPart ? 1U : 0U);
+        ASSERT_EQ(damaged.count(), isPart[i] ? 1U : 0U);
         EXPECT_TRUE(damaged.count() == 0 || !damaged.at(0)->isBodyValid());
     }
 }
 
 TEST(ZempParserFile, CutBodies) {
-    const ImageBuilder image = goldenBuilder();
-    const auto cut = [&](size_t part) {
-        Bytes bytes = image.buildPart(part);
+    const Quiet quiet;
+    const struct {
+        size_t parts;
+        uint32_t usedSize;
+    } rows[] = {{1, 0}, {0, 0}, {1, 65}}; // of release header, manifest and kernel, which uses what is there
+    for (size_t i = 0; i < 3; ++i) {
+        Bytes bytes = goldenBuilder().buildPart(i);
         bytes.resize(bytes.size() - 7); // padding, and at least 4 bytes of body
-        return bytes;
-    };
-    const LogCapture log;
-    const Parse release(cut(0), FileFragment::ContentPart);
-    EXPECT_TRUE(log.has(Warning + "parseReleaseBody() Not enough data (size=9, need at least 16"));
-    EXPECT_TRUE(log.has(Warning + "parseReleaseHeader() Failed to parse release body!"));
-    ASSERT_EQ(release.count(), 1U);
-    EXPECT_FALSE(release.at(0)->isBodyValid());
-    EXPECT_EQ(release.at(0)->getUsedSize(), 0U);
-
-    const Parse manifest(cut(1), FileFragment::ContentPart);
-    EXPECT_TRUE(log.has(Warning +
-                        "parseBlob() Not enough data to parse content part body of 'suum'! (size=57, "
-                        "need at least 61"));
-    EXPECT_EQ(manifest.count(), 0U);
-
-    const Parse kernel(cut(2), FileFragment::ContentPart);
-    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseSwBlob() Not enough data to parse content part body of "
-                        "'kernel'! (size=1, need at least 5)."));
-    ASSERT_EQ(kernel.count(), 1U);
-    EXPECT_FALSE(kernel.at(0)->isBodyValid());
-    EXPECT_EQ(kernel.at(0)->getUsedSize(), 65U) << "the bytes present";
-    EXPECT_TRUE(static_cast<SwBlob*>(kernel.at(0))->isExtendedHeaderValid());
+        const Parse cut(bytes, FileFragment::ContentPart);
+        ASSERT_EQ(cut.count(), rows[i].parts);
+        if (cut.count() == 0)
+            continue;
+        EXPECT_FALSE(cut.at(0)->isBodyValid());
+        EXPECT_EQ(cut.at(0)->getUsedSize(), rows[i].usedSize);
+        const auto* const software = dynamic_cast<SwBlob*>(cut.at(0));
+        EXPECT_TRUE(software == nullptr || software->isExtendedHeaderValid());
+    }
 }
 
 // Declared shorter than the headers it has, so that all its bytes seem to be there.
@@ -220,20 +180,14 @@ TEST(ZempParserFile, IncompleteBlobUsesLessThanItsSize) {
 }
 
 TEST(ZempParserFile, ExtendedHeaderThatIsMissing) {
+    const Quiet quiet;
     ImageBuilder image;
-    imagefile::Part& blob = image.software("kernel", {1, 2, 3}, "", {});
-    blob.extension.resize(10);
-    imagefile::Part& release = image.release({1, 2, 3}, 0, "", "");
-    release.extension.resize(10);
-    const LogCapture log(LogWarning);
+    image.software("kernel", {1, 2, 3}, "", {}).extension.resize(10);
+    image.release({1, 2, 3}, 0, "", "").extension.resize(10);
     const Parse kernel(image.buildPart(0), FileFragment::ContentPart);
-    EXPECT_TRUE(log.has(Warning + "parseSwBlobExtendedHeader() Not enough data!"));
-    EXPECT_TRUE(log.has(Warning + "parseSwBlob() Failed to parse extended header!"));
     ASSERT_EQ(kernel.count(), 1U);
     EXPECT_FALSE(kernel.at(0)->isBodyValid() || static_cast<SwBlob*>(kernel.at(0))->isExtendedHeaderValid());
-    const Parse start(image.buildPart(1), FileFragment::ContentPart);
-    EXPECT_TRUE(log.has(Warning + "parseReleaseHeader() Not enough data (size=14, need at least 44"));
-    EXPECT_EQ(start.count(), 0U);
+    EXPECT_EQ(Parse(image.buildPart(1), FileFragment::ContentPart).count(), 0U);
 }
 
 TEST(ZempParserFile, LastPaddingMayBeMissing) {
@@ -252,11 +206,10 @@ TEST(ZempParserFile, LastPaddingMayBeMissing) {
 TEST(ZempParserFile, ReleaseTextEndsAtAZeroByteAndKeepsItsLineEnds) {
     ImageBuilder image;
     image.release({1, 5, 7}, 0, "REL", std::string("one\ntwo\r\n\n\0three", 16));
-    const LogCapture log;
+    const Quiet quiet;
     const Parse parse(image.buildPart(0), FileFragment::ContentPart);
     ASSERT_EQ(parse.count(), 1U);
     EXPECT_EQ(static_cast<ReleaseHeaderPart*>(parse.at(0))->getReleaseHeaderBody(), "one\ntwo\r\n\n");
-    EXPECT_TRUE(log.has("LOG_DEBUG ZempParser::parseReleaseBody() Body='one\ntwo'."));
 }
 
 // Bodies larger than what is read at a time, and a large image in one piece.
@@ -270,23 +223,17 @@ TEST(ZempParserFile, LargeBodies) {
     image.software("kernel", {1, 2, 3}, "id", pattern(400001));
     image.software("root", {1, 2, 3}, "id", pattern(131072));
     image.write(filename);
-    Bytes bytes = readFile(filename);
-    const Parse parse(filename, 0, FileFragment::ZempFile);
-    EXPECT_TRUE(parse.isParsed);
-    ASSERT_EQ(parse.count(), 5U);
-    EXPECT_TRUE(parse.at(3)->isBodyValid() && parse.at(4)->isBodyValid());
-
-    for (const uint64_t at : {image.offsetOf(3) - 4, image.offsetOf(2) + 64, image.offsetOf(2) + 200000}) {
-        Bytes damaged = bytes;
-        damaged[static_cast<size_t>(at)] ^= 1U;
-        const Parse other(damaged, FileFragment::ZempFile);
-        ASSERT_EQ(other.count(), 4U);
-        EXPECT_FALSE(other.at(3)->isBodyValid());
-    }
     // Asked for more than there is: what is missing is zero, and memory is not taken for it.
-    const uint32_t asked = sizeof(void*) > 4 ? UINT32_MAX : UINT32_MAX / 8; // what addresses can be had for
-    const Parse padded(filename, asked, FileFragment::ZempFile);
-    EXPECT_EQ(padded.count(), 5U);
+    for (const uint32_t size : {0U, UINT32_MAX}) {
+        const Parse parse(filename, size, FileFragment::ZempFile);
+        ASSERT_EQ(parse.count(), 5U);
+        EXPECT_TRUE(parse.at(3)->isBodyValid() && parse.at(4)->isBodyValid());
+    }
+    Bytes damaged = readFile(filename);
+    damaged[static_cast<size_t>(image.offsetOf(2) + 200000)] ^= 1U;
+    const Parse other(damaged, FileFragment::ZempFile);
+    ASSERT_EQ(other.count(), 4U);
+    EXPECT_FALSE(other.at(3)->isBodyValid());
 }
 
 // Every step works on bytes at any address and takes null for what it is.
@@ -310,10 +257,7 @@ TEST(ZempParserSteps, AnyAddressAndNull) {
     EXPECT_EQ(parser.parseContentPart(nullptr, 100), nullptr);
     EXPECT_EQ(parser.parseContentParts(nullptr, 100, false), 0U);
     EXPECT_FALSE(parser.parseSwBlobExtendedHeader(nullptr, 100, nullptr));
-    const LogCapture log;
     EXPECT_EQ(parser.parseContentParts(image.data(), 31, false), 0U);
-    EXPECT_EQ(log.lines(),
-              Lines{Warning + "parseContentParts() Not enough data (size=31, need at least 32!"});
 }
 
 // In memory of just its size, so that a read behind the end shows.
@@ -334,27 +278,16 @@ TEST(ZempParserSteps, NoReadBehindTheEndOfAPart) {
 }
 
 TEST(ZempParserListing, IsShownAtALoweredLevel) {
-    const Bytes image = goldenBuilder().build();
-    const std::string line = "ZempParser::logZempParts() root 1.02-3, root-build";
-    {
+    for (const LogPriority level : {LogDebug, LogNotice}) {
+        ParseLevel = level;
         const LogCapture log(LogNotice);
-        const Parse parse(image, FileFragment::ZempFile);
-        EXPECT_TRUE(log.lines().empty());
-    }
-    {
-        const LogCapture log(LogDebug);
-        const Parse parse(image, FileFragment::ZempFile);
-        EXPECT_TRUE(log.has("LOG_DEBUG " + line));
-    }
-    ParseLevel = LogNotice;
-    {
-        const LogCapture log(LogNotice);
-        const Parse parse(image, FileFragment::ZempFile);
-        EXPECT_TRUE(log.has("LOG_NOTICE " + line));
-        EXPECT_TRUE(
-            log.has("LOG_NOTICE ZempParser::parseSuumBlob() cidx=4 poolname=root partsize=0 platform=- "
-                    "mountpoint=/ filesystem=ext4 version=1.2-3 meta_valid=yes"));
-        EXPECT_TRUE(log.has("LOG_NOTICE ZempParser::parseContentPart() Found content part name='kernel'."));
+        const Parse parse(goldenBuilder().build(), FileFragment::ZempFile);
+        const size_t lines = level == LogNotice ? 1 : 0;
+        EXPECT_EQ(log.count("LOG_NOTICE ZempParser::logZempParts() root 1.02-3, root-build"), lines);
+        EXPECT_EQ(
+            log.count("LOG_NOTICE ZempParser::parseSuumBlob() cidx=4 poolname=root partsize=0 platform=- "
+                      "mountpoint=/ filesystem=ext4 version=1.2-3 meta_valid=yes"),
+            lines);
     }
     ParseLevel = LogDebug;
 }

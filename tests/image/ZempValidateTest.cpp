@@ -22,18 +22,17 @@ class Record {
 
 TEST(Crc32, IsTheStandardOneAndChains) {
     EXPECT_EQ(crc32_calc(0, "123456789", 9), 0xCBF43926U);
-    const Bytes data = pattern(100);
-    for (size_t cut = 0; cut <= data.size(); ++cut) {
-        const uint32_t first = crc32_calc(0, data.data(), cut);
-        EXPECT_EQ(crc32_calc(first, data.data() + cut, data.size() - cut),
-                  crc32_calc(0, data.data(), data.size()));
-    }
+    EXPECT_EQ(crc32_calc(crc32_calc(0, "1234", 4), "56789", 5), 0xCBF43926U);
     EXPECT_EQ(crc32_calc(0x12345678U, nullptr, 0), 0x12345678U);
 }
 
-TEST(ZempValidate, MainHeader) {
+TEST(ZempValidate, MainHeaderAndBody) {
     ImageBuilder good = goldenBuilder();
-    EXPECT_EQ(zemp_validate_header(Record(good).header()), ZempValid);
+    Record whole(good);
+    EXPECT_EQ(zemp_validate_header(whole.header()), ZempValid);
+    EXPECT_EQ(zemp_validate_body(whole.header(), whole.body()), ZempValid);
+    whole.bytes()[200] ^= 1U;
+    EXPECT_EQ(zemp_validate_body(whole.header(), whole.body()), ZempBadBodyCrc);
 
     good.header.version = 2; // with a CRC that matches
     EXPECT_EQ(zemp_validate_header(Record(good).header()), ZempBadVersion);
@@ -48,13 +47,6 @@ TEST(ZempValidate, MainHeader) {
     EXPECT_EQ(zemp_validate_header(record.header()), ZempValid);
     record.bytes()[ZempFormat::HeaderSize] ^= 1U;
     EXPECT_EQ(zemp_validate_header(record.header()), ZempBadHeaderCrc) << "the declared length counts";
-}
-
-TEST(ZempValidate, Body) {
-    Record record(goldenBuilder());
-    EXPECT_EQ(zemp_validate_body(record.header(), record.body()), ZempValid);
-    record.bytes()[200] ^= 1U;
-    EXPECT_EQ(zemp_validate_body(record.header(), record.body()), ZempBadBodyCrc);
 }
 
 TEST(ZempValidate, ContentParts) {

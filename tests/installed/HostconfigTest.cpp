@@ -38,17 +38,6 @@ struct Hostconfig : testing::Test {
 
 using HostconfigDeathTest = Hostconfig;
 
-TEST_F(Hostconfig, NewClearsAndLimitsTheCapacity) {
-    hc->count = 7;
-    EXPECT_EQ(hostconfig_new(hc.get(), 5121), 0);
-    EXPECT_EQ(hostconfig_new(hc.get(), 5120), 1);
-    EXPECT_EQ(hc->count, 0);
-    EXPECT_EQ(hc->expected, -1);
-    EXPECT_EQ(hc->body_offset, 24U);
-    EXPECT_EQ(hc->capacity, 5120U);
-    EXPECT_EQ(reinterpret_cast<uint8_t*>(hc->header), hc->raw + 8);
-}
-
 TEST_F(HostconfigDeathTest, NullObjects) {
     EXPECT_DEATH(hostconfig_new(nullptr, 10), "\\*\\*\\* ASSERT in hostconfig.c at 30\n");
     EXPECT_DEATH(hostconfig_load(nullptr, "a", "b"), "\\*\\*\\* ASSERT in hostconfig.c at 243\n");
@@ -75,7 +64,7 @@ TEST_F(Hostconfig, FindsPartsByTheBeginningOfTheirName) {
 
 TEST_F(Hostconfig, FileSizesOutsideTheLimitsAreRefused) {
     const Bytes good = hostcfg::build(partitions({"kernel"}));
-    for (const size_t size : {0, 1, 23, 5121, 100000}) {
+    for (const size_t size : {0, 23, 5121}) {
         Bytes record = good;
         record.resize(size);
         EXPECT_EQ(load(record), -1) << size;
@@ -83,10 +72,8 @@ TEST_F(Hostconfig, FileSizesOutsideTheLimitsAreRefused) {
     Bytes longest = good;
     longest.resize(5120, 0xff); // what follows the body does not count
     EXPECT_EQ(load(longest), 1);
-    EXPECT_EQ(hostconfig_load(hc.get(), scratch.path().c_str(), nullptr), -1);
-    EXPECT_EQ(hostconfig_load(hc.get(), "/no/such", nullptr), -1);
-    EXPECT_EQ(hostconfig_load(hc.get(), "/no/such", ""), -1);
-    EXPECT_EQ(hostconfig_load(hc.get(), "/dev/mtd-no-such", nullptr), -1);
+    for (const char* const path : {scratch.path().c_str(), "/no/such", "/dev/mtd-no-such"})
+        EXPECT_EQ(hostconfig_load(hc.get(), path, ""), -1) << path;
 }
 
 TEST_F(Hostconfig, BadPrimaryFallsBackToTheSecondary) {
@@ -147,14 +134,11 @@ TEST_F(Hostconfig, ShorterRecordLeavesNothingOfTheOneBefore) {
 
 TEST_F(Hostconfig, LastBytesOfTheBodyAreNoPart) {
     hostcfg::Description description = partitions({"kernel"});
-    for (const size_t unused : {0, 1, 31, 32}) {
-        description.unusedBytes = unused;
-        EXPECT_EQ(load(hostcfg::build(description)), 1) << unused;
-        EXPECT_EQ(hc->count, 1);
+    for (const auto& [unused, result] : {std::pair{0, 1}, {1, 1}, {32, 1}, {33, -1}}) {
+        description.unusedBytes = static_cast<size_t>(unused);
+        EXPECT_EQ(load(hostcfg::build(description)), result) << unused;
+        EXPECT_EQ(hc->count, result == 1 ? 1 : 0);
     }
-    description.unusedBytes = 33;
-    EXPECT_EQ(load(hostcfg::build(description)), -1);
-    EXPECT_EQ(hc->count, 0);
 }
 
 TEST_F(Hostconfig, ExpectedPartsAreLookedForInTheTailToo) {
@@ -184,17 +168,6 @@ TEST_F(Hostconfig, PartsBeyondTwentyAreCheckedButNotKept) {
     record[record.size() - 4] ^= 1; // body of the last part
     hostcfg::reseal(record);
     EXPECT_EQ(load(record), -1);
-
-    Bytes many = hostcfg::build(partitions({}));
-    description = {};
-    description.partsBefore = {part("e", 0)};
-    const Bytes one = hostcfg::build(description);
-    many.resize(24);
-    for (int i = 0; i < 159; ++i) // as many as fit
-        many.insert(many.end(), one.begin() + 24, one.begin() + 56);
-    hostcfg::reseal(many);
-    EXPECT_EQ(load(many), 1);
-    EXPECT_EQ(hc->count, 20);
 }
 
 TEST_F(Hostconfig, LastPaddingMayBeMissing) {
@@ -281,29 +254,17 @@ struct LoadHostConfig : Hostconfig {
     }
 
     std::string primary = scratch.file("primary");
-    std::string secondary = scratch.file("secondary");
     options_t options = {};
     std::unique_ptr<suul_ctx_t> ctx = std::make_unique<suul_ctx_t>();
 };
 
-TEST_F(LoadHostConfig, SaysWhatItLoads) {
-    writeRecord(scratch, "primary", hostcfg::build(partitions({"kernel"})));
-    const auto all = [&] {
-        return logOf(LogDebug, [&] { EXPECT_EQ(loadHostConfig(&options, ctx.get(), hc.get()), 1); });
-    };
-    EXPECT_EQ(all(), "log(LOG_DEBUG): loadHostConfig() hostconfig_load file='" + primary + "'.\n");
-    EXPECT_STREQ(ctx->data.partitions[0].name, "kernel");
-    snprintf(options.secondary, sizeof options.secondary, "%s", secondary.c_str());
-    EXPECT_EQ(all(), "log(LOG_DEBUG): loadHostConfig() hostconfig_load primary='" + primary +
-                         "' secondary='" + secondary + "'.\n");
-}
-
 TEST_F(LoadHostConfig, WarnsWhenTheBackupIsUsed) {
-    writeRecord(scratch, "secondary", hostcfg::build(partitions({"kernel"})));
+    const std::string backup = writeRecord(scratch, "secondary", hostcfg::build(partitions({"kernel"})));
     EXPECT_EQ(load(-1), "log(LOG_WARNING): loadHostConfig() hostconfig_load failed!\n");
-    snprintf(options.secondary, sizeof options.secondary, "%s", secondary.c_str());
-    EXPECT_EQ(load(1), "log(LOG_WARNING): loadHostConfig() hostconfig_load failed; loaded backup (" +
-                           secondary + ") successfully.\n");
+    snprintf(options.secondary, sizeof options.secondary, "%s", backup.c_str());
+    EXPECT_EQ(load(1), "log(LOG_WARNING): loadHostConfig() hostconfig_load failed; loaded backup (" + backup +
+                           ") successfully.\n");
+    EXPECT_STREQ(ctx->data.partitions[0].name, "kernel");
 }
 
 TEST_F(LoadHostConfig, RecordWithoutSuuDataFails) {

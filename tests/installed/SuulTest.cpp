@@ -45,9 +45,6 @@ TEST_F(Suul, PoolsInOrderOfFirstAppearance) {
     EXPECT_EQ(poolsOf(partitions({"A", "B", "A"})), "A:0,2 B:1 ");
     EXPECT_EQ(poolsOf(partitions({"A", "", "B", "", "B"})), "A:0 B:2,4 ");
     EXPECT_EQ(poolsOf(partitions({})), "");
-}
-
-TEST_F(Suul, NamesCompareOverTheWholeField) {
     EXPECT_EQ(poolsOf(partitions({"sixteen bytes: A", "sixteen bytes: B", "sixteen bytes: A", "sixteen"})),
               "sixteen bytes: A:0,2 sixteen bytes: B:1 sixteen:3 ");
 }
