@@ -1,14 +1,13 @@
 #include "LoopHelpers.h"
+#include "support/Faults.h"
 #include <array>
 #include <atomic>
-#include <csignal>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/time.h>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 using common::FdLoop;
 using common::FdLoopEvent;
@@ -16,8 +15,6 @@ using common::FdLoopEventHandler;
 using common::FdLoopTimer;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // Reads one byte from a pipe each time it is called.
 class PipeReader : public common::AbstractFdLoopEventHandler {
@@ -30,14 +27,14 @@ class PipeReader : public common::AbstractFdLoopEventHandler {
     void onFdLoopEvent(int fd) override {
         char byte = 0;
         EXPECT_EQ(1, read(fd, &byte, 1));
-        seen.push_back(byte);
-        if (onByte)
-            onByte();
+        seen += byte;
+        if (seen.size() == 2)
+            onSecondByte();
     }
 
     std::array<int, 2> ends{-1, -1};
-    std::vector<char> seen;
-    std::function<void()> onByte;
+    std::string seen;
+    std::function<void()> onSecondByte;
 };
 
 FdLoopEvent* sSignalled = nullptr;
@@ -53,14 +50,8 @@ TEST(FdLoop, InterruptBeforeRunIsNotLostAndIsTakenOnce) {
 TEST(FdLoop, InterruptFromSignalHandlerEndsWait) {
     StoppableLoop stoppable;
     sSignalled = &stoppable.event;
-    struct sigaction action {};
-    action.sa_handler = [](int) { sSignalled->interrupt(); };
-    struct sigaction before {};
-    sigaction(SIGALRM, &action, &before);
-    const itimerval soon{{0, 0}, {0, 50000}};
-    setitimer(ITIMER_REAL, &soon, nullptr);
+    const support::Interruptions alarm([](int) { sSignalled->interrupt(); });
     EXPECT_TRUE(stoppable.run());
-    sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST(FdLoop, EveryInterruptFromAnotherThreadArrivesAndNoneSpins) {
@@ -91,13 +82,10 @@ TEST(FdLoop, ReadableDescriptorReachesItsHandlerUntilUnregistered) {
     FdLoopEventHandler handler(&reader);
     ASSERT_TRUE(stoppable.loop.fdRegister(reader.ends[0], handler));
     EXPECT_FALSE(stoppable.loop.fdRegister(reader.ends[0], handler));
-    reader.onByte = [&] {
-        if (reader.seen.size() == 2)
-            stoppable.event.interrupt();
-    };
+    reader.onSecondByte = [&] { stoppable.event.interrupt(); };
     ASSERT_EQ(3, write(reader.ends[1], "abc", 3));
     EXPECT_TRUE(stoppable.run());
-    EXPECT_EQ((std::vector<char>{'a', 'b', 'c'}), reader.seen) << "what is due goes before the return";
+    EXPECT_EQ("abc", reader.seen) << "what is due goes before the return";
 
     ASSERT_EQ(1, write(reader.ends[1], "d", 1));
     stoppable.loop.fdUnregister(reader.ends[0]);
@@ -120,7 +108,7 @@ TEST(FdLoop, HandlerThatIsAlwaysDueCannotHoldUpAnInterrupt) {
     sender.join();
 }
 
-TEST(FdLoop, EndedDescriptorWithoutHandlerIsGivenUp) {
+TEST(FdLoop, EndedDescriptorIsGivenUpAndAnUnusableOneRefused) {
     StoppableLoop stoppable;
     std::array<int, 2> ends{};
     ASSERT_EQ(0, pipe(ends.data()));
@@ -130,13 +118,8 @@ TEST(FdLoop, EndedDescriptorWithoutHandlerIsGivenUp) {
     EXPECT_TRUE(stoppable.run());
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(50)));
     close(ends[0]);
-}
-
-TEST(FdLoop, UnusableDescriptorIsRefused) {
-    FdLoop loop;
-    FdLoopEventHandler breakOnly;
-    EXPECT_FALSE(loop.fdRegister(-1, breakOnly));
-    EXPECT_FALSE(loop.fdRegister(9999, breakOnly));
+    EXPECT_FALSE(stoppable.loop.fdRegister(-1, breakOnly));
+    EXPECT_FALSE(stoppable.loop.fdRegister(9999, breakOnly));
 }
 
 // The loop is used before and after the fork, in both processes; the child reports by its status.
@@ -178,32 +161,26 @@ TEST(FdLoop, WorksInTheChildOfAForkAndStillInTheParent) {
     EXPECT_EQ(3, ticks);
 }
 
-struct CancelledRun {
-    StoppableLoop* stoppable;
-    bool unwound = false;
-};
-
 // A thread that waits in run() ends at a cancellation, its stack unwound, and the loop is as good as before.
 TEST(FdLoop, CancellationUnwindsTheWaitOnly) {
+    static bool unwound;
+    unwound = false;
     StoppableLoop stoppable;
-    CancelledRun run{&stoppable};
     pthread_t thread{};
-    const auto body = [](void* arg) -> void* {
-        auto* const cancelled = static_cast<CancelledRun*>(arg);
+    const auto body = [](void* loop) -> void* {
         struct Unwind {
-            CancelledRun* run;
-            ~Unwind() { run->unwound = true; }
-        } const unwind{cancelled};
-        cancelled->stoppable->loop.run();
+            ~Unwind() { unwound = true; }
+        } const unwind;
+        static_cast<FdLoop*>(loop)->run();
         return nullptr;
     };
-    ASSERT_EQ(0, pthread_create(&thread, nullptr, body, &run));
+    ASSERT_EQ(0, pthread_create(&thread, nullptr, body, &stoppable.loop));
     usleep(50000);
     pthread_cancel(thread);
     void* result = nullptr;
     pthread_join(thread, &result);
     EXPECT_EQ(PTHREAD_CANCELED, result);
-    EXPECT_TRUE(run.unwound);
+    EXPECT_TRUE(unwound);
     stoppable.event.interrupt();
     EXPECT_TRUE(stoppable.run());
 }

@@ -1,4 +1,5 @@
 #include "vex/LinuxDaemon.h"
+#include "support/Faults.h"
 #include "support/TemporaryDirectory.h"
 #include "vex/FdLoop.h"
 #include <atomic>
@@ -7,13 +8,10 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -21,10 +19,7 @@
 
 namespace {
 
-std::string contents(const std::string& file) {
-    std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+const auto contents = support::TemporaryDirectory::read;
 
 // Runs its loop until terminated, and writes what it does into a file.
 class RecordingDaemon : public common::LinuxDaemon {
@@ -175,11 +170,7 @@ TEST_F(LinuxDaemon, UnwritablePidFileFailsTheStart) {
     EXPECT_EQ(1, start());
     EXPECT_EQ(0, access(pidFile.c_str(), F_OK)) << "not ours to remove";
     pidFile = directory.file("full.pid");
-    EXPECT_EQ(1, start([](RecordingDaemon&) {
-                  signal(SIGXFSZ, SIG_IGN);
-                  const rlimit none{0, 0};
-                  setrlimit(RLIMIT_FSIZE, &none);
-              }));
+    EXPECT_EQ(1, start([](RecordingDaemon&) { static const support::FullDisk disk; }));
     EXPECT_NE(0, access(pidFile.c_str(), F_OK));
     EXPECT_EQ("", contents(recordFile));
 }
