@@ -12,9 +12,7 @@
 #include "workers/Eventually.h"
 #include "workitems/DownloadRequest.h"
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
 
 // Bytes that depend on their offset, so that a splice shows; `seed` tells images apart.
@@ -25,9 +23,18 @@ inline std::string patternOf(size_t size, unsigned seed = 0) {
     return bytes;
 }
 
+// An answer that ends, in whatever way, behind so many bytes of its head and its body.
+inline lab::HttpScript cutAt(size_t headBytes, size_t bodyBytes, lab::HttpScript::End end) {
+    lab::HttpScript script;
+    script.headBytes = headBytes;
+    script.bodyBytes = bodyBytes;
+    script.end = end;
+    return script;
+}
+
 class DownloaderFixture {
   protected:
-    explicit DownloaderFixture(LogPriority level = LogDebug) : log(level) {
+    DownloaderFixture() {
         fragment.setFilename(directory.file("ContentPart-x"));
         fragment.setDownloadRange(1000, 1999); // 2000 bytes
         CurlSpy::get().takeOptions();
@@ -67,10 +74,7 @@ class DownloaderFixture {
         return testing::AssertionSuccess();
     }
 
-    std::string onDisk() const {
-        std::ifstream file(fragment.getFilename(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string onDisk() const { return directory.read(fragment.getFilename()); }
 
     const support::LogCapture log;
     const support::TemporaryDirectory directory;

@@ -41,19 +41,12 @@ HttpScript pageWith(int status, const std::string& headers = "") {
     });
 }
 
-HttpScript cutBody(size_t bytes, HttpScript::End end, bool withLength = true) {
-    return script([&](HttpScript& s) {
-        s.bodyBytes = bytes;
-        s.end = end;
-        s.withLength = withLength;
-    });
+HttpScript cutBody(size_t bytes, HttpScript::End end) {
+    return cutAt(HttpScript::Never, bytes, end);
 }
 
 HttpScript cutHead(size_t bytes, HttpScript::End end) {
-    return script([&](HttpScript& s) {
-        s.headBytes = bytes;
-        s.end = end;
-    });
+    return cutAt(bytes, HttpScript::Never, end);
 }
 
 std::vector<Row> rows() {
@@ -62,7 +55,11 @@ std::vector<Row> rows() {
     return {
         {"ByTheBook", {}, Complete, 0, wanted},
         {"ClosesMidBody", cutBody(700, HttpScript::Close), Transient, 18, part},
-        {"ClosesMidBodyWithoutLength", cutBody(700, HttpScript::Close, false), Complete, 0, part},
+        {"ClosesMidBodyWithoutLength", script([](HttpScript& s) {
+             s.bodyBytes = 700;
+             s.withLength = false;
+         }),
+         Complete, 0, part},
         {"ResetsMidBody", cutBody(700, HttpScript::Reset), Permanent, 56, part},
         {"StallsMidBody", cutBody(40, HttpScript::Stall), Transient, 28, imageBytes(1000, 40)},
         {"ClosesAtOnce", cutHead(0, HttpScript::Close), Permanent, 52, ""},
@@ -74,7 +71,6 @@ std::vector<Row> rows() {
          imageBytes(0, 100000)},
         {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
         {"Answers404WithAPage", pageWith(404), Complete, 0, Page},
-        {"Answers416WithAPage", pageWith(416), Complete, 0, Page},
         {"Answers503WithAPage", pageWith(503), Complete, 0, Page},
         {"RedirectsAndIsNotFollowed", pageWith(302, "Location: /elsewhere\r\n"), Complete, 0, Page},
         {"SendsAnUnknownEncoding",
@@ -142,7 +138,7 @@ TEST_F(DownloaderResumeTest, ImageSwappedBetweenTwoFetchesIsSplicedOnDisk) {
 
 TEST_F(DownloaderResumeTest, WholeImageWithoutARangeIsAppended) {
     FileFragment whole(directory.file("image.zemp"), 4);
-    std::ofstream(whole.getFilename()) << "abcd";
+    directory.write("image.zemp", "abcd");
     DownloadRequest request(server.url(), &whole);
     ASSERT_TRUE(isAnswered(request));
     EXPECT_EQ(server.requests()[0].range, "");
