@@ -66,6 +66,12 @@ int VexStreamLog::overflow(int c) {
     return c;
 }
 
+std::streamsize VexStreamLog::xsputn(const char* text, std::streamsize size) {
+    scoped_lock lock(mMutex);
+    mBuffer.append(text, static_cast<size_t>(size));
+    return size;
+}
+
 int VexStreamLog::sync() {
     scoped_lock lock(mMutex);
     if (mBuffer.empty())

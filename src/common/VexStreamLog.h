@@ -47,6 +47,7 @@ class VexStreamLog : public std::streambuf {
     // Emits what was collected if its priority is within the level, and forgets it. Always 0.
     int sync() override;
     int overflow(int c) override;
+    std::streamsize xsputn(const char* text, std::streamsize size) override; // a whole text under one lock
 
   private:
     const Type mType;
