@@ -151,7 +151,8 @@ void FaultServer::takeAnswers() {
     for (const ScriptedHttpServer::Answer& answer : mServer->takeAnswers()) {
         const std::chrono::duration<double> time = answer.end.time_since_epoch();
         mAnswered.push_back({time.count(), answer.request.path, answer.request.range, answer.status,
-                             answer.bytes, answer.script});
+                             answer.bytes, std::chrono::duration<double>(answer.end - answer.begin).count(),
+                             answer.script});
     }
 }
 

@@ -48,7 +48,12 @@ class Run {
     void runSteps() {
         mLab = std::make_unique<Lab>(mOptions, mDirectory);
         mResult.imageVersion = mLab->releaseVersion();
+        mResult.installedVersion = mLab->installedVersion();
+        mResult.configuredVersion = mLab->version().toString();
         mResult.imageBytes = mLab->image().size();
+        for (const updateplan::PlannedPart& part : mLab->plan().parts())
+            mResult.parts.push_back({part.name(), imagefile::versionText(part.version), part.part->offset,
+                                     part.part->size(), part.isNeeded});
         checkSense();
 
         mResult.step = LabResult::StartServices;

@@ -10,6 +10,15 @@
 
 namespace lab {
 
+// A software part of the image.
+struct LabPart {
+    std::string name;
+    std::string version;
+    uint64_t offset = 0;
+    uint64_t size = 0; // of header, body and padding
+    bool isNeeded = false;
+};
+
 struct LabResult {
     // How far it came. Each is also the step that failed, when one did.
     enum Step {
@@ -28,6 +37,9 @@ struct LabResult {
     bool isGood() const { return step == Done && failure.empty(); }
 
     std::string imageVersion;
+    std::string installedVersion;
+    std::string configuredVersion;
+    std::vector<LabPart> parts; // by offset
     uint64_t imageBytes = 0;
     std::vector<LabEvent> requests; // in the order in which they ended
     uint64_t fetchedBytes = 0;      // of all answers' bodies

@@ -216,7 +216,7 @@ ScriptedHttpServer::Answer ScriptedHttpServer::answer(int fd, const Request& req
     body.resize(headIsCut ? 0 : std::min(body.size() * script.bodyPercent / 100, script.bodyBytes));
     if (script.damage && !body.empty())
         body[body.size() / 2] = static_cast<char>(~body[body.size() / 2]);
-    Answer given{request, script.name, headIsCut ? 0 : status, 0, {}};
+    Answer given{request, script.name, headIsCut ? 0 : status, 0, std::chrono::system_clock::now(), {}};
     if (send(fd, head, 0, {}) == head.size()) {
         given.bytes = send(fd, body, script.dripBytes, script.dripPause);
         if (given.bytes == body.size())

@@ -55,6 +55,7 @@ class ScriptedHttpServer {
         std::string script; // its name
         int status = 0;     // 0: the status line was not sent whole
         uint64_t bytes = 0; // of the body, as sent
+        std::chrono::system_clock::time_point begin;
         std::chrono::system_clock::time_point end;
     };
 

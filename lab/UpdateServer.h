@@ -16,6 +16,7 @@ struct ServedRequest {
     std::string range; // "512-1023"; empty when the whole file was asked for
     int status = 0;
     uint64_t bytes = 0; // of the answer's body, as sent
+    double seconds = 0; // from its arrival to its end
     std::string fault;  // the misbehaviour that was asked for; empty: none
 
     // From a line of the log; empty when it is none.

@@ -28,7 +28,7 @@ events {
 }
 http {
     log_format lab escape=json '{"time":$msec,"path":"$uri","range":"$http_range","status":$status,'
-                               '"bytes":$body_bytes_sent}';
+                               '"bytes":$body_bytes_sent,"seconds":$request_time}';
     access_log /lab/web/access.log lab;
     default_type application/octet-stream;
     client_body_temp_path /lab/web/temp;
@@ -77,6 +77,7 @@ std::optional<ServedRequest> ServedRequest::parse(const std::string& line) {
     request.range = entry.value("range", "");
     request.status = entry.value("status", 0);
     request.bytes = entry.value("bytes", uint64_t{0});
+    request.seconds = entry.value("seconds", 0.0);
     const std::string unit = "bytes=";
     if (request.range.compare(0, unit.size(), unit) == 0)
         request.range.erase(0, unit.size());

@@ -3,15 +3,20 @@
 #include "lab/FaultServer.h"
 #include "lab/Init.h"
 #include "lab/LabRun.h"
+#include "lab/ReportPage.h"
+#include "lab/ReportRecorder.h"
 #include "lab/TemporaryDirectory.h"
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -59,13 +64,29 @@ class RunDirectory {
     std::unique_ptr<lab::TemporaryDirectory> mTemporary;
 };
 
-int run(const lab::LabOptions& options, const std::string& kept) {
+// A long run is not to be lost for a name that cannot be written.
+void checkReport(const std::string& filename) {
+    const fs::path directory = fs::absolute(filename).parent_path();
+    if (fs::is_directory(filename))
+        throw std::runtime_error("report '" + filename + "': it is a directory");
+    if (access(directory.c_str(), W_OK | X_OK) != 0)
+        throw std::runtime_error("report '" + filename + "': " + strerror(errno));
+}
+
+int run(const lab::LabOptions& options, const std::string& kept, const std::string& report) {
+    if (!report.empty())
+        checkReport(report);
     watchSignals();
     RunDirectory place(kept);
     const lab::WorkDirectory directory(place.path());
     lab::ConsoleView view(stdout, sStop);
-    const lab::LabResult result = lab::runLab(options, directory, view);
+    lab::ReportRecorder recorder(view);
+    const lab::LabResult result = lab::runLab(options, directory, recorder);
     view.showResult(result);
+    if (!report.empty()) {
+        lab::writeReport(report, lab::makeReport(result, recorder.events(), options.faults));
+        printf("Report in %s\n", report.c_str());
+    }
     if (sStop && !result.isGood()) { // whoever stops a run does not want its files
         fflush(stdout);
         fprintf(stderr, "fw_lab: stopped while %s\n", lab::getName(result.step));
@@ -114,6 +135,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     lab::LabOptions options;
     std::string kept;
+    std::string report;
     unsigned timeout = static_cast<unsigned>(options.timeout.count());
     CLI::App* const runCommand = app.add_subcommand("run", "Runs one whole update and checks the result");
     runCommand->add_option("--image", options.image, "Image to update to; default: a sample of five parts")
@@ -146,6 +168,10 @@ int main(int argc, char** argv) {
         ->check(checkFault);
     runCommand->footer(describeFaults());
     runCommand
+        ->add_option("--report", report,
+                     "Write an HTML page about the run: verdict, what was fetched when, timeline and log")
+        ->type_name("FILE.html");
+    runCommand
         ->add_option("--time-scale", options.timeScale, "Makes the daemon's timers so many times faster")
         ->check(CLI::Range(1.0, 10000.0))
         ->capture_default_str();
@@ -159,7 +185,7 @@ int main(int argc, char** argv) {
     }
     options.timeout = std::chrono::seconds(timeout);
     try {
-        return run(options, kept);
+        return run(options, kept, report);
     } catch (const std::exception& error) {
         fprintf(stderr, "fw_lab: %s\n", error.what());
         return Failed;

@@ -1,0 +1,130 @@
+// The HTML page about a lab run.
+#include "lab/ReportPage.h"
+#include "support/TemporaryDirectory.h"
+#include "system/LabFixtures.h"
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+const char* const Hostile = "<script>alert(\"x\")</script> & 'y' \x01\xC3\n";
+
+lab::LabEvent event(double time, lab::LabEvent::Kind kind, const std::string& text,
+                    const std::string& priority = "") {
+    lab::LabEvent result;
+    result.time = time;
+    result.kind = kind;
+    result.text = text;
+    result.priority = priority;
+    return result;
+}
+
+lab::LabEvent request(double time, const std::string& range, int status, uint64_t bytes,
+                      const std::string& fault) {
+    lab::LabEvent result = event(time, lab::LabEvent::Request, "root body");
+    result.request = {0, "/update.zemp", range, status, bytes, 0.5, fault};
+    return result;
+}
+
+// A run that failed, with hostile text wherever text comes from outside.
+lab::LabResult failedRun() {
+    lab::LabResult result;
+    result.step = lab::LabResult::Update;
+    result.failure = Hostile;
+    result.configuredVersion = "1.05-7";
+    result.imageBytes = 1000;
+    result.parts = {{"root", "1.02-3", 100, 400, true}, {Hostile, "1.02-3", 500, 500, false}};
+    result.requests = {request(1, "100-499", 206, 200, "close-mid-body"),
+                       request(2, "300-499", 206, 200, "")};
+    result.verdict.rows = {{Hostile, Hostile, false}};
+    result.verdict.faults = {Hostile};
+    return result;
+}
+
+std::vector<lab::LabEvent> someEvents() {
+    return {event(0, lab::LabEvent::Step, Hostile), event(0.5, lab::LabEvent::Signal, Hostile),
+            event(0.6, lab::LabEvent::Log, "Downloader::download() Download 100-499 to 'x'.", "LOG_INFO"),
+            event(2.5, lab::LabEvent::Log, Hostile, "LOG_WARNING"),
+            event(3, lab::LabEvent::Log, "no daemon's line")};
+}
+
+// The first place where elements do not nest, or quotes are open; empty: none.
+std::string findFlaw(const std::string& page) {
+    std::vector<std::string> open;
+    for (size_t at = page.find("<html"); (at = page.find('<', at)) != std::string::npos;) {
+        const size_t end = page.find('>', at);
+        const std::string tag = page.substr(at + 1, end - at - 1);
+        const std::string name = tag.substr(0, tag.find_first_of(" \n"));
+        if (end == std::string::npos || tag.find('<') != std::string::npos || name.empty())
+            return page.substr(at, 80);
+        if (std::count(tag.begin(), tag.end(), '"') % 2 != 0)
+            return page.substr(at, 80);
+        if (tag.front() == '/') {
+            if (open.empty() || "/" + open.back() != name)
+                return page.substr(at, 80);
+            open.pop_back();
+        } else if (tag.back() != '/') {
+            open.push_back(name);
+        }
+        at = end;
+    }
+    return open.empty() ? "" : "open: " + open.back();
+}
+
+size_t countOf(const std::string& page, const std::string& text) {
+    size_t count = 0;
+    for (size_t at = page.find(text); at != std::string::npos; at = page.find(text, at + 1))
+        ++count;
+    return count;
+}
+
+// Of the element with this id.
+std::string sectionOf(const std::string& page, const std::string& id, const std::string& end) {
+    const size_t start = page.find("id=\"" + id + "\"");
+    return start == std::string::npos ? "" : page.substr(start, page.find(end, start) - start);
+}
+
+TEST(LabReport, HasAllItsPartsInGoodForm) {
+    const std::string page = lab::makeReport(failedRun(), someEvents(), {"close-mid-body"});
+    EXPECT_EQ(findFlaw(page), "");
+    EXPECT_NE(sectionOf(page, "verdict", "</section>").find("Failed while updating"), std::string::npos);
+    const std::string strip = sectionOf(page, "strip", "</svg>");
+    EXPECT_EQ(countOf(strip, "class=\"needed\""), 1U);
+    EXPECT_EQ(countOf(strip, "class=\"unneeded\""), 1U);
+    // 200 bytes of 1000 on a drawing of 900 from 190.
+    EXPECT_NE(strip.find("class=\"wrong\" x=\"280.0\" y=\"60.0\" width=\"180.0\""), std::string::npos)
+        << strip;
+    EXPECT_NE(strip.find("class=\"fetched\" x=\"460.0\" y=\"78.0\" width=\"180.0\""), std::string::npos);
+    const std::string timeline = sectionOf(page, "timeline", "</svg>");
+    EXPECT_EQ(countOf(timeline, "class=\"action\""), 1U);
+    EXPECT_EQ(countOf(timeline, "class=\"signal\""), 1U);
+    EXPECT_EQ(countOf(sectionOf(page, "requests", "</table>"), "<tr>"), 3U);
+    const std::string log = sectionOf(page, "log", "</table>");
+    EXPECT_EQ(countOf(log, "<tr "), 3U);
+    for (const char* const level : {"\"6\"", "\"4\"", "\"3\""}) // the last for a line without one
+        EXPECT_EQ(countOf(log, std::string("data-level=") + level), 1U) << level;
+}
+
+TEST(LabReport, LetsNoTextThroughAndRefersToNothingOutside) {
+    const std::string page = lab::makeReport(failedRun(), someEvents(), {Hostile});
+    EXPECT_EQ(countOf(page, "<script"), 1U); // its own
+    EXPECT_NE(page.find("&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; &#39;y&#39; \\x01\\xC3\n"),
+              std::string::npos);
+    for (const char* const reference : {"src=", "href=", "url(", "@import", "<link", "fetch("})
+        EXPECT_EQ(countOf(page, reference), 0U) << reference;
+    EXPECT_EQ(findFlaw(lab::makeReport({}, {}, {})), ""); // a run that failed before anything happened
+}
+
+TEST(LabReport, IsWrittenWholeOrNotAtAll) {
+    const support::TemporaryDirectory directory;
+    lab::writeReport(directory.file("a.html"), "old");
+    lab::writeReport(directory.file("a.html"), "new");
+    EXPECT_EQ(readText(directory.file("a.html")), "new");
+    EXPECT_THROW(lab::writeReport(directory.file("none/a.html"), "x"), std::runtime_error);
+    std::filesystem::create_directories(directory.file("taken"));
+    EXPECT_THROW(lab::writeReport(directory.file("taken"), "x"), std::runtime_error);
+    EXPECT_FALSE(std::filesystem::exists(directory.file("taken.part")));
+}
+
+} // namespace
