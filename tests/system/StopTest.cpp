@@ -2,10 +2,14 @@
 // process with status 0 within 2 seconds, and the next start goes on where it was.
 //
 // FW_STOP_ROUNDS sets the number of rounds, FW_SOAK_SEED the first seed.
+#include "lab/Descriptor.h"
 #include "system/SoakTerminal.h"
 #include <csignal>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <sqlite3.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -84,6 +88,38 @@ TEST(Stop, EndsWellWheneverItComes) {
     std::cout << "soak: " << rounds << " stops from seed " << soakSeed() << ", " << points
               << " of them amid file operations, slowest " << terminal.slowestStop().count() << " ms, "
               << requests << " requests\n";
+}
+
+// Something around the daemon holds up a worker where it cannot be cancelled.
+
+TEST(Stop, IsNotHeldUpByALockedDatabase) {
+    SoakTerminal terminal;
+    terminal.lab().config()->setInstalledVersion("1.05 7"); // so that the flag is to be erased
+    terminal.lab().config()->set("cfg.fw_ready_for_install", "/data/fw/old");
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open((terminal.work().database() + "/config.db").c_str(), &database), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    terminal.start();
+    EXPECT_TRUE(eventually([&] { return terminal.hasLogged("No firmware update needed"); }));
+    std::this_thread::sleep_for(Milliseconds(100));
+    EXPECT_EQ(terminal.stop(SIGTERM), "");
+    sqlite3_close(database);
+}
+
+TEST(Stop, IsNotHeldUpByABusThatDoesNotAnswer) {
+    SoakTerminal terminal;
+    terminal.lab().bus()->stop();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = terminal.lab().bus()->directory() + "/" + lab::PrivateBus::SocketName;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const lab::Descriptor silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(silent.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(silent.get(), 10), 0);
+    terminal.start();
+    ASSERT_TRUE(eventually([&] { return terminal.takesSignals(); })) << terminal.log();
+    std::this_thread::sleep_for(Milliseconds(100));
+    EXPECT_EQ(terminal.stop(SIGTERM), "");
 }
 
 } // namespace
