@@ -39,7 +39,7 @@ std::string manifestOf(size_t comments, const std::string& comment = "# c\n") {
     return textOf(imageOf(text + KernelLine + RootLine, {"kernel", "root"}).build());
 }
 
-const size_t KernelAt = goodImage().offsetOf(2);
+const auto KernelAt = static_cast<size_t>(goodImage().offsetOf(2));
 
 const Fault Faults[] = {
     {"error main-header", "offset 8", [] { return flipped(12); }},
