@@ -232,7 +232,7 @@ bool CBusConnection::addFilter(const char* prefix) {
         return mImpl->fail(what, "not connected");
     if (!text.empty() && !isPrefix(text))
         return mImpl->fail(what, "not a prefix of signal names");
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error = {nullptr, nullptr, 0};
     const int result =
         sd_bus_call_method(mImpl->handle.bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                            "org.freedesktop.DBus", "AddMatch", &error, nullptr, "s", matchRule(text).c_str());
