@@ -54,7 +54,7 @@ class VexStreamLog : public std::streambuf {
     const char* const mIdent;
     LogPriority mPriority;  // guarded by mMutex
     std::string mBuffer;    // guarded by mMutex
-    pthread_mutex_t mMutex; // guards mBuffer and emission
+    pthread_mutex_t mMutex; // guards mPriority, mBuffer and emission
 
     static std::atomic<LogPriority> mLevel;
 };

@@ -34,8 +34,8 @@ class ZempParser {
     ZempParser& operator=(const ZempParser&) = delete;
 
     // Parses the first `size` bytes of a file; 0 means all of it, and bytes behind its end count as zero.
-    // `type` is a whole image, an image start or a content part. False when no part could be used, or the
-    // last part found used no bytes; parts found before stay in the result.
+    // `type` is a whole image, an image start or a content part. False when no part could be used or, in an
+    // image, the last part found used no bytes; parts found before stay in the result.
     bool parseFile(const std::string& filename, uint32_t size, FileFragment::FragmentType type);
 
     // The parts found, in file order: the main header first when the file has one.

@@ -85,6 +85,13 @@ TEST_F(InstalledSoftware, CurrentWhenAnyPartitionHoldsTheVersion) {
     for (const auto& row : rows)
         EXPECT_EQ(info.isCurrentContentPart(row.pool, row.major, row.minor, row.build), row.isCurrent)
             << row.pool << int{row.build};
+    EXPECT_EQ(logOf(LogWarning,
+                    [&] {
+                        info.isCurrentContentPart("", 1, 2, 3);
+                        info.isCurrentContentPart("kernel", 1, 2, 3);
+                    }),
+              "log(LOG_WARNING): SuuInfo::isDoisCurrentContentPartwnloadNeeded() Content part name is NULL!\n"
+              "log(LOG_WARNING): SuuInfo::isCurrentContentPart() Found a 'kernel'.\n");
 }
 
 TEST_F(InstalledSoftware, DownloadIsNeededUnlessAPartitionOfThePoolHoldsTheVersion) {
