@@ -40,7 +40,8 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
 
     void init() override {}
 
-    // Starts the workers and runs the loop; returns when it has been stopped and the workers have ended.
+    // Starts the workers and runs the loop; returns when it has been stopped and the workers have ended. When
+    // they take more than 1.5 s to end, the process ends here with status 0.
     void run() override;
 
     // Stops the loop, also one that has not begun. Safe from any thread.
@@ -90,7 +91,6 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     void handOutRecordedScan(FwAction::NextAction action);
     void deleteSupersededUpdate(const std::string& filename);
     bool hasUpdateHandler(const char* text) const;
-    bool failSuuInfo(const char* what, const char* method);
 
     // The installed software, null while it is not known.
     const SuuInfo* knownSuuInfo() const;

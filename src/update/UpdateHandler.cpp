@@ -118,7 +118,8 @@ void UpdateHandler::deleteScannedFile(const std::string& name, unsigned size,
         VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete ZempStart '" << name << "'.";
     else
         VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Delete ContentPart '" << name << "'.";
-    createFileDeleteRequest(name);
+    if (!isFileDeleteRequested(name)) // as an update image that is installed by now is
+        createFileDeleteRequest(name);
 }
 
 void UpdateHandler::requestParse(FileFragment* fragment) {

@@ -3,6 +3,7 @@
 
 #include "common/VexStreamLog.h"
 #include "main/ArgParser.h"
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -147,7 +148,11 @@ void UpdateRecords::recordFileScanRequest() {
 }
 
 void UpdateRecords::deleteFileScanRequest(FileScanRequest* request) {
-    if (request != nullptr && request == mScanRequest) {
+    if (request == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::deleteFileScanRequest() Scan request is NULL!";
+        return;
+    }
+    if (request == mScanRequest) {
         VEX_LOG(LogDebug) << "UpdateHandler::deleteFileScanRequest() Pointer match.";
         mScanRequest = nullptr;
     } else {
@@ -163,15 +168,27 @@ void UpdateRecords::createFileDeleteRequest(const std::string& filename) {
     mMasterQueue->add(mRequests.add(std::make_unique<FileDeleteRequest>(filename), mVersion));
 }
 
+bool UpdateRecords::isFileDeleteRequested(const std::string& filename) const {
+    const auto requests = mRequests.list<FileDeleteRequest>(WorkItemType::FileDeleteRequest);
+    return std::any_of(requests.begin(), requests.end(),
+                       [&](const FileDeleteRequest* request) { return request->getFilename() == filename; });
+}
+
 ParseFileRequest* UpdateRecords::createParseFileRequest(FileFragment* fragment) {
-    if (fragment == nullptr)
+    if (fragment == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::createParseFileRequest() FileFragment is NULL!";
         return nullptr;
+    }
     auto* request = mRequests.add(std::make_unique<ParseFileRequest>(fragment), mVersion);
     request->initializeZempParser();
     return request;
 }
 
 void UpdateRecords::deleteParseFileRequest(ParseFileRequest* request) {
+    if (request == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::deleteParseFileRequest() Parse request is NULL!";
+        return;
+    }
     if (!mRequests.remove(request))
         delete request;
     freeForgottenFragments();

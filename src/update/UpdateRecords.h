@@ -39,7 +39,8 @@ class UpdateRecords {
     std::string getVersion() const { return mVersion; }
 
     // True when this changed anything; empty arguments change nothing. A change marks everything that is out
-    // as stale, drops downloads that wait for the timer, and forgets which parts the manifest named.
+    // as stale and drops downloads that wait for the timer; another version also forgets which parts the
+    // manifest named.
     bool setVersionToDownload(const std::string& url, const std::string& version);
 
     ConfigDbStatusEvent::ConfigDbStatus getConfigDbStatus() const { return mConfigDbStatus; }
@@ -80,6 +81,9 @@ class UpdateRecords {
 
     // Queues a delete request to the master; an empty name does nothing.
     void createFileDeleteRequest(const std::string& filename);
+
+    // Whether a file is to be deleted already.
+    bool isFileDeleteRequested(const std::string& filename) const;
 
     // The caller queues it. Null without a fragment.
     ParseFileRequest* createParseFileRequest(FileFragment* fragment);

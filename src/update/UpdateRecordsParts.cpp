@@ -4,8 +4,10 @@
 #include <algorithm>
 
 bool UpdateRecords::addFileFragment(FileFragment* fragment) {
-    if (fragment == nullptr)
+    if (fragment == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::addFileFragment() FileFragment is NULL!";
         return false;
+    }
     const bool added = mFragments.emplace(fragment->getFilename(), fragment).second;
     VEX_LOG(LogDebug) << (added ? "UpdateHandler::addFileFragment() Add "
                                 : "UpdateHandler::addFileFragment() Map already contain ")
@@ -93,8 +95,10 @@ bool UpdateRecords::isZempHeaderValid() const {
 }
 
 void UpdateRecords::updateZempPart(ZempPart* part) {
-    if (part == nullptr)
+    if (part == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::updateZempPart() ZempPart is NULL!";
         return;
+    }
     const std::string key = part->getMapKey();
     const auto [entry, added] = mZempParts.emplace(key, part);
     if (added)
@@ -191,7 +195,11 @@ bool UpdateRecords::isPartReady(const ZempPart* part, bool fullBlob) const {
 }
 
 bool UpdateRecords::isPartOverSize(const ZempPart* part, bool fullBlob) const {
-    const FileFragment* fragment = part != nullptr ? getFileFragment(part->getFilename()) : nullptr;
+    if (part == nullptr) {
+        VEX_LOG(LogWarning) << "UpdateHandler::isPartOverSize() ZempPart is NULL!";
+        return false;
+    }
+    const FileFragment* fragment = getFileFragment(part->getFilename());
     if (fragment == nullptr)
         return false;
     unsigned int limit = FileFragment::ContentPartInitialSize;

@@ -47,7 +47,7 @@ class ConfigDbMonitor : public Thread,
     // Connects and arms the timer for the first status. False when there is no connection.
     [[nodiscard]] bool initialize();
 
-    // Tries for up to 104 s. False when bus or database cannot be reached.
+    // Tries for up to 103 s. False when bus or database cannot be reached.
     [[nodiscard]] bool connect();
     void disconnect();
 

@@ -57,7 +57,10 @@ TEST_F(Records, DirectoryIsMadeWithItsOddMode) {
     ASSERT_TRUE(handler.initDirName());
     struct stat status = {};
     ASSERT_EQ(stat((directory.path() + "/fw").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0007u, 0u) << "0x770 is octal 3560: nothing for others";
+    const mode_t mask = umask(022);
+    umask(mask);
+    EXPECT_EQ(status.st_mode & 01777u, 01560u & ~mask)
+        << "0x770 is octal 3560; the set-id bits are the parent's";
     EXPECT_TRUE(S_ISDIR(status.st_mode));
     EXPECT_TRUE(handler.initDirName());
 }
@@ -85,6 +88,35 @@ TEST_F(Records, OneScanAtATime) {
     EXPECT_EQ(handler.createFileScanRequest(), nullptr) << "the stored one stays";
     handler.deleteFileScanRequest(scan);
     EXPECT_NE(handler.createFileScanRequest(), nullptr);
+}
+
+TEST_F(Records, ScanThatFindsAnotherSizeParsesAgainAndKeepsTheRecordedSize) {
+    const FileFragment* fragment = addFragment("ContentPart-x", 600);
+    handler.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware);
+    for (const unsigned size : {600u, 700u}) {
+        FileScanRequest* scan = handler.createFileScanRequest();
+        scan->addFile(fragment->getFilename(), size);
+        scan->setFileScanStatus(FileScanRequest::ScanIsDone);
+        handler.onScanResult(scan);
+        EXPECT_EQ(queue.size(), size == 600 ? 0 : 1);
+        EXPECT_EQ(fragment->getFileSize(), 600u);
+    }
+    EXPECT_EQ(queue.remove()->getWorkItemType(), WorkItemType::ParseFileRequest);
+}
+
+TEST_F(Records, DeleteIsAskedForOnceAndForgetsTheFragmentEvenWhenItFails) {
+    const std::string name = addFragment("ContentPart-x", 600)->getFilename();
+    handler.createFileDeleteRequest(name);
+    FileScanRequest* scan = handler.createFileScanRequest(); // no update is needed
+    scan->addFile(name, 600);
+    scan->setFileScanStatus(FileScanRequest::ScanIsDone);
+    handler.onScanResult(scan);
+    ASSERT_EQ(queue.size(), 1);
+    auto* request = static_cast<FileDeleteRequest*>(queue.remove());
+    request->setFileDeleteStatus(FileDeleteRequest::FileDeleteFailed);
+    handler.onFileDeleteResult(request);
+    EXPECT_EQ(handler.getFileFragment(name), nullptr);
+    EXPECT_FALSE(handler.isFileDeleteRequested(name));
 }
 
 TEST_F(Records, OnlyTransientFailuresAreRestartedAndOnlyOnce) {

@@ -115,7 +115,7 @@ class ConfigDbMonitorTest : public testing::Test {
     support::TestPlatform platform;
     const support::ScopedEnvironment scale;
     lab::BusObserver observer;
-    const std::string imageName = platform.directory().file("update-2.03-B17");
+    const std::string imageName = platform.directory().file("update-2.03-B17.image");
     wqueue<FwWorkItem*> in;
     wqueue<FwWorkItem*> out;
     std::unique_ptr<ConfigDbMonitor> monitor;
@@ -280,7 +280,7 @@ TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdat
     set(configured(Current));
     start();
     takeStatus();
-    SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17");
+    SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17.image");
     const auto status = [&] {
         in.add(&request);
         EXPECT_TRUE(eventually([&] { return out.size() > 0; }));
@@ -369,6 +369,7 @@ TEST_F(ConfigDbMonitorTest, UnconnectedCallsYieldNothing) {
     EXPECT_FALSE(idle.delReadyForFirmwareInstall());
     idle.onCBusSignal(nullptr, nullptr, 0);
     idle.onWorkItem(nullptr);
+    EXPECT_EQ(log.count("LOG_DEBUG Downloader::onWorkItem() Work item is NULL!"), 1U);
     idle.onIsUpdateNeededRequest(nullptr);
     idle.onSetReadyForUpdateRequest(nullptr);
     EXPECT_EQ(out.size(), 0);
