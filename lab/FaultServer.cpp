@@ -108,6 +108,7 @@ Fault Fault::parse(const std::string& text) {
 
 std::vector<Fault> Fault::parseAll(const std::vector<std::string>& texts) {
     std::vector<Fault> faults;
+    faults.reserve(texts.size());
     for (const std::string& text : texts)
         faults.push_back(parse(text));
     return faults;

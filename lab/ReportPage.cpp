@@ -183,8 +183,9 @@ std::string logSection(const std::vector<LabEvent>& events) {
         if (event.kind != LabEvent::Log)
             continue;
         const std::string level = std::to_string(levelOf(event.priority));
-        html += "<tr class=\"l" + level + "\" data-level=\"" + level + "\">" +
-                cell(timeText(event.time), "n") + cell(event.priority) + cell(event.text) + "</tr>\n";
+        html.append("<tr class=\"l").append(level).append("\" data-level=\"").append(level).append("\">");
+        html.append(cell(timeText(event.time), "n")).append(cell(event.priority)).append(cell(event.text));
+        html.append("</tr>\n");
     }
     return html + "</tbody>\n</table>\n</section>\n";
 }

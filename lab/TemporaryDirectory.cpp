@@ -24,7 +24,7 @@ TemporaryDirectory::~TemporaryDirectory() {
 }
 
 std::string TemporaryDirectory::write(const std::string& name, const std::string& content) const {
-    const std::string path = file(name);
+    std::string path = file(name);
     std::filesystem::remove(path);
     std::ofstream stream(path, std::ios::binary);
     if (!(stream << content << std::flush))

@@ -242,7 +242,7 @@ DownloadRequest* UpdateRecords::nameAndRequest(const std::string& url,
         deleteDownloadRequest(request);
         return nullptr;
     }
-    fragment.release();
+    static_cast<void>(fragment.release());
     return request;
 }
 

@@ -67,9 +67,9 @@ size_t HttpSource::onBody(const char* data, size_t size, size_t count, void* use
 size_t HttpSource::onHeader(const char* data, size_t size, size_t count, void* userdata) {
     auto& answer = *static_cast<Answer*>(userdata);
     const std::string line(data, size * count);
-    constexpr char Name[] = "Content-Range:";
-    if (strncasecmp(line.c_str(), Name, sizeof Name - 1) == 0)
-        answer.hasRange = sscanf(line.c_str() + sizeof Name - 1, " bytes %llu-%llu/%llu", &answer.first,
+    constexpr char name[] = "Content-Range:";
+    if (strncasecmp(line.c_str(), name, sizeof name - 1) == 0)
+        answer.hasRange = sscanf(line.c_str() + sizeof name - 1, " bytes %llu-%llu/%llu", &answer.first,
                                  &answer.last, &answer.total) == 3;
     return size * count;
 }

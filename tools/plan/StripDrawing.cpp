@@ -277,7 +277,8 @@ class Drawing {
         const double width = Span / static_cast<double>(columns);
         for (size_t i = 0; i < count; ++i) {
             const Request& request = mPlan.requests[i];
-            const double left = Margin + static_cast<double>(i / rows) * width;
+            const size_t column = i / rows;
+            const double left = Margin + static_cast<double>(column) * width;
             const double baseline = mY + static_cast<double>(i % rows) * TableRow + 14;
             drawMarker(left + 10, baseline - 4, i);
             text(left + 28, baseline, request.range, " font-size=\"11\"");

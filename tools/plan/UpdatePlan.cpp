@@ -86,8 +86,8 @@ uint64_t UpdatePlan::fetchedBytes() const {
 }
 
 uint64_t UpdatePlan::temporaryBytes() const {
-    constexpr uint64_t Head = ZempFormat::MagicSize + ZempFormat::HeaderSize;
-    return updateImageBytes > Head ? updateImageBytes - Head : 0;
+    constexpr uint64_t head = ZempFormat::MagicSize + ZempFormat::HeaderSize;
+    return updateImageBytes > head ? updateImageBytes - head : 0;
 }
 
 uint64_t getMaximumStartBytes() {

@@ -14,7 +14,7 @@ namespace {
 
 // What is fetched of a part on a web server, and the longest text there that is fetched to be checked.
 constexpr uint64_t HeadBytes = 512;
-constexpr uint64_t MaximumTextBytes = 1024 * 1024;
+constexpr uint64_t MaximumTextBytes = uint64_t{1024} * 1024;
 
 uint32_t clamp32(uint64_t size) {
     return static_cast<uint32_t>(std::min<uint64_t>(size, std::numeric_limits<uint32_t>::max()));
