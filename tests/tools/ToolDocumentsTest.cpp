@@ -41,9 +41,11 @@ std::set<std::string> find(const std::string& text, const std::string& pattern) 
 TEST(ToolDocuments, ManualPagesRenderWithoutWarnings) {
     if (outputOf("command -v groff").status != 0)
         GTEST_SKIP() << "no groff";
-    for (const auto& page : std::filesystem::directory_iterator(Root + "/docs/man")) {
-        const std::string file = page.path().string();
-        EXPECT_EQ(outputOf("groff -man -ww -z '" + file + "'").text, "") << file;
+    for (const char* const directory : {"/docs/man", "/packaging/man"}) {
+        for (const auto& page : std::filesystem::directory_iterator(Root + directory)) {
+            const std::string file = page.path().string();
+            EXPECT_EQ(outputOf("groff -man -ww -z '" + file + "'").text, "") << file;
+        }
     }
 }
 

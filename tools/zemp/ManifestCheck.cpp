@@ -1,6 +1,7 @@
 // The manifest's lines as the daemon reads them, against what is written there and what the image has.
 #include "image/SuumBlob.h"
 #include "image/ZempParser.h"
+#include "installed/SuuInfo.h"
 #include "zemp/ImageCheck.h"
 #include <algorithm>
 #include <cstdlib>
@@ -22,7 +23,6 @@ constexpr const char* ColumnNames[Columns] = {"content index", "pool",     "part
                                               "file system",   "platform", "version",        "valid"};
 constexpr const char* OtherPlatform = "4812";
 constexpr const char* OtherPlatformKernel = "kernel4812";
-constexpr const char* OurPlatform = "4813";
 
 // A line that the daemon takes as an element.
 struct ElementLine {
@@ -194,7 +194,7 @@ class ManifestCheck {
                     std::string("the column '") + ColumnNames[i] + "' begins or ends with a blank",
                     "blanks count: the name is another one", "take it out");
         const std::string platform = element.getPlatform();
-        if (platform != "-" && platform != OurPlatform && platform != OtherPlatform)
+        if (platform != "-" && platform != SuuInfo::sThePlatform && platform != OtherPlatform)
             add(false, "platform", line, "the platform is '" + platform + "'",
                 "no terminal that this daemon runs on has it: nobody installs the part",
                 "write 4813, 4812, or '-' for all");
