@@ -88,7 +88,7 @@ void Lab::startServices() {
         mWebServer = std::make_unique<WebServer>(mTerminal, mDirectory, sImagePath, mOptions.speed);
     else
         mWebServer = std::make_unique<FaultServer>(
-            std::string(reinterpret_cast<const char*>(mImage->data()), mImage->size()),
+            std::string(reinterpret_cast<const char*>(mImage->data()), static_cast<size_t>(mImage->size())),
             Fault::parseAll(mOptions.faults), mOptions.speed);
     mConfig = std::make_unique<ConfigStore>(mDirectory.database() + "/config.db");
     mConfig->setInstalledVersion(mInstalledVersion);
