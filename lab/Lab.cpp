@@ -3,11 +3,14 @@
 #include "lab/FaultServer.h"
 #include "lab/SampleImage.h"
 #include "lab/WebServer.h"
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace lab {
 
@@ -29,6 +32,14 @@ uint64_t lengthOf(const std::string& range) {
         return 0;
     return std::strtoull(range.c_str() + dash + 1, nullptr, 10) - std::strtoull(range.c_str(), nullptr, 10) +
            1;
+}
+
+// An input that is missing is named by its own name; one that is a pipe or a device would block.
+void checkFile(const std::string& name) {
+    if (access(name.c_str(), R_OK) != 0)
+        throw std::runtime_error("'" + name + "': " + strerror(errno));
+    if (!fs::is_regular_file(name))
+        throw std::runtime_error("'" + name + "': not a regular file");
 }
 
 std::string numberText(double number) {
@@ -55,6 +66,7 @@ void Lab::prepareImage() {
         mImageFile = mDirectory.file("sample.zemp");
         writeSampleImage(mImageFile);
     }
+    checkFile(mImageFile);
     mImageFile = fs::absolute(mImageFile);
     mImage = std::make_unique<imagefile::ImageReader>(mImageFile);
     if (mImage->release() == nullptr)
@@ -64,9 +76,11 @@ void Lab::prepareImage() {
 
 void Lab::prepareRecord() {
     mRecordFile = mDirectory.temporary() + "/hostcfg.backup";
-    if (!mOptions.installed.empty())
+    if (!mOptions.installed.empty()) {
+        checkFile(mOptions.installed);
+        updateplan::installedVersion(mOptions.installed); // where it fails, it names the user's file
         fs::copy_file(mOptions.installed, mRecordFile, fs::copy_options::overwrite_existing);
-    else if (mOptions.image.empty())
+    } else if (mOptions.image.empty())
         writeSampleRecord(mRecordFile);
     else
         writeEmptyRecord(mRecordFile);

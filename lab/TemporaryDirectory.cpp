@@ -1,6 +1,8 @@
 #include "lab/TemporaryDirectory.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,9 +13,12 @@
 namespace lab {
 
 TemporaryDirectory::TemporaryDirectory(const std::string& prefix) : mOwner(getpid()) {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/" + prefix + ".XXXXXX";
+    const char* const place = getenv("TMPDIR");
+    std::string pattern =
+        std::string(place != nullptr && *place != '\0' ? place : "/tmp") + "/" + prefix + ".XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("no temporary directory " + pattern);
+        throw std::runtime_error("cannot make a temporary directory '" + pattern + "': " + strerror(errno));
+    pattern = std::filesystem::absolute(pattern);
     mPath = pattern;
 }
 

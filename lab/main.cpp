@@ -1,4 +1,5 @@
 // fw_lab: a terminal on the desk.
+#include "cli/CommandLine.h"
 #include "lab/ConsoleView.h"
 #include "lab/FaultServer.h"
 #include "lab/Init.h"
@@ -6,13 +7,13 @@
 #include "lab/ReportPage.h"
 #include "lab/ReportRecorder.h"
 #include "lab/TemporaryDirectory.h"
-#include <CLI/CLI.hpp>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -66,11 +67,27 @@ class RunDirectory {
 
 // A long run is not to be lost for a name that cannot be written.
 void checkReport(const std::string& filename) {
-    const fs::path directory = fs::absolute(filename).parent_path();
-    if (fs::is_directory(filename))
-        throw std::runtime_error("report '" + filename + "': it is a directory");
-    if (access(directory.c_str(), W_OK | X_OK) != 0)
+    std::error_code error;
+    const fs::path file = fs::absolute(filename);
+    if (fs::exists(file, error) && !fs::is_regular_file(file, error))
+        throw std::runtime_error("report '" + filename + "': it is not a regular file");
+    if (access(file.parent_path().c_str(), W_OK | X_OK) != 0)
         throw std::runtime_error("report '" + filename + "': " + strerror(errno));
+}
+
+// What a run that came to no good end leaves, and the exit status.
+int finishFailed(const lab::LabResult& result, RunDirectory& place) {
+    fflush(stdout);
+    if (sStop) { // whoever stops a run does not want its files
+        fprintf(stderr, "fw_lab: stopped while %s\n", lab::getName(result.step));
+        return Interrupted;
+    }
+    fprintf(stderr, "fw_lab: failed while %s: %s\n", lab::getName(result.step), result.failure.c_str());
+    if (!result.daemonLog.empty()) {
+        place.keep();
+        fprintf(stderr, "fw_lab: the daemon's log is %s\n", result.daemonLog.c_str());
+    }
+    return Failed;
 }
 
 int run(const lab::LabOptions& options, const std::string& kept, const std::string& report) {
@@ -87,21 +104,12 @@ int run(const lab::LabOptions& options, const std::string& kept, const std::stri
         lab::writeReport(report, lab::makeReport(result, recorder.events(), options.faults));
         printf("Report in %s\n", report.c_str());
     }
-    if (sStop && !result.isGood()) { // whoever stops a run does not want its files
-        fflush(stdout);
-        fprintf(stderr, "fw_lab: stopped while %s\n", lab::getName(result.step));
-        return Interrupted;
-    }
-    if (!result.isGood()) {
-        place.keep();
-        fflush(stdout);
-        fprintf(stderr, "fw_lab: failed while %s: %s\n", lab::getName(result.step), result.failure.c_str());
-        if (!result.daemonLog.empty())
-            fprintf(stderr, "fw_lab: the daemon's log is %s\n", result.daemonLog.c_str());
-        return Failed;
-    }
+    if (!result.isGood())
+        return finishFailed(result, place);
     if (place.isKept())
         printf("Everything is kept in %s\n", place.path().c_str());
+    if (fflush(stdout) != 0 || ferror(stdout) != 0)
+        throw std::runtime_error("cannot write to standard output");
     return Good;
 }
 
@@ -122,6 +130,86 @@ std::string describeFaults() {
     return text + "Example: fw_lab run --fault none=2 --fault reset-mid-body --fault not-found=3";
 }
 
+constexpr const char* sExamples =
+    "Examples:\n"
+    "  fw_lab run                                     update a sample image\n"
+    "  fw_lab run --image release.zemp --installed record --report run.html\n"
+    "                                                 an own image on an own terminal, with a page about it\n"
+    "  fw_lab run --fault none=2 --fault not-found    the third request gets status 404\n"
+    "Exit status: 0 the update came through and is right, 1 it did not, 2 wrong use. See fw_lab(1).";
+
+// The options of a run.
+struct RunOptions {
+    lab::LabOptions lab;
+    std::string kept;
+    std::string report;
+    unsigned timeout = static_cast<unsigned>(lab.timeout.count());
+};
+
+// Refuses what CLI::Range lets through: that which is no number.
+std::string checkTimeScale(const std::string& text) {
+    return strtod(text.c_str(), nullptr) >= 1 ? "" : "it is less than 1";
+}
+
+void addFileOptions(CLI::App& run, RunOptions& options) {
+    run.add_option("--image", options.lab.image, "Image to update to; default: a sample of five parts")
+        ->check(cli::refuseEmpty)
+        ->type_name("IMAGE");
+    run.add_option("--installed", options.lab.installed,
+                   "Host configuration record of the terminal; default: the sample's, or for an image of "
+                   "your own that nothing is installed")
+        ->check(cli::refuseEmpty)
+        ->type_name("RECORD");
+    run.add_option("--keep", options.kept, "Keep all files of the run in this new or empty directory")
+        ->check(cli::refuseEmpty)
+        ->type_name("DIRECTORY");
+    run.add_option("--report", options.report,
+                   "Write an HTML page about the run: verdict, what was fetched when, timeline and log")
+        ->check(cli::refuseEmpty)
+        ->type_name("FILE.html");
+}
+
+void addRunOptions(CLI::App& run, RunOptions& options) {
+    addFileOptions(run, options);
+    run.add_option("--version", options.lab.version,
+                   "Version to configure, like 1.05-7; default: the image's release")
+        ->check(cli::refuseEmpty)
+        ->type_name("VERSION");
+    run.add_option("--verbosity", options.lab.verbosity,
+                   "Level of the daemon's log; below 7 the daemon limits its downloads to 25000 bytes per "
+                   "second, which its HTTP library keeps only roughly on the loopback interface")
+        ->check(CLI::Range(0, 7))
+        ->type_name("LEVEL")
+        ->capture_default_str();
+    run.add_option("--speed", options.lab.speed, "Bytes per second that the web server sends; 0: no limit")
+        ->type_name("BYTES")
+        ->capture_default_str();
+    run.add_option("--fault", options.lab.faults,
+                   "The web server misbehaves so on its next COUNT requests (default 1); may be given again "
+                   "and again, see the list below")
+        ->type_name("NAME[=COUNT]")
+        ->expected(1)
+        ->take_all()
+        ->check(checkFault);
+    run.add_option("--time-scale", options.lab.timeScale, "Makes the daemon's timers so many times faster")
+        ->check(CLI::Range(1.0, 10000.0))
+        ->check(checkTimeScale)
+        ->type_name("FACTOR")
+        ->capture_default_str();
+    run.add_option("--timeout", options.timeout, "Time limit for the update, in seconds")
+        ->check(CLI::Range(1U, 1000000U))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    run.footer(describeFaults());
+}
+
+// A file that is opened later must not get the number of a standard stream that the caller has closed.
+void occupyStandardStreams() {
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
+        if (fcntl(number, F_GETFD) < 0 && open("/dev/null", O_RDONLY) < 0)
+            return;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -129,64 +217,28 @@ int main(int argc, char** argv) {
     if (argc > 3 && std::string(argv[1]) == "init")
         return lab::runInit(argv + 3, atoi(argv[2]));
 
+    occupyStandardStreams();
     CLI::App app("A terminal on the desk: runs fw_download against a web server, a message bus and a "
                  "configuration of its own.",
                  "fw_lab");
+    app.set_version_flag("--version", "fw_lab " FW_LAB_VERSION);
     app.require_subcommand(1);
-    lab::LabOptions options;
-    std::string kept;
-    std::string report;
-    unsigned timeout = static_cast<unsigned>(options.timeout.count());
-    CLI::App* const runCommand = app.add_subcommand("run", "Runs one whole update and checks the result");
-    runCommand->add_option("--image", options.image, "Image to update to; default: a sample of five parts")
-        ->check(CLI::ExistingFile);
-    runCommand
-        ->add_option("--installed", options.installed,
-                     "Host configuration record of the terminal; default: the sample's, or for an image of "
-                     "your own that nothing is installed")
-        ->check(CLI::ExistingFile);
-    runCommand->add_option("--version", options.version,
-                           "Version to configure, like 1.05-7; default: the image's release");
-    runCommand->add_option("--keep", kept, "Keep all files of the run in this new or empty directory");
-    runCommand
-        ->add_option("--verbosity", options.verbosity,
-                     "Level of the daemon's log; below 7 the daemon limits its downloads to 25000 bytes per "
-                     "second, which its HTTP library keeps only roughly on the loopback interface")
-        ->check(CLI::Range(0, 7))
-        ->capture_default_str();
-    runCommand
-        ->add_option("--speed", options.speed, "Bytes per second that the web server sends; 0: no limit")
-        ->capture_default_str();
-    runCommand
-        ->add_option(
-            "--fault", options.faults,
-            "The web server misbehaves so on its next COUNT requests (default 1); may be given again "
-            "and again, see the list below")
-        ->type_name("NAME[=COUNT]")
-        ->expected(1)
-        ->take_all()
-        ->check(checkFault);
-    runCommand->footer(describeFaults());
-    runCommand
-        ->add_option("--report", report,
-                     "Write an HTML page about the run: verdict, what was fetched when, timeline and log")
-        ->type_name("FILE.html");
-    runCommand
-        ->add_option("--time-scale", options.timeScale, "Makes the daemon's timers so many times faster")
-        ->check(CLI::Range(1.0, 10000.0))
-        ->capture_default_str();
-    runCommand->add_option("--timeout", timeout, "Time limit for the update, in seconds")
-        ->check(CLI::Range(1U, 1000000U))
-        ->capture_default_str();
+    app.footer(sExamples);
+    RunOptions options;
+    addRunOptions(*app.add_subcommand("run", "Runs one whole update and checks the result"), options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? Good : WrongUse;
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        fprintf(stderr, "fw_lab: %s\n", cli::complaintOf(app, error).c_str());
+        return WrongUse;
     }
-    options.timeout = std::chrono::seconds(timeout);
+    options.lab.timeout = std::chrono::seconds(options.timeout);
     try {
-        return run(options, kept, report);
+        return run(options.lab, options.kept, options.report);
     } catch (const std::exception& error) {
+        fflush(stdout);
         fprintf(stderr, "fw_lab: %s\n", error.what());
         return Failed;
     }

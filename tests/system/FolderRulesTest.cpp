@@ -39,7 +39,7 @@ const Room Rooms[] = {
     {"tools/plan",
      {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
     {"tools", {"vex", "common", "image", "installed", Fragment}},
-    {"lab", {"vex", "hostconfig", "imagefile", "updateplan"}},
+    {"lab", {"vex", "cli", "hostconfig", "imagefile", "updateplan"}},
 };
 
 const fs::path Root = FW_SOURCE_DIR;

@@ -56,6 +56,9 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
          {"", "build", "list", "extract", "check", "plan", "hostcfg", "hostcfg build", "hostcfg show"}},
         {VEXCTL_PROGRAM,
          {"", "config", "config get", "config set", "signal", "signal send", "signal listen"}},
+#ifdef FW_LAB_PROGRAM
+        {FW_LAB_PROGRAM, {"", "run"}},
+#endif
     };
     for (const auto& [program, commands] : programs) {
         const std::string path = program;
@@ -65,7 +68,7 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
         for (const char* const command : commands) {
             const Output help = outputOf(path + " " + command + " --help");
             ASSERT_EQ(help.status, 0) << help.text;
-            std::set<std::string> words = find(help.text, "(--[a-z]+)");
+            std::set<std::string> words = find(help.text, "(--[a-z-]+)");
             const size_t list = help.text.find("Subcommands:");
             if (list != std::string::npos)
                 words.merge(
@@ -76,6 +79,9 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
                 EXPECT_NE(completion.find(word), std::string::npos)
                     << "completion of " << name << ": " << word;
             }
+            const size_t faults = std::min(help.text.find("\nFaults"), help.text.size());
+            for (const std::string& fault : find(help.text.substr(faults), "\n  ([a-z-]+) "))
+                EXPECT_NE(page.find("\n.B " + fault + "\n"), std::string::npos) << name << ".1: " << fault;
         }
     }
 }

@@ -81,8 +81,9 @@ TEST_F(Vexctl, SetsGetsListsAndErases) {
 TEST_F(Vexctl, WrongUseIsTwoAndChangesNothing) {
     for (const char* const arguments :
          {"", "config", "config set", "config set a 1 b", "config erase", "config get", "config get a b",
-          "config bogus", "signal", "signal send", "signal send a 123", "signal send a 0g",
-          "signal listen --count 0", "signal listen --count x", "signal listen --timeout 0"}) {
+          "config bogus", "signal", "signal send", "signal send a 123", "signal send a 0g", "config get ''",
+          "config set '' 1", "signal listen --count 0", "signal listen --count x",
+          "signal listen --timeout 0"}) {
         const Result result = run(arguments);
         EXPECT_EQ(2, result.status) << arguments;
         EXPECT_TRUE(complains(result, "")) << arguments << ": " << result.error;

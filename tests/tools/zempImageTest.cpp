@@ -173,12 +173,20 @@ TEST_F(ZempImage, MistakesInDescriptionsAreLocated) {
 }
 
 TEST_F(ZempImage, WrongUseAndBadFiles) {
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {}, {"frobnicate"}, {"build", "x.toml"}, {"list"}, {"list", "a", "b"}, {"hostcfg"}}) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"frobnicate"},
+                                               {"build", "x.toml"},
+                                               {"list"},
+                                               {"list", "a", "b"},
+                                               {"list", ""},
+                                               {"hostcfg"}}) {
         EXPECT_EQ(zemp(arguments), 2);
         EXPECT_EQ(out, "");
         EXPECT_NE(err, "");
     }
+    EXPECT_EQ(zemp({"hostcfg", "frobnicate"}), 2);
+    EXPECT_EQ(err, "zemp: there is no command or option 'frobnicate' (see zemp --help)\n");
     EXPECT_EQ(zemp({"--help"}), 0);
     EXPECT_EQ(zemp({"hostcfg", "build", "--help"}), 0);
 
@@ -214,7 +222,7 @@ TEST_F(ZempImage, OutputIsReplacedWholeOrNotAtAll) {
     const int status = zemp({"build", "@s.toml", "-o", "@old.zemp"});
     setrlimit(RLIMIT_FSIZE, &saved);
     EXPECT_EQ(status, 1);
-    EXPECT_EQ(err, "zemp: cannot write 'old.zemp'\n");
+    EXPECT_EQ(err, "zemp: cannot write 'old.zemp': File too large\n");
     EXPECT_EQ(ScratchDir::read(scratch.file("old.zemp")), "old");
 
     ASSERT_EQ(symlink("old.zemp", scratch.file("link.zemp").c_str()), 0);

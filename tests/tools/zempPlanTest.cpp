@@ -113,6 +113,7 @@ TEST_F(ZempPlan, RefusesWhatIsNoImageOrNoRecord) {
         EXPECT_EQ(out, "");
     }
     EXPECT_EQ(zemp({"plan", "@i.zemp"}), 2);
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", ""}), 2); // not a terminal that has nothing
     EXPECT_EQ(files(), "empty i.zemp long record text");
 }
 

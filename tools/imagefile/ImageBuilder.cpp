@@ -2,7 +2,9 @@
 
 #include "image/zemp_validate.h"
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -266,9 +268,11 @@ void ImageBuilder::write(const std::string& filename, const Progress& progress) 
         if (progress)
             progress(std::min(done, total), total);
     };
+    const auto failToWrite = [&] { fail("cannot write '" + filename + "': " + strerror(errno)); };
     const Bytes start = emitParts(
         [&](const uint8_t* data, size_t count) {
-            file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(count));
+            if (!file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(count)))
+                failToWrite();
             advance(data, count);
         },
         advance);
@@ -276,7 +280,7 @@ void ImageBuilder::write(const std::string& filename, const Progress& progress) 
     file.write(reinterpret_cast<const char*>(start.data()), static_cast<std::streamsize>(start.size()));
     file.close();
     if (!file)
-        fail("cannot write '" + filename + "'");
+        failToWrite();
 }
 
 } // namespace imagefile

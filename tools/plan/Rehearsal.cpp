@@ -22,6 +22,9 @@ namespace {
 // Bytes of a part that are fetched from a web server to look at it: what the daemon's first request brings.
 constexpr uint64_t HeadBytes = uint64_t{FileFragment::ContentPartInitialSize} + 1;
 
+// For the image's start and an update image of headers, each at most 128 KiB and a release text.
+constexpr uint64_t NeededSpace = 1000000;
+
 constexpr size_t MaximumRequests = 1000; // far beyond what 40 elements take
 
 std::string makeDirectory() {
@@ -30,6 +33,16 @@ std::string makeDirectory() {
     if (mkdtemp(&name[0]) == nullptr)
         throw std::runtime_error("cannot make a temporary directory '" + name + "': " + strerror(errno));
     return name;
+}
+
+// A disk that is full here must not be taken for a fault of the image.
+void checkSpace(const std::string& directory) {
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(directory, error);
+    if (!error && space.available < NeededSpace)
+        throw std::runtime_error("'" + std::filesystem::path(directory).parent_path().string() +
+                                 "' has less than " + std::to_string(NeededSpace) +
+                                 " bytes free for temporary files");
 }
 
 // Lets the compiler write software parts as headers only, so that it needs none of their files.
@@ -84,6 +97,7 @@ Rehearsal::~Rehearsal() {
 }
 
 void Rehearsal::run(const std::function<bool()>& isStopped) {
+    checkSpace(mDirectory);
     const std::string url = imagefile::isUrl(mPlan.image) ? mPlan.image : "http://server/image.zemp";
     mDaemon.mMasterQueue.add(
         new ConfigDbStatusEvent(ConfigDbStatusEvent::ConfigGetNewFirmware, mPlan.release, url, false));

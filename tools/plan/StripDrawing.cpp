@@ -153,9 +153,9 @@ class Drawing {
     void drawHeading() {
         text(Margin, 36, "Update to " + mPlan.release, " font-size=\"20\" font-weight=\"bold\"");
         char figures[128];
-        snprintf(figures, sizeof figures, " bytes (%.1f %%), %.0f s at %llu bytes per second",
+        snprintf(figures, sizeof figures, " bytes (%.1f %%), %s at %llu bytes per second",
                  100.0 * static_cast<double>(mPlan.fetchedBytes()) / static_cast<double>(mPlan.imageBytes),
-                 mPlan.seconds(), static_cast<unsigned long long>(UpdatePlan::BytesPerSecond));
+                 mPlan.durationText().c_str(), static_cast<unsigned long long>(UpdatePlan::BytesPerSecond));
         text(Margin, 58,
              std::to_string(mPlan.requests.size()) + " requests fetch " + groupDigits(mPlan.fetchedBytes()) +
                  " of " + groupDigits(mPlan.imageBytes) + figures);

@@ -7,6 +7,8 @@
 #include "plan/Rehearsal.h"
 #include "update/StartRange.h"
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <memory>
 #include <numeric>
 #include <stdexcept>
@@ -83,6 +85,18 @@ std::string getText(const Request& request) {
 uint64_t UpdatePlan::fetchedBytes() const {
     return std::accumulate(requests.begin(), requests.end(), uint64_t{0},
                            [](uint64_t sum, const Request& request) { return sum + request.bytes; });
+}
+
+std::string UpdatePlan::durationText() const {
+    constexpr double ShownInTenths = 120; // seconds
+    constexpr long Minute = 60;
+    char text[48];
+    const long whole = std::lround(seconds());
+    if (seconds() < ShownInTenths)
+        snprintf(text, sizeof text, "%.1f s", seconds());
+    else
+        snprintf(text, sizeof text, "%ld min %ld s", whole / Minute, whole % Minute);
+    return text;
 }
 
 uint64_t UpdatePlan::temporaryBytes() const {

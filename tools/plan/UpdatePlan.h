@@ -68,6 +68,7 @@ struct UpdatePlan {
 
     uint64_t fetchedBytes() const;
     double seconds() const { return static_cast<double>(fetchedBytes()) / BytesPerSecond; }
+    std::string durationText() const; // "3.2 s", "12 min 30 s"
 
     // At most, all at one time: in the download directory, and for the temporary file of the compile.
     uint64_t downloadDirectoryBytes() const { return fetchedBytes() + updateImageBytes; }

@@ -51,8 +51,11 @@ int configSet(const std::vector<std::string>& keysAndValues) {
     if (keysAndValues.empty() || keysAndValues.size() % 2 != 0)
         return complain(sWrongUse, "config set: give KEY VALUE [KEY VALUE ...], a value for every key");
     std::vector<std::pair<std::string, std::string>> values;
-    for (size_t i = 0; i < keysAndValues.size(); i += 2)
+    for (size_t i = 0; i < keysAndValues.size(); i += 2) {
+        if (keysAndValues[i].empty())
+            return complain(sWrongUse, "config set: a key is empty");
         values.emplace_back(keysAndValues[i], keysAndValues[i + 1]);
+    }
     return withDatabase([&](ConfigDatabaseConnection& database) {
         return database.writeStrings(values) ? sDone : complain(sFailed, database.lastError());
     });

@@ -1,6 +1,6 @@
 // vexctl: the configuration database and the message bus of a terminal from the command line.
 #include "Commands.h"
-#include <CLI/CLI.hpp>
+#include "cli/CommandLine.h"
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
@@ -63,7 +63,7 @@ void addConfigCommands(CLI::App& app, const Words& rest, Action& action) {
 
     CLI::App* const get = config->add_subcommand("get", "Print the value of a key");
     auto key = std::make_shared<std::string>();
-    get->add_option("KEY", *key)->required();
+    get->add_option("KEY", *key)->required()->check(cli::refuseEmpty);
     get->callback([&action, key] { action = [key] { return configGet(*key); }; });
 
     CLI::App* const set =
@@ -88,7 +88,7 @@ void addSignalCommands(CLI::App& app, Action& action) {
     CLI::App* const send = signal->add_subcommand("send", "Send a signal");
     auto name = std::make_shared<std::string>();
     auto hex = std::make_shared<std::string>();
-    send->add_option("NAME", *name)->required();
+    send->add_option("NAME", *name)->required()->check(cli::refuseEmpty);
     send->add_option("HEX", *hex, "Payload, two hexadecimal digits per byte");
     send->callback([&action, name, hex] { action = [name, hex] { return signalSend(*name, *hex); }; });
 
@@ -126,7 +126,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);
-        return complain(sWrongUse, std::string(error.what()) + " (see vexctl --help)");
+        return complain(sWrongUse, cli::complaintOf(app, error));
     }
     return action();
 }

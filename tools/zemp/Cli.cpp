@@ -1,10 +1,10 @@
 #include "zemp/Cli.h"
 
+#include "cli/CommandLine.h"
 #include "plan/QuietLog.h"
 #include "zemp/Commands.h"
 #include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
 #include <unistd.h>
@@ -52,34 +52,44 @@ class CommandLine {
 
         CLI::App* const list =
             mApp.add_subcommand("list", "List the parts of an image or of a content part file");
-        list->add_option("IMAGE", mInput, "Image, start of an image, content part file, or URL")->required();
+        list->add_option("IMAGE", mInput, "Image, start of an image, content part file, or URL")
+            ->required()
+            ->check(cli::refuseEmpty);
         addJson(list);
         list->footer("Example: zemp list http://server/release.zemp\n"
                      "Of an image on a web server the headers are fetched, not the bodies.");
         onUse(list, [this] { return showListing(mInput, mIsJson, mConsole); });
 
         CLI::App* const extract = mApp.add_subcommand("extract", "Write the body of one part");
-        extract->add_option("IMAGE", mInput, "Image, content part file, or URL")->required();
-        extract->add_option("PART", mPart, "Name of the part, or its offset as it is listed")->required();
+        extract->add_option("IMAGE", mInput, "Image, content part file, or URL")
+            ->required()
+            ->check(cli::refuseEmpty);
+        extract->add_option("PART", mPart, "Name of the part, or its offset as it is listed")
+            ->required()
+            ->check(cli::refuseEmpty);
         extract->add_option("-o,--output", mOutput, "File to write; standard output if missing")
+            ->check(cli::refuseEmpty)
             ->type_name("FILE");
         extract->footer("Example: zemp extract release.zemp root -o root.img");
         onUse(extract, [this] { return extractPart(mInput, mPart, mOutput, mConsole); });
 
         CLI::App* const check =
             mApp.add_subcommand("check", "Find everything in an image that would hurt in the field");
-        check->add_option("IMAGE", mInput, "Image")->required();
+        check->add_option("IMAGE", mInput, "Image")->required()->check(cli::refuseEmpty);
         addJson(check);
         check->footer("Example: zemp check release.zemp\nExit status: 1 with errors, 0 with warnings.");
         onUse(check, [this] { return showFindings(mInput, mIsJson, mConsole); });
 
         CLI::App* const plan = mApp.add_subcommand("plan", "Tell what a terminal will do with an image");
-        plan->add_option("IMAGE", mInput, "Image, or URL")->required();
+        plan->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
         plan->add_option("--installed", mRecord, "What the terminal has: a host configuration record")
             ->required()
+            ->check(cli::refuseEmpty)
             ->type_name("RECORD");
         addJson(plan);
-        plan->add_option("--svg", mSvg, "Draw the image with what is fetched")->type_name("FILE");
+        plan->add_option("--svg", mSvg, "Draw the image with what is fetched")
+            ->check(cli::refuseEmpty)
+            ->type_name("FILE");
         plan->footer("Example: zemp plan release.zemp --installed record --svg plan.svg\n"
                      "Exit status: 1 when the update does not become ready.");
         onUse(plan, [this] { return showPlan(mInput, mRecord, mIsJson, mSvg, mConsole); });
@@ -94,17 +104,20 @@ class CommandLine {
         onUse(build, [this] { return buildRecord(mInput, mOutput, mConsole); });
         CLI::App* const show =
             hostcfg->add_subcommand("show", "Print what a record holds, as the daemon's report");
-        show->add_option("RECORD", mInput, "Record")->required();
+        show->add_option("RECORD", mInput, "Record")->required()->check(cli::refuseEmpty);
         onUse(show, [this] { return showRecord(mInput, mConsole); });
         CLI::App* const check = hostcfg->add_subcommand("check", "Say whether the daemon accepts a record");
-        check->add_option("RECORD", mInput, "Record")->required();
+        check->add_option("RECORD", mInput, "Record")->required()->check(cli::refuseEmpty);
         onUse(check, [this] { return checkRecord(mInput, mConsole); });
     }
 
     void addBuildOptions(CLI::App* command, const std::string& result) {
-        command->add_option("DESCRIPTION", mInput, "Description in TOML")->required();
+        command->add_option("DESCRIPTION", mInput, "Description in TOML")
+            ->required()
+            ->check(cli::refuseEmpty);
         command->add_option("-o,--output", mOutput, "File to write; it is replaced whole")
             ->required()
+            ->check(cli::refuseEmpty)
             ->type_name(result);
     }
 
@@ -130,10 +143,12 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     try {
         line.app().parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return line.app().exit(error, out, err);
-        err << "zemp: " << error.what() << " (see zemp --help)\n";
-        return StatusWrongUse;
+        if (error.get_exit_code() != 0) {
+            err << "zemp: " << cli::complaintOf(line.app(), error) << '\n';
+            return StatusWrongUse;
+        }
+        line.app().exit(error, out, err);
+        return out.flush() ? StatusGood : StatusBadInput;
     }
     const plan::QuietLog quiet;
     const InterruptScope interrupts;

@@ -1,5 +1,6 @@
 // Images: build, list, extract, check.
 #include "image/zemp_validate.h"
+#include "imagefile/ReplaceFile.h"
 #include "update/FileFragment.h"
 #include "zemp/Commands.h"
 #include "zemp/Files.h"
@@ -100,7 +101,7 @@ const ListedPart& findPart(const ImageListing& listing, const std::string& image
 int buildImage(const std::string& description, const std::string& image, const Console& console) {
     imagefile::ImageBuilder builder;
     readImageDescription(description, builder);
-    replaceFile(image, [&](const std::string& temporary) {
+    imagefile::replaceFile(image, [&](const std::string& temporary) {
         Progress progress(image, builder.size(), console);
         builder.write(temporary, [&](uint64_t done, uint64_t total) {
             throwIfInterrupted();

@@ -65,15 +65,6 @@ void printRequests(const plan::UpdatePlan& plan, std::ostream& out) {
     printTable(rows, 2, out);
 }
 
-std::string duration(double seconds) {
-    char text[32];
-    if (seconds < 120)
-        snprintf(text, sizeof text, "%.1f s", seconds);
-    else
-        snprintf(text, sizeof text, "%.0f min", seconds / 60);
-    return text;
-}
-
 void print(const plan::UpdatePlan& plan, std::ostream& out) {
     out << "Update to " << plan.release << " from " << plan.image << "\n\n";
     if (!plan.elements.empty()) {
@@ -86,7 +77,7 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
              100.0 * static_cast<double>(plan.fetchedBytes()) / static_cast<double>(plan.imageBytes));
     out << '\n'
         << plan.requests.size() << " requests fetch " << plan::groupDigits(plan.fetchedBytes()) << " of "
-        << plan::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << duration(plan.seconds())
+        << plan::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << plan.durationText()
         << " at " << plan::UpdatePlan::BytesPerSecond << " bytes per second\n";
     if (plan.isReady)
         out << "Disk space: " << plan::groupDigits(plan.downloadDirectoryBytes())
