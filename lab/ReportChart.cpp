@@ -90,6 +90,10 @@ std::string drawParts(const LabResult& result) {
         if (std::string(part.isNeeded ? "needed" : "not needed").size() <= fits)
             svg += label(x + 4, sRow + 28, part.isNeeded ? "needed" : "not needed");
     }
+    if (!result.parts.empty()) // above the first part, which would cover what is drawn wider than it is
+        svg += rectangle({sLeft, sRow, onScale(static_cast<double>(result.parts.front().offset), end) - sLeft,
+                          sPartHeight},
+                         "other", "release header and manifest");
     return svg;
 }
 

@@ -1,13 +1,9 @@
 #include "lab/ReportPage.h"
 
+#include "imagefile/ReplaceFile.h"
 #include "lab/ConsoleView.h"
 #include "lab/ReportChart.h"
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <stdexcept>
-#include <unistd.h>
 
 namespace lab {
 
@@ -20,24 +16,36 @@ constexpr const char* sHead = R"(<!DOCTYPE html>
 <meta name="viewport" content="width=device-width"/>
 <title>Lab run</title>
 <style>
-body { font: 15px sans-serif; color: #222; margin: 1.5em auto; max-width: 1200px; padding: 0 1em; }
+:root { color-scheme: light dark; --ink: #222; --paper: #fff; --line: #ddd; --needed: #9ec5ee; --unneeded: #dcdcdc;
+  --other: #c9b6e4; --fetched: #1f6fb8; --wrong: #d9480f; --action: #4f9d69; --signal: #7048a8; --good: #e6f4e9;
+  --bad: #fbe9e7; --warning: #fff6d8; --success: #2a7d3c; --alarm: #b3261e; }
+@media (prefers-color-scheme: dark) {
+  :root { --ink: #ddd; --paper: #17191b; --line: #3a3e42; --needed: #2f5580; --unneeded: #3b3f44; --other: #5b4a78;
+    --fetched: #5aa9f0; --wrong: #ff7b45; --action: #5fb37c; --signal: #ab8ae0; --good: #16301d; --bad: #41201d;
+    --warning: #3a3212; --success: #5fb37c; --alarm: #ff8a80; }
+}
+body { font: 15px sans-serif; color: var(--ink); background: var(--paper); margin: 1.5em auto; max-width: 1200px;
+  padding: 0 1em; }
 h1 { font-size: 1.5em; } h2 { font-size: 1.15em; margin-top: 1.8em; }
 table { border-collapse: collapse; }
 td, th { text-align: left; padding: 0.15em 0.9em 0.15em 0; vertical-align: top; }
 td.n, th.n { text-align: right; font-variant-numeric: tabular-nums; }
 .verdict { padding: 0.6em 0.9em; border-left: 6px solid; }
-.good { border-color: #2a7d3c; background: #e6f4e9; } .bad { border-color: #b3261e; background: #fbe9e7; }
-td.bad, td.fault { background: none; color: #b3261e; font-weight: bold; }
-svg { width: 100%; height: auto; } svg text { font: 11px sans-serif; fill: #222; }
-svg .end { text-anchor: end; } svg .middle { text-anchor: middle; } svg line { stroke: #ddd; }
-.needed { fill: #9ec5ee; stroke: #fff; } .unneeded { fill: #dcdcdc; stroke: #fff; } .other { fill: #c9b6e4; }
-.fetched { fill: #1f6fb8; } .wrong { fill: #d9480f; } .action { fill: #4f9d69; } .signal { fill: #7048a8; }
+.good { border-color: var(--success); background: var(--good); }
+.bad { border-color: var(--alarm); background: var(--bad); }
+td.bad, td.fault { background: none; color: var(--alarm); font-weight: bold; }
+svg { width: 100%; height: auto; } svg text { font: 11px sans-serif; fill: var(--ink); }
+svg .end { text-anchor: end; } svg .middle { text-anchor: middle; } svg line { stroke: var(--line); }
+.needed { fill: var(--needed); stroke: var(--paper); } .unneeded { fill: var(--unneeded); stroke: var(--paper); }
+.other { fill: var(--other); } .fetched { fill: var(--fetched); } .wrong { fill: var(--wrong); }
+.action { fill: var(--action); } .signal { fill: var(--signal); }
 .key span { display: inline-block; margin-right: 1.4em; }
 .key i { display: inline-block; width: 1em; height: 0.8em; margin-right: 0.4em; }
-#log { font: 12px monospace; width: 100%; } #log td { white-space: pre-wrap; overflow-wrap: anywhere; }
-#log .l4 { background: #fff6d8; } #log .l3, #log .l2, #log .l1, #log .l0 { background: #fbe9e7; }
+#log { font: 12px monospace; width: 100%; } #log td { white-space: nowrap; }
+#log td:last-child { white-space: pre-wrap; overflow-wrap: anywhere; width: 100%; }
+#log .l4 { background: var(--warning); } #log .l3, #log .l2, #log .l1, #log .l0 { background: var(--bad); }
 #log .off { display: none; }
-#filter { position: sticky; top: 0; background: #fff; padding: 0.5em 0; }
+#filter { position: sticky; top: 0; background: var(--paper); padding: 0.5em 0; }
 </style>
 </head>
 <body>
@@ -85,9 +93,8 @@ std::string cell(const std::string& text, const std::string& kind = "") {
     return "<td" + (kind.empty() ? "" : " class=\"" + kind + "\"") + ">" + escapeHtml(text) + "</td>";
 }
 
-std::string key(const std::string& kind, const std::string& colour, const std::string& text) {
-    return "<span><i class=\"" + kind + "\" style=\"background:" + colour + "\"></i>" + escapeHtml(text) +
-           "</span>\n";
+std::string key(const std::string& kind, const std::string& text) {
+    return "<span><i style=\"background: var(--" + kind + ")\"></i>" + escapeHtml(text) + "</span>\n";
 }
 
 std::string verdictSection(const LabResult& result, const std::vector<std::string>& faults) {
@@ -124,9 +131,9 @@ std::string verdictSection(const LabResult& result, const std::vector<std::strin
 
 std::string imageSection(const LabResult& result) {
     std::string html = "<section id=\"image\">\n<h2>What was fetched of the image</h2>\n";
-    html += drawStrip(result) + "<p class=\"key\">" + key("needed", "#9ec5ee", "part that is needed") +
-            key("unneeded", "#dcdcdc", "not needed") + key("other", "#c9b6e4", "release header, manifest") +
-            key("fetched", "#1f6fb8", "fetched") + key("wrong", "#d9480f", "answer with a fault") + "</p>\n";
+    html += drawStrip(result) + "<p class=\"key\">" + key("needed", "part that is needed") +
+            key("unneeded", "not needed") + key("other", "release header, manifest") +
+            key("fetched", "fetched") + key("wrong", "answer with a fault") + "</p>\n";
     html += "<table>\n<tr><th>Part</th><th>Version</th><th class=\"n\">Offset</th><th "
             "class=\"n\">Bytes</th><th></th></tr>\n";
     for (const LabPart& part : result.parts)
@@ -223,15 +230,8 @@ std::string makeReport(const LabResult& result, const std::vector<LabEvent>& eve
 }
 
 void writeReport(const std::string& filename, const std::string& page) {
-    const std::string temporary = filename + ".part";
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file << page;
-    file.close();
-    if (file && rename(temporary.c_str(), filename.c_str()) == 0)
-        return;
-    const std::string reason = strerror(errno);
-    unlink(temporary.c_str());
-    throw std::runtime_error("cannot write report '" + filename + "': " + reason);
+    imagefile::replaceFile(
+        filename, [&page](const std::string& temporary) { imagefile::writeContent(temporary, page); });
 }
 
 } // namespace lab

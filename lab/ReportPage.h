@@ -13,8 +13,7 @@ namespace lab {
 std::string makeReport(const LabResult& result, const std::vector<LabEvent>& events,
                        const std::vector<std::string>& faults);
 
-// Writes the page under a temporary name and renames it at the end. Throws std::runtime_error with the
-// reason; no file is left then.
+// Makes or replaces the file whole, as imagefile::replaceFile() does.
 void writeReport(const std::string& filename, const std::string& page);
 
 // Text as it stands in HTML and XML, in elements and in quoted attributes. Bytes that are not printable

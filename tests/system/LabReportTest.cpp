@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <sys/stat.h>
 
 namespace {
 
@@ -124,7 +126,11 @@ TEST(LabReport, IsWrittenWholeOrNotAtAll) {
     EXPECT_THROW(lab::writeReport(directory.file("none/a.html"), "x"), std::runtime_error);
     std::filesystem::create_directories(directory.file("taken"));
     EXPECT_THROW(lab::writeReport(directory.file("taken"), "x"), std::runtime_error);
-    EXPECT_FALSE(std::filesystem::exists(directory.file("taken.part")));
+    ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0); // as a device would, it stays what it is
+    EXPECT_THROW(lab::writeReport(directory.file("pipe"), "x"), std::runtime_error);
+    EXPECT_TRUE(std::filesystem::is_fifo(directory.file("pipe")));
+    const std::filesystem::directory_iterator left(directory.path());
+    EXPECT_EQ(std::distance(begin(left), end(left)), 3);
 }
 
 } // namespace
