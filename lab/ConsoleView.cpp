@@ -26,7 +26,7 @@ constexpr Milestone sMilestones[] = {
 };
 
 unsigned percent(uint64_t part, uint64_t whole) {
-    return whole == 0 ? 100 : static_cast<unsigned>(std::min<uint64_t>(part * 100 / whole, 100));
+    return whole == 0 ? 100 : static_cast<unsigned>(part * 100 / whole);
 }
 
 unsigned widthOf(FILE* terminal) {
@@ -103,7 +103,7 @@ void ConsoleView::onProgress(const LabProgress& progress) {
 void ConsoleView::drawBar() {
     if (!mHasBar || mProgress.expected == 0)
         return;
-    const unsigned done = percent(mProgress.fetched, mProgress.expected);
+    const unsigned done = std::min(percent(mProgress.fetched, mProgress.expected), 100U);
     const unsigned filled = done * sBarWidth / 100;
     std::string bar = "[" + std::string(filled, '#') + std::string(sBarWidth - filled, '.') + "] ";
     bar += std::to_string(done) + " %  " + formatBytes(mProgress.fetched) + " of " +
