@@ -38,7 +38,7 @@ http {{
     uwsgi_temp_path {directory}/temp;
     scgi_temp_path {directory}/temp;
     server {{
-        listen 127.0.0.1:{port} backlog=4096;
+        listen 127.0.0.1:{port} backlog=4096 sndbuf=64k;
         location / {{ root {root}; }}
     }}
 }}
