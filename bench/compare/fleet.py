@@ -17,7 +17,7 @@ def peak_transfers(requests):
         edges.append((request["time"] - request["duration"], 1))
         edges.append((request["time"], -1))
     peak = running = 0
-    for _, step in sorted(edges):
+    for _, step in sorted(edges, key=lambda edge: (edge[0], -edge[1])):
         running += step
         peak = max(peak, running)
     return peak

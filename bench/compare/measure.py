@@ -104,9 +104,9 @@ def emulated_instructions(sysroot, command, trace):
     return count
 
 
-def micro_benchmarks(program, repetitions):
+def micro_benchmarks(prefix, program, repetitions):
     """Google Benchmark's figures: name to median entry."""
-    command = [program, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
+    command = [*prefix, program, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
                "--benchmark_report_aggregates_only=true", "--benchmark_min_time=0.1"]
     output = subprocess.run(command, capture_output=True, text=True, check=True).stdout
     entries = json.loads(output)["benchmarks"]
