@@ -83,12 +83,18 @@ class Judge {
         return nullptr;
     }
 
-    // The first part of the compiled image with type and name of `part`.
+    // The first part of the compiled image with type, name and version of `part`, else with type and name:
+    // there may be two of one name.
     const ImagePart* findCompiled(const ImagePart& part) const {
-        for (const ImagePart& candidate : mCompiled.parts())
-            if (candidate.header.type == part.header.type && candidate.name() == part.name())
+        const ImagePart* namesake = nullptr;
+        for (const ImagePart& candidate : mCompiled.parts()) {
+            if (candidate.header.type != part.header.type || candidate.name() != part.name())
+                continue;
+            if (imagefile::versionText(candidate.version) == imagefile::versionText(part.version))
                 return &candidate;
-        return nullptr;
+            namesake = namesake != nullptr ? namesake : &candidate;
+        }
+        return namesake;
     }
 
     void checkPart(const ImagePart& part) {

@@ -49,8 +49,9 @@ std::string verticalLine(double x, double top, double bottom) {
 std::string picture(const std::string& id, double height, const std::string& what,
                     const std::string& content) {
     const std::string size = number(sLeft + sWidth + sRight) + " " + number(height);
-    return "<svg id=\"" + id + "\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + size +
-           "\" role=\"img\" aria-label=\"" + what + "\">\n" + content + "</svg>\n";
+    return "<div class=\"picture\"><svg id=\"" + id +
+           "\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + size + "\" role=\"img\" aria-label=\"" +
+           what + "\">\n" + content + "</svg></div>\n";
 }
 
 std::string timeText(double seconds) {

@@ -34,7 +34,7 @@ td.n, th.n { text-align: right; font-variant-numeric: tabular-nums; }
 .good { border-color: var(--success); background: var(--good); }
 .bad { border-color: var(--alarm); background: var(--bad); }
 td.bad, td.fault { background: none; color: var(--alarm); font-weight: bold; }
-svg { width: 100%; height: auto; } svg text { font: 11px sans-serif; fill: var(--ink); }
+.picture { overflow-x: auto; } svg { width: 100%; min-width: 800px; height: auto; } svg text { font: 11px sans-serif; fill: var(--ink); }
 svg .end { text-anchor: end; } svg .middle { text-anchor: middle; } svg line { stroke: var(--line); }
 .needed { fill: var(--needed); stroke: var(--paper); } .unneeded { fill: var(--unneeded); stroke: var(--paper); }
 .other { fill: var(--other); } .fetched { fill: var(--fetched); } .wrong { fill: var(--wrong); }
