@@ -1,5 +1,6 @@
 // fw_lab: a terminal on the desk.
 #include "cli/CommandLine.h"
+#include "imagefile/ReplaceFile.h"
 #include "lab/ConsoleView.h"
 #include "lab/FaultServer.h"
 #include "lab/Init.h"
@@ -91,8 +92,11 @@ int finishFailed(const lab::LabResult& result, RunDirectory& place) {
 }
 
 int run(const lab::LabOptions& options, const std::string& kept, const std::string& report) {
-    if (!report.empty())
+    if (!report.empty()) {
         checkReport(report);
+        for (const std::string& input : {options.image, options.installed})
+            imagefile::refuseInput(report, input);
+    }
     watchSignals();
     RunDirectory place(kept);
     const lab::WorkDirectory directory(place.path());

@@ -211,6 +211,10 @@ TEST_F(ZempImage, OutputIsReplacedWholeOrNotAtAll) {
 
     EXPECT_EQ(zemp({"build", "@s.toml", "-o", "/dev/null"}), 1);
     EXPECT_EQ(err, "zemp: /dev/null: Not a regular file\n");
+    for (const char* const input : {"@s.toml", "@kernel.bin"}) {
+        EXPECT_EQ(zemp({"build", "@s.toml", "-o", input}), 1);
+        EXPECT_EQ(err, std::string("zemp: ") + (input + 1) + ": is read as well, and would be lost\n");
+    }
     EXPECT_EQ(zemp({"build", "@s.toml", "-o", "@no/such.zemp"}), 1);
     EXPECT_EQ(err, "zemp: no/such.zemp: No such file or directory\n");
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -95,6 +96,12 @@ void replaceFile(const std::string& path, const std::function<void(const std::st
             text.replace(at, temporary.size(), path);
         throw std::runtime_error(text);
     }
+}
+
+void refuseInput(const std::string& output, const std::string& input) {
+    std::error_code error; // a file that is not there is none
+    if (std::filesystem::equivalent(output, input, error) && !error)
+        fail(output, "is read as well, and would be lost");
 }
 
 void writeContent(const std::string& path, const std::string& content) {

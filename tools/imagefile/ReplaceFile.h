@@ -15,6 +15,9 @@ namespace imagefile {
 // replaced, not the link; anything but a regular file, a device for example, is left alone and a failure.
 void replaceFile(const std::string& path, const std::function<void(const std::string& temporary)>& fill);
 
+// Throws if the two names are one file, which a replacement would lose.
+void refuseInput(const std::string& output, const std::string& input);
+
 // Writes a file from its beginning.
 void writeContent(const std::string& path, const std::string& content);
 

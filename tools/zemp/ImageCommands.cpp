@@ -101,6 +101,9 @@ const ListedPart& findPart(const ImageListing& listing, const std::string& image
 int buildImage(const std::string& description, const std::string& image, const Console& console) {
     imagefile::ImageBuilder builder;
     readImageDescription(description, builder);
+    imagefile::refuseInput(image, description);
+    for (size_t i = 0; i < builder.count(); ++i)
+        imagefile::refuseInput(image, builder.at(i).file);
     imagefile::replaceFile(image, [&](const std::string& temporary) {
         Progress progress(image, builder.size(), console);
         builder.write(temporary, [&](uint64_t done, uint64_t total) {
@@ -148,6 +151,7 @@ int extractPart(const std::string& image, const std::string& part, const std::st
     if (output.empty()) {
         console.out.write(bytes, row.bodySize);
     } else {
+        imagefile::refuseInput(output, image);
         writeFile(output, std::string(bytes, row.bodySize));
         console.out << output << ": " << row.bodySize << " bytes\n";
     }

@@ -1,4 +1,5 @@
 // What a terminal will do with an image.
+#include "imagefile/ReplaceFile.h"
 #include "plan/StripDrawing.h"
 #include "plan/UpdatePlan.h"
 #include "zemp/Commands.h"
@@ -94,6 +95,8 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
 
 int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,
              const Console& console) {
+    for (const std::string& input : {image, record})
+        imagefile::refuseInput(svg, input);
     const auto isStopped = [] { return interruptedBy() != 0; };
     const auto source = imagefile::openImage(image, isStopped);
     const plan::UpdatePlan plan = plan::makePlan(*source, record, isStopped);

@@ -1,5 +1,6 @@
 // Host configuration records.
 #include "hostconfig/HostConfigRecord.h"
+#include "imagefile/ReplaceFile.h"
 #include "installed/SuuReport.h"
 #include "zemp/Commands.h"
 #include "zemp/Files.h"
@@ -29,6 +30,7 @@ hostcfg::Bytes readRecord(const std::string& path, const Console& console) {
 
 int buildRecord(const std::string& description, const std::string& path, const Console& console) {
     const hostcfg::Bytes record = hostcfg::build(readHostConfigDescription(description));
+    imagefile::refuseInput(path, description);
     writeFile(path, std::string(record.begin(), record.end()));
     console.out << path << ": " << record.size() << " bytes\n";
     return StatusGood;
