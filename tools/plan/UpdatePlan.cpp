@@ -88,14 +88,14 @@ uint64_t UpdatePlan::fetchedBytes() const {
 }
 
 std::string UpdatePlan::durationText() const {
-    constexpr double ShownInTenths = 120; // seconds
-    constexpr long Minute = 60;
+    constexpr double shownInTenths = 120; // seconds
+    constexpr long minute = 60;
     char text[48];
     const long whole = std::lround(seconds());
-    if (seconds() < ShownInTenths)
+    if (seconds() < shownInTenths)
         snprintf(text, sizeof text, "%.1f s", seconds());
     else
-        snprintf(text, sizeof text, "%ld min %ld s", whole / Minute, whole % Minute);
+        snprintf(text, sizeof text, "%ld min %ld s", whole / minute, whole % minute);
     return text;
 }
 
