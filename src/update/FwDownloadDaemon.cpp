@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned MaximumSuuInfoFailures = 6; // the last one stops the daemon
 constexpr unsigned MsPerSecond = 1000;
-constexpr int TimeToEndMs = 1500; // a stop has to be over within 2 s
+constexpr int TimeToEndMs = 1000; // a stop has to be over within 2 s
 
 [[nodiscard]] bool startWorker(Thread& worker, const char* name) {
     const int result = worker.start();
