@@ -45,7 +45,9 @@ class DaemonTest : public testing::Test {
         mLab->daemon()->signal(signal);
         ASSERT_TRUE(mLab->daemon()->waitFor(Long));
         EXPECT_LT(std::chrono::steady_clock::now() - start, StopTime);
-        EXPECT_TRUE(mLab->daemon()->exitStatus()->isExit(0)) << mLab->daemon()->exitStatus()->toString();
+        EXPECT_TRUE(mLab->daemon()->exitStatus()->isExit(0))
+            << mLab->daemon()->exitStatus()->toString() << "\n"
+            << readText(mLab->daemonLog());
     }
 
     const support::TemporaryDirectory mDirectory;
