@@ -1,8 +1,8 @@
 // The entry points of a fuzz target, and how a target says that something is wrong.
 //
 // A target gives any bytes to code of ours and asserts what must hold whatever they are. The same sources are
-// linked with libFuzzer, which searches for inputs, or with the standalone driver, which runs the corpus and
-// simple mutations of it as an ordinary test.
+// linked with libFuzzer, which searches for inputs, or with the standalone driver, which runs the corpus as
+// an ordinary test.
 #ifndef FUZZ_FUZZTARGET_H
 #define FUZZ_FUZZTARGET_H
 
@@ -20,8 +20,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 // `maxSize`. The same seed gives the same change.
 size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize, unsigned seed);
 
-// A blind change, offered to mutators by libFuzzer or the driver.
-size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
+// A blind change, offered to mutators by libFuzzer; null without it, where no mutator is called.
+__attribute__((weak)) size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
 }
 
 // Ends the process, which is a finding, unless the condition holds. In every build type.

@@ -1,8 +1,8 @@
 #include "fuzz/PartChecks.h"
 
 #include "fuzz/FuzzTarget.h"
+#include "image/zemp_validate.h"
 #include <algorithm>
-#include <array>
 #include <memory>
 
 namespace fuzz {
@@ -10,16 +10,6 @@ namespace fuzz {
 namespace {
 
 constexpr uint32_t MaximumManifestLines = 40;
-
-std::array<uint32_t, 256> makeCrcTable() {
-    std::array<uint32_t, 256> table{};
-    for (uint32_t i = 0; i < table.size(); ++i) {
-        table[i] = i;
-        for (int bit = 0; bit < 8; ++bit)
-            table[i] = table[i] >> 1 ^ ((table[i] & 1U) != 0 ? 0xEDB88320U : 0U);
-    }
-    return table;
-}
 
 template <typename Object>
 std::string bytesOf(const Object& object) {
@@ -75,6 +65,17 @@ void checkSoftware(SwBlob& part, const View& bytes, size_t offset) {
         part.isVersion(bytes[at], bytes[at + 1], static_cast<uint16_t>(bytes[at + 2] | bytes[at + 3] << 8)));
 }
 
+size_t bodyOffsetOf(const ZempPart& part) {
+    switch (part.getHeader()->type) {
+    case ZempFormat::ReleaseHeaderType:
+        return ZempFormat::ReleaseBodyOffset;
+    case ZempFormat::SwBlobType:
+        return ZempFormat::SwBlobBodyOffset;
+    default:
+        return ZempFormat::BlobBodyOffset;
+    }
+}
+
 void checkBody(const ZempPart& part, const View& bytes, size_t offset) {
     const size_t body = offset + bodyOffsetOf(part);
     const uint64_t size =
@@ -97,11 +98,12 @@ void checkBody(const ZempPart& part, const View& bytes, size_t offset) {
 } // namespace
 
 uint32_t referenceCrc(const View& bytes, size_t begin, size_t length) {
-    static const std::array<uint32_t, 256> table = makeCrcTable();
-    uint32_t crc = 0xFFFFFFFFU;
-    for (size_t i = 0; i < length; ++i)
-        crc = crc >> 8 ^ table[(crc ^ bytes[begin + i]) & 0xFFU];
-    return ~crc;
+    uint32_t crc = 0;
+    for (size_t i = 0; i < length; ++i) {
+        const uint8_t byte = bytes[begin + i];
+        crc = crc32_calc(crc, &byte, 1);
+    }
+    return crc;
 }
 
 Parts::~Parts() {
@@ -147,7 +149,7 @@ std::string describe(ZempPart* part) {
                        std::to_string(part->getUsedSize()) + (part->isBodyValid() ? " body" : "") +
                        (part->isContentHeaderValid() ? " header" : "");
     if (const auto* const header = dynamic_cast<ZempHeaderPart*>(part))
-        text += bytesOf(*header->getZempHeader());
+        text += bytesOf(*header->getZempHeader()) + (header->isZempHeaderValid() ? "valid" : "");
     if (const auto* const release = dynamic_cast<ReleaseHeaderPart*>(part))
         text += bytesOf(*release->getReleaseHeader()) + release->getReleaseHeaderBody();
     if (const auto* const blob = dynamic_cast<SwBlob*>(part))
@@ -155,17 +157,6 @@ std::string describe(ZempPart* part) {
     if (const auto* const suum = dynamic_cast<SuumBlob*>(part))
         text += describeManifest(*suum);
     return text;
-}
-
-size_t bodyOffsetOf(const ZempPart& part) {
-    switch (part.getHeader()->type) {
-    case ZempFormat::ReleaseHeaderType:
-        return ZempFormat::ReleaseBodyOffset;
-    case ZempFormat::SwBlobType:
-        return ZempFormat::SwBlobBodyOffset;
-    default:
-        return ZempFormat::BlobBodyOffset;
-    }
 }
 
 void checkContentPart(ZempPart* part, const View& bytes, size_t offset) {
@@ -223,6 +214,7 @@ void checkUpdate(ZempPart* part) {
     else
         other.reset(ZempPart::createZempPart(part->getHeader()));
     FUZZ_REQUIRE(other != nullptr);
+    other->update(part);
     other->update(part);
     FUZZ_REQUIRE(describe(other.get()) == before);
     FUZZ_REQUIRE(other->getMapKey() == part->getMapKey());

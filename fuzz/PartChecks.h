@@ -1,5 +1,4 @@
-// What must hold for the parts that a parse returns, judged against the bytes it was given and with a CRC of
-// our own.
+// What must hold for the parts that a parse returns, judged against the bytes it was given.
 #ifndef FUZZ_PARTCHECKS_H
 #define FUZZ_PARTCHECKS_H
 
@@ -20,7 +19,7 @@ struct View {
     uint8_t operator[](size_t at) const { return at < present ? data[at] : uint8_t{0}; }
 };
 
-// CRC-32 by its textbook definition. The range lies within the view.
+// CRC-32, byte by byte. The range lies within the view.
 uint32_t referenceCrc(const View& bytes, size_t begin, size_t length);
 
 // Parts that are freed with it.
@@ -55,11 +54,8 @@ void checkContentPart(ZempPart* part, const View& bytes, size_t offset);
 // Checks the parts of an image, the main header first, and returns where each part begins.
 std::vector<size_t> checkImageParts(const Parts& parts, const View& bytes);
 
-// Checks that update() makes one part of a class like another.
+// Checks that update() makes one part of a class like another, also when it is repeated.
 void checkUpdate(ZempPart* part);
-
-// Where a part's body begins, counted from the part's start.
-size_t bodyOffsetOf(const ZempPart& part);
 
 } // namespace fuzz
 

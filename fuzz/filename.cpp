@@ -52,20 +52,6 @@ void checkVersionedName(const std::string& version, FileFragment::FragmentType t
     }
 }
 
-// The range that is asked for begins behind what is on disk.
-void checkRange(const std::string& name, unsigned fileSize) {
-    FileFragment fragment(name, fileSize);
-    FUZZ_REQUIRE(fragment.isExistingFile() && fragment.getFilename() == name);
-    const std::string range = fragment.getCurlRange();
-    if (fragment.getFragmentType() == FileFragment::ZempFile) {
-        FUZZ_REQUIRE(range.empty());
-        return;
-    }
-    const unsigned end = fragment.getFragmentType() == FileFragment::ZempStart ? 511 : 0;
-    FUZZ_REQUIRE(range == std::to_string(fileSize) + "-" + std::to_string(end));
-    FUZZ_REQUIRE(fragment.getCurlRange() == range);
-}
-
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -79,7 +65,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const FileFragment::FragmentType type = FileFragment::parseFragmentType(name);
     FUZZ_REQUIRE(type == expectedType(name, updateName));
     FUZZ_REQUIRE(FileFragment::parseFragmentType("/some/where/" + name) == type);
-    checkRange(name, static_cast<unsigned>(size));
     for (const FileFragment::FragmentType each : Types)
         for (int part = 0; part <= ZempPart::UnspecifiedPart; ++part)
             checkVersionedName(version, each, static_cast<ZempPart::PartType>(part));

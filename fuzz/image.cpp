@@ -1,6 +1,5 @@
-// Fuzz target: a whole image, or the first bytes of one; parsed, and compiled into an update image.
+// Fuzz target: a whole image, or the first bytes of one.
 
-#include "fuzz/CompileChecks.h"
 #include "fuzz/Container.h"
 #include "fuzz/FuzzTarget.h"
 #include "fuzz/MemoryFile.h"
@@ -73,8 +72,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkShortFile(file.path(), View(data, size, size + MissingBytes));
     for (size_t i = 0; i < parts.count(); ++i)
         fuzz::checkUpdate(parts.at(i));
-    if (parts.count() > 1)
-        fuzz::checkCompile(parts, offsets, bytes, data[size - 1]);
     return 0;
 }
 

@@ -101,11 +101,5 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     FUZZ_REQUIRE(areVersionsValid || !suum->isSuumValid());
     checkWrittenAgain(*suum);
-
-    // Nothing behind a zero byte counts.
-    const size_t end = std::min(text.find('\0'), size);
-    const std::unique_ptr<SuumBlob> before = parse(text.substr(0, end));
-    FUZZ_REQUIRE(linesOf(*before) == linesOf(*suum));
-    FUZZ_REQUIRE(before->isSuumValid() == suum->isSuumValid());
     return 0;
 }
