@@ -106,31 +106,11 @@ TEST(Slurp, GoesOnAfterAnInterruption) {
     EXPECT_EQ(length, 4U);
 }
 
-TEST(EnvSource, SetsExportedVariables) {
-    const std::string longName(33, 'N');
-    const std::pair<std::string, std::string> rows[] = {
-        {"# comment\nFWTEST=a\nexport OTHER=1\nexport FWTEST=plain \t\r\n", "plain"},
-        {"export FWTEST=\"x y\"  ", "x y"},
-        {"export FWTEST='a\"b' # note", "a\"b"},
-        {"export FWTEST=\"a\"b\"c", "a\"b"},
-        {"export FWTEST= \"kept\"", " \"kept\""},
-        {"export FWTEST=1\nexport FWTEST=2\n", "2"},
-        {"export FWTEST=\"x y", ""},
-        {"export FWTEST='\n", ""},
-        {"export FWTEST=   \n", ""},
-        {"export FWTEST=" + std::string(400, 'v') + "\n", std::string(255 - 14, 'v')}, // read in pieces
-        {"FWTEST=a\n export FWTEST=b\nexport FWTEST\nexport =c\n", "<unset>"},
-        {"export " + longName + "=1\n", "<unset>"},
-    };
+// The rules of the format stand in the fuzz target "envfile".
+TEST(EnvSource, ChangesTheEnvironment) {
     const ScratchDir scratch;
-    for (const auto& [text, expected] : rows) {
-        unsetenv("FWTEST");
-        EXPECT_EQ(env_source(scratch.write("env", text).c_str()), 0);
-        const char* const value = getenv("FWTEST");
-        EXPECT_EQ(value != nullptr ? value : "<unset>", expected) << text;
-    }
-    EXPECT_STREQ(getenv("OTHER"), "1");
-    EXPECT_EQ(getenv(longName.c_str()), nullptr);
+    EXPECT_EQ(env_source(scratch.write("env", "export FWTEST=1\nexport FWTEST='2 3'\n").c_str()), 0);
+    EXPECT_STREQ(getenv("FWTEST"), "2 3");
     EXPECT_EQ(env_source("/no/such"), 0);
 }
 

@@ -26,24 +26,6 @@ TEST_F(GoldenImage, HasTheKnownBytes) {
     EXPECT_EQ(builder.offsetOf(3), RootOffset);
 }
 
-TEST_F(GoldenImage, IsListed) {
-    const Parse parse(goldenBuilder().build(), FileFragment::ZempFile);
-    EXPECT_TRUE(parse.isParsed);
-    EXPECT_EQ(parse.listing(), GoldenListing);
-}
-
-TEST_F(GoldenImage, PartsAloneParseLikeInTheImage) {
-    const ImageBuilder builder = goldenBuilder();
-    for (size_t i = 0; i < builder.count(); ++i) {
-        const Parse parse(builder.buildPart(i), FileFragment::ContentPart);
-        ASSERT_TRUE(parse.isParsed) << i;
-        ASSERT_EQ(parse.count(), 1U);
-        EXPECT_TRUE(parse.at(0)->isBodyValid());
-        EXPECT_EQ(parse.at(0)->getUsedSize(), builder.sizeOf(i));
-        EXPECT_EQ(parse.at(0)->getSizeInZempFile(), builder.sizeOf(i));
-    }
-}
-
 // A cut image yields a prefix of the whole one's parts; only the last may be there without its body.
 TEST_F(GoldenImage, EveryPrefixYieldsAPrefixOfTheParts) {
     const Bytes image = goldenBuilder().build();
@@ -59,20 +41,6 @@ TEST_F(GoldenImage, EveryPrefixYieldsAPrefixOfTheParts) {
             }
         }
     }
-}
-
-// The same bytes given as a longer file: what is missing is zero.
-TEST_F(GoldenImage, MissingBytesCountAsZero) {
-    const support::TemporaryDirectory directory;
-    Bytes image = goldenBuilder().build();
-    image.resize(RootOffset + 64 + 3);
-    writeFile(directory.file("image"), image);
-    const Parse parse(directory.file("image"), 356, FileFragment::ZempFile);
-    EXPECT_TRUE(parse.isParsed);
-    ASSERT_EQ(parse.count(), 5U);
-    EXPECT_TRUE(parse.at(3)->isBodyValid());
-    EXPECT_FALSE(parse.at(4)->isBodyValid());
-    EXPECT_EQ(parse.at(4)->getUsedSize(), 72U) << "complete, but damaged";
 }
 
 // Bits that no CRC covers: the main header's body CRC is not looked at, padding has no meaning.

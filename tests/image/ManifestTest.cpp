@@ -77,13 +77,6 @@ TEST(Manifest, LinesInBothForms) {
     }
 }
 
-TEST(Manifest, WrongSyntaxIsToldWithTheColumnsFound) {
-    Manifest manifest("# one\n3,root,0,-,-,-,xyz,1\n");
-    EXPECT_TRUE(
-        manifest.log.has("LOG_WARNING ZempParser::parseSuumBlob() Entry i=1 Wrong syntax, skip (res=6 "
-                         "buffer='3,root,0,-,-,-,xyz,1'."));
-}
-
 const std::string Line = "1,pool,0,-,-,-,1.2.3,1\n";
 
 TEST(Manifest, NumberOfElements) {

@@ -1,27 +1,11 @@
 #include "image/SharedCrc.h"
 #include "common/Thread.h"
 #include "image/ImageFixtures.h"
-#include "image/zemp_validate.h"
 #include <chrono>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
 
 namespace {
-
-constexpr size_t Step = SharedCrc::StepBytes;
-
-TEST(SharedCrc, IsTheCrcOfTheRange) {
-    const Bytes bytes = pattern(40 * Step);
-    const auto read = [&](uint8_t* to, size_t offset, size_t length) {
-        memcpy(to, bytes.data() + offset, length);
-    };
-    for (const size_t begin : {size_t{0}, size_t{345}})
-        for (const size_t length : {Step, Step + 1, 7 * Step - 1, 39 * Step + 77})
-            EXPECT_EQ(SharedCrc(read, begin, begin + length).get(),
-                      crc32_calc(0, bytes.data() + begin, length))
-                << begin << " " << length;
-}
 
 // Reads slowly, so that a cancellation comes in the middle.
 class SlowReader : public Thread {
@@ -33,7 +17,7 @@ class SlowReader : public Thread {
                 ++mReads;
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             },
-            0, Step * 1000000)
+            0, SharedCrc::StepBytes * 1000000)
             .get();
         return nullptr;
     }

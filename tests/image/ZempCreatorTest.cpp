@@ -1,13 +1,10 @@
 #include "image/ZempCreator.h"
-#include "common/Thread.h"
 #include "image/ContentBlob.h"
 #include "image/ImageFixtures.h"
 #include "image/zemp_validate.h"
 #include "support/Faults.h"
-#include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -212,11 +209,6 @@ TEST_F(ZempCreatorTest, OutputThatCannotBeWrittenFails) {
     EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
     EXPECT_TRUE(log.has(Prefix + "Error while writing output file '" + output() + "' (Is a directory)."));
     EXPECT_FALSE(std::filesystem::exists(partial()));
-    std::filesystem::remove(output());
-    std::filesystem::create_directory(partial());
-    EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
-    EXPECT_EQ(log.lines().back(), Prefix + "Unable to open output file.");
-    EXPECT_TRUE(std::filesystem::is_empty(partial()));
 }
 
 // A full disk, for the temporary file and then, a little larger, for the image. One of an earlier compile may
@@ -236,44 +228,6 @@ TEST_F(ZempCreatorTest, FullDiskLeavesWhatThereWas) {
     }
     const Quiet quiet;
     EXPECT_TRUE(ZempCreator(mMap).createZemp(output()));
-}
-
-// Compiles in a thread of its own.
-struct Compile : public Thread {
-    using Thread::cancelAndJoin;
-    Compile(PartMap parts, std::string output) : mParts(std::move(parts)), mOutput(std::move(output)) {
-        EXPECT_EQ(start(), 0);
-    }
-    ~Compile() override { cancelAndJoin(); }
-    void* run() override {
-        mIsDone = ZempCreator(mParts).createZemp(mOutput);
-        mHasEnded = true;
-        return nullptr;
-    }
-    std::atomic<bool> mIsDone{false};
-    std::atomic<bool> mHasEnded{false};
-    const PartMap mParts;
-    const std::string mOutput;
-};
-
-TEST_F(ZempCreatorTest, StopLeavesAWholeImageOrNone) {
-    ImageBuilder image;
-    image.release({1, 5, 7}, 0, "REL", "Release", true);
-    image.manifest("# none\n");
-    image.software("kernel", {1, 2, 3}, "id", pattern(20000000));
-    download(image, {2});
-    const Quiet quiet;
-    for (const std::string& awaited : {std::string("/"), temp(), partial()}) {
-        Compile compile(mMap, output());
-        while (!compile.mHasEnded && !std::filesystem::exists(awaited))
-            std::this_thread::yield();
-        compile.cancelAndJoin();
-        EXPECT_EQ(std::filesystem::exists(output()), compile.mIsDone);
-        EXPECT_TRUE(!compile.mIsDone || readFile(output()) == image.build());
-        EXPECT_FALSE(std::filesystem::exists(partial()));
-        EXPECT_FALSE(std::filesystem::exists(temp()));
-        std::filesystem::remove(output());
-    }
 }
 
 } // namespace

@@ -154,27 +154,6 @@ TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
     EXPECT_FALSE(known->isBodyValid() || known->isExtendedHeaderValid());
 }
 
-TEST_F(ZempPartTest, UpdateOfTheManifestCopiesElementsAndBytes) {
-    const zemp_content_header_t header = contentHeader(ZempFormat::BlobType, "suum");
-    SuumBlob known(&header);
-    known.addSuumElement(1, "gone", 0, 0, "", "", "", 0, 0, 0, 0, true);
-    {
-        SuumBlob later(&header);
-        later.addSuumElement(2, "kernel", 5, 10, "/m", "ext4", "4813", 1, 2, 3, 1, true);
-        later.setBlob(pattern(12).data(), 12);
-        later.setIsSuumValid(true);
-        later.setPartVersion("1.05-7");
-        known.update(&later);
-    }
-    known.update(&known);
-    EXPECT_EQ(known.toString(), "suum 1 elements for 1.05-7");
-    ASSERT_NE(known.getElementAt(0), nullptr);
-    EXPECT_EQ(known.getElementAt(0)->getPoolname(), "kernel");
-    EXPECT_EQ(known.getElementAt(1), nullptr);
-    EXPECT_TRUE(known.isSuumValid());
-    EXPECT_EQ(Bytes(known.getBlob(), known.getBlob() + known.getBlobSize()), pattern(12));
-}
-
 TEST_F(ZempPartTest, UpdateFromAnotherClassChangesNothing) {
     const auto kernel = software("kernel", 1, 2, 3, "id");
     const zemp_content_header_t plain = contentHeader(ZempFormat::BlobType, "other");
@@ -184,26 +163,6 @@ TEST_F(ZempPartTest, UpdateFromAnotherClassChangesNothing) {
     kernel->update(&blob);
     kernel->update(nullptr);
     EXPECT_EQ(kernel->toString(), "kernel 1.02-3, id");
-}
-
-TEST_F(ZempPartTest, UpdateOfMainAndReleaseHeader) {
-    ZempHeaderPart main;
-    ZempHeaderPart laterMain;
-    zemp_header_t values{};
-    values.body_length = 77;
-    laterMain.updateZempHeader(&values);
-    main.update(&laterMain);
-    EXPECT_TRUE(main.isZempHeaderValid());
-    EXPECT_EQ(main.getZempHeader()->body_length, 77U);
-
-    const zemp_content_header_t header = contentHeader(ZempFormat::ReleaseHeaderType, "release");
-    ReleaseHeaderPart release(&header, nullptr);
-    const auto release157 = releaseHeader(1, 5, 7, "name");
-    ReleaseHeaderPart later(&header, &release157);
-    later.setReleaseHeaderBody("text");
-    release.update(&later);
-    EXPECT_TRUE(release.isVersion(1, 5, 7));
-    EXPECT_EQ(release.getReleaseHeaderBody(), "text");
 }
 
 } // namespace

@@ -150,48 +150,6 @@ std::string reportOf(const hostcfg::Description& description) {
     return text;
 }
 
-TEST(SuuReport, ShowsSetsPartitionsAndPools) {
-    hostcfg::Description description;
-    description.releases = {{"REL-1.05-7", {1, 5, 7}, 951782399}};
-    description.sets = {{"set A", true, 0, 2}, {"sixteen bytes: B", false, 7, 0}};
-    description.activeSet = 0;
-    hostcfg::Partition app = partition("app", {1, 12, 300}, "/app");
-    app.number = 12;
-    app.offset = 0x100000;
-    app.size = 0x2000000;
-    app.fsType = "ext4";
-    app.contentName = "application";
-    app.length = 1234567;
-    app.crc = 0xabc;
-    description.partitions = {app, partition("kernel", {2, 3, 4}), partition("app", {0, 0, 0})};
-    EXPECT_EQ(reportOf(description),
-              "               ---------- ---------- < SuuInfo > ---------- ----------\n"
-              "Sets: (p1/2)\n"
-              "     name:            bootable:  rhdr:      refs:\n"
-              "     set A            yes        0          2   ACTIVE SET\n"
-              "     sixteen bytes: B no         7          0\n"
-              "Sets: (p2/2)\n"
-              "     name:            release date:        release id:\n"
-              "     set A            2000.02.28 23:59:59  REL-1.05-7\n"
-              "     sixteen bytes: B -                    -\n"
-              "Partitions: (p1/2)\n"
-              "     pn: poolname:        offset:     size:        ver:       fstype:   mountpnt:\n"
-              "     12  app                0x00100000  0x02000000 1.12-300   ext4      /app\n"
-              "     0   kernel             0x00000000  0x00000000 2.03-4               \n"
-              "     0   app                0x00000000  0x00000000 0.00-0               \n"
-              "Partitions: (p2/2)\n"
-              "     poolname:        content name:     length:     crc32:\n"
-              "     app              application       1234567     0x00000abc\n"
-              "     kernel                             0           0x00000000\n"
-              "     app                                0           0x00000000\n"
-              "Pools:\n"
-              "     pool:            cnt:   type:\n"
-              "     app              2      multi\n"
-              "     kernel           1      singleton\n"
-              "SUU Data Upgrade set VALID\n"
-              "               ---------- ---------- <  ----  > ---------- ----------\n");
-}
-
 TEST(SuuReport, SurvivesAnyBytes) {
     hostcfg::Description description;
     description.changeSuuData = [](suu_data_t& data) { memset(&data, 0x1b, sizeof data); };

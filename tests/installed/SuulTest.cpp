@@ -61,22 +61,6 @@ TEST_F(Suul, TwentyPoolsOrTwentyMembers) {
     EXPECT_EQ(poolsOf(partitions(names)), expected);
 }
 
-TEST_F(Suul, ShortSuuDataIsFilledUpWithZeros) {
-    hostcfg::Description description = partitions({"A", "B"});
-    const hostcfg::Bytes whole = hostcfg::build(description);
-    hostcfg::Description shorter; // the same part, cut behind the first partition record
-    shorter.partsBefore = {{"SUU data", hostcfg::Bytes(whole.begin() + 56, whole.begin() + 56 + 112 + 72)}};
-    memset(&ctx->data, 0xee, sizeof ctx->data);
-    import(hostcfg::build(shorter));
-    EXPECT_STREQ(ctx->data.partitions[0].name, "A");
-    for (size_t i = 112 + 72; i < sizeof ctx->data; ++i)
-        ASSERT_EQ(reinterpret_cast<const uint8_t*>(&ctx->data)[i], 0) << i;
-}
-
-TEST_F(Suul, ImportNeedsThePart) {
-    EXPECT_EQ(suul_hostconfig_import(ctx.get(), hc.get()), -1);
-}
-
 TEST_F(SuulDeathTest, NullObjects) {
     EXPECT_DEATH(suul_hostconfig_import(nullptr, hc.get()), "\\*\\*\\* ASSERT in suul.c at 223\n");
     EXPECT_DEATH(suul_hostconfig_import(ctx.get(), nullptr), "\\*\\*\\* ASSERT in suul.c at 224\n");

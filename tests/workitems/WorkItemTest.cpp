@@ -23,13 +23,6 @@ TEST(WorkItem, PrintsTypeAndStatus) {
     EXPECT_EQ(base.toString(), "DownloadRequest DownloadNotStarted");
 }
 
-TEST(WorkItem, EventsKeepUrlAndVersionApart) {
-    ConfigDbStatusEvent status(ConfigDbStatusEvent::ConfigGetNewFirmware, "version", "url", true);
-    EXPECT_EQ(status.getVersion() + " " + status.getUrl(), "version url");
-    const NewFirmwareNeededEvent event("url", "version", true);
-    EXPECT_EQ(event.getVersion() + " " + event.getUrl(), "version url");
-}
-
 TEST(DownloadRequest, CountsFailuresThroughResetsWhichEmptyTheFile) {
     const support::TemporaryDirectory directory;
     const std::string name = directory.write("ContentPart-x", "some bytes");
