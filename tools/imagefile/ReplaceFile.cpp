@@ -1,5 +1,6 @@
 #include "imagefile/ReplaceFile.h"
 
+#include "imagefile/Descriptor.h"
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -25,22 +26,6 @@ constexpr int TemporaryAttempts = 100; // names tried before giving up
 [[noreturn]] void failWithErrno(const std::string& path) {
     fail(path, strerror(errno));
 }
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : mFd(fd) {}
-    ~Descriptor() {
-        if (mFd >= 0)
-            ::close(mFd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return mFd; }
-
-  private:
-    const int mFd;
-};
 
 // A new, empty file beside `path`, with the rights that any new file gets.
 std::string makeTemporary(const std::string& path) {

@@ -1,5 +1,6 @@
 #include "zemp/Files.h"
 
+#include "imagefile/Descriptor.h"
 #include "imagefile/ReplaceFile.h"
 #include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
@@ -13,6 +14,8 @@ namespace zemp {
 
 namespace {
 
+using imagefile::Descriptor;
+
 [[noreturn]] void fail(const std::string& path, const std::string& reason) {
     throw InputError(path + ": " + reason);
 }
@@ -20,22 +23,6 @@ namespace {
 [[noreturn]] void failWithErrno(const std::string& path) {
     fail(path, strerror(errno));
 }
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : mFd(fd) {}
-    ~Descriptor() {
-        if (mFd >= 0)
-            ::close(mFd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return mFd; }
-
-  private:
-    const int mFd;
-};
 
 // Size of the open file, which has to be a regular one.
 uint64_t regularSize(const Descriptor& file, const std::string& path) {
