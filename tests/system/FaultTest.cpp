@@ -1,12 +1,9 @@
 // What fails around the daemon and comes back: space on the disk, the update server, bus and database; and a
 // second daemon beside the first.
-#include "lab/ImageVerdict.h"
-#include "system/LabFixtures.h"
 #include "system/SoakTerminal.h"
-#include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace fs = std::filesystem;
 
@@ -49,19 +46,15 @@ class DiskFull : public testing::TestWithParam<FullDisk> {
         options.arguments = {"sh", "-c",
                              "until [ -e /tmp/go ]; do sleep 0.01; done; while :; do " + command +
                                  "; echo ended with $?; sleep 0.01; done"};
-        const lab::Descriptor output =
-            lab::Descriptor::open(mTerminal.lab().daemonLog(), O_WRONLY | O_CREAT | O_APPEND);
-        options.output = output.get();
-        mBox = terminal.start(options);
+        mBox = startIn(terminal, options, mTerminal.lab().daemonLog());
     }
 
     // A file on one of the small disks, as this machine names it.
     std::string onDisk(const std::string& path) const { return mBox->rootDirectory() + path; }
 
     void fill(const std::string& directory, unsigned free) const {
-        const std::string bytes(DiskSize - free, 'x');
         std::ofstream file(onDisk(directory) + "/ballast", std::ios::binary);
-        file << bytes;
+        file << std::string(DiskSize - free, 'x');
         file.close();
         ASSERT_TRUE(file.good());
     }
@@ -89,9 +82,8 @@ TEST_P(DiskFull, FlagsNothingAndRecoversWithSpace) {
     ASSERT_TRUE(eventually([&] { return !mTerminal.lab().config()->readyForInstall().empty(); }))
         << mTerminal.log();
     EXPECT_EQ(mTerminal.lab().config()->readyForInstall(), flagged);
-    const lab::ImageVerdict verdict =
-        lab::judgeImage(onDisk(flagged), mTerminal.lab().image(), mTerminal.lab().plan());
-    EXPECT_TRUE(verdict.isGood()) << verdict.faults.front();
+    EXPECT_THAT(lab::judgeImage(onDisk(flagged), mTerminal.lab().image(), mTerminal.lab().plan()).faults,
+                testing::IsEmpty());
     EXPECT_EQ(countIn(mTerminal.log(), "ended with"), countIn(mTerminal.log(), "ended with 0"));
 }
 
@@ -199,43 +191,45 @@ TEST_F(Database, ComesTooLateAndIsThereAfterARestart) {
 
 // --- Second instance
 
-TEST(SecondInstance, OfTheBackgroundIsRefused) {
-    SoakTerminal terminal;
+class SecondInstance : public testing::Test {
+  protected:
+    void startSecond(const Life& life) {
+        mSecond = startIn(mTerminal.lab().terminal(), mTerminal.options(life), mLog);
+    }
+
+    // Its log, when it has ended.
+    std::string end() {
+        EXPECT_TRUE(mSecond->waitFor(VeryLong));
+        EXPECT_TRUE(mSecond->exitStatus()->isExit(0)) << mSecond->exitStatus()->toString();
+        return readText(mLog);
+    }
+
+    SoakTerminal mTerminal;
+    const std::string mLog = mTerminal.work().file("second.log");
+    std::unique_ptr<lab::TerminalProcess> mSecond;
+};
+
+TEST_F(SecondInstance, OfTheBackgroundIsRefused) {
     Life life;
     life.isInBackground = true;
-    terminal.start(life);
-    ASSERT_TRUE(eventually([&] { return terminal.takesSignals(); })) << terminal.log();
-    lab::ChildOptions options = terminal.options(life);
-    const std::string log = terminal.work().file("second.log");
-    const lab::Descriptor output = lab::Descriptor::open(log, O_WRONLY | O_CREAT);
-    options.output = output.get();
-    const auto second = terminal.lab().terminal().start(options);
-    ASSERT_TRUE(second->waitFor(VeryLong));
-    EXPECT_TRUE(second->exitStatus()->isExit(0)) << second->exitStatus()->toString();
-    EXPECT_NE(readText(log).find("already running"), std::string::npos) << readText(log);
-
-    EXPECT_TRUE(eventually([&] { return !terminal.lab().config()->readyForInstall().empty(); }));
-    EXPECT_EQ(terminal.complaint(true), "");
-    EXPECT_EQ(terminal.stop(SIGTERM), "");
+    mTerminal.start(life);
+    ASSERT_TRUE(eventually([&] { return mTerminal.takesSignals(); })) << mTerminal.log();
+    startSecond(life);
+    EXPECT_THAT(end(), testing::HasSubstr("already running"));
+    EXPECT_TRUE(eventually([&] { return !mTerminal.lab().config()->readyForInstall().empty(); }));
+    EXPECT_EQ(mTerminal.complaint(true), "");
+    EXPECT_EQ(mTerminal.stop(SIGTERM), "");
 }
 
-TEST(SecondInstance, InTheForegroundFetchesNothing) {
-    SoakTerminal terminal;
-    terminal.start();
-    ASSERT_TRUE(eventually([&] { return terminal.hasLogged("Connected to configdb."); }));
-    lab::ChildOptions options = terminal.options({});
-    const std::string log = terminal.work().file("second.log");
-    const lab::Descriptor output = lab::Descriptor::open(log, O_WRONLY | O_CREAT);
-    options.output = output.get();
-    const auto second = terminal.lab().terminal().start(options);
-    EXPECT_EQ(terminal.untilReady(), "");
-    EXPECT_TRUE(eventually([&] {
-        return readText(log).find("connecting to cbus, retrying.") != std::string::npos;
-    })) << readText(log);
-    EXPECT_EQ(readText(log).find("Downloader::download()"), std::string::npos) << readText(log);
-    second->signal(SIGTERM);
-    ASSERT_TRUE(second->waitFor(VeryLong));
-    EXPECT_TRUE(second->exitStatus()->isExit(0)) << second->exitStatus()->toString();
+TEST_F(SecondInstance, InTheForegroundFetchesNothing) {
+    mTerminal.start();
+    ASSERT_TRUE(eventually([&] { return mTerminal.hasLogged("Connected to configdb."); }));
+    startSecond({});
+    EXPECT_EQ(mTerminal.untilReady(), "");
+    EXPECT_TRUE(eventually([&] { return countIn(readText(mLog), "connecting to cbus, retrying.") > 0; }))
+        << readText(mLog);
+    mSecond->signal(SIGTERM);
+    EXPECT_THAT(end(), testing::Not(testing::HasSubstr("Downloader::download()")));
 }
 
 } // namespace

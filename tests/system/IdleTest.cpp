@@ -3,13 +3,11 @@
 // FW_IDLE_DAYS sets the number of days for each of the two states.
 #include "lab/BusObserver.h"
 #include "lab/LogTail.h"
-#include "system/LabFixtures.h"
 #include "system/SoakTerminal.h"
 #include <csignal>
 #include <filesystem>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <iostream>
-#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -33,18 +31,13 @@ struct Usage {
     long descriptors = 0;
 
     static Usage of(pid_t pid) {
-        Usage usage;
         const std::string directory = "/proc/" + std::to_string(pid);
-        std::istringstream status(readText(directory + "/status"));
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("VmRSS:", 0) == 0)
-                usage.kilobytes = std::stol(line.substr(6));
-            if (line.rfind("Threads:", 0) == 0)
-                usage.threads = std::stol(line.substr(8));
-        }
-        usage.descriptors =
-            std::distance(fs::directory_iterator(directory + "/fd"), fs::directory_iterator());
-        return usage;
+        const std::string status = readText(directory + "/status");
+        const auto number = [&](const std::string& name) {
+            return std::stol(status.substr(status.find("\n" + name) + 1 + name.size()));
+        };
+        return {number("VmRSS:"), number("Threads:"),
+                std::distance(fs::directory_iterator(directory + "/fd"), fs::directory_iterator())};
     }
 };
 
@@ -64,10 +57,7 @@ class Idle : public testing::Test {
             const unsigned before = seen;
             ASSERT_TRUE(eventually([&] {
                 for (const std::string& line : mLog.newLines())
-                    seen += line.size() > mTick.size() &&
-                                    line.compare(line.size() - mTick.size(), mTick.size(), mTick) == 0
-                                ? 1
-                                : 0;
+                    seen += testing::Matches(testing::EndsWith(mTick))(line) ? 1 : 0;
                 return seen - before >= SecondsPerDay / SecondsPerTick / 10 || seen >= ticks;
             }));
         }
@@ -84,8 +74,7 @@ class Idle : public testing::Test {
         const Usage after = Usage::of(pid);
         std::cout << "soak: " << days << " days " << state << ": " << before << "; then " << after << "\n";
         EXPECT_GT(before.kilobytes, 0);
-        EXPECT_TRUE(!IsMemoryOurs || after.kilobytes <= before.kilobytes + SlackKilobytes)
-            << before << "; then " << after;
+        EXPECT_TRUE(!IsMemoryOurs || after.kilobytes <= before.kilobytes + SlackKilobytes);
         EXPECT_EQ(after.threads, before.threads);
         EXPECT_EQ(after.descriptors, before.descriptors);
         EXPECT_EQ(mTerminal.newRequests(), 0U);

@@ -3,12 +3,9 @@
 #include "system/LabFixtures.h"
 #include <filesystem>
 #include <functional>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
-
-using imagefile::ImageBuilder;
-using imagefile::ImageReader;
 
 // A terminal that needs the kernel and has the root.
 class ImageVerdict : public testing::Test {
@@ -16,14 +13,14 @@ class ImageVerdict : public testing::Test {
     ImageVerdict() {
         mSource.write(mDirectory.file("source"));
         writeFile(mDirectory.file("record"), recordWithRoot({1, 2, 3}));
-        mReader = std::make_unique<ImageReader>(mDirectory.file("source"));
+        mReader = std::make_unique<imagefile::ImageReader>(mDirectory.file("source"));
         mPlan = std::make_unique<updateplan::UpdatePlan>(*mReader, mDirectory.file("record"));
     }
 
     // What a right compiler makes of the source.
     static ImageBuilder compiled() {
         ImageBuilder image = twoPartImage(101, 60);
-        image.at(RootIndex).body.clear();
+        image.at(3).body.clear(); // the root's
         return image;
     }
 
@@ -33,28 +30,15 @@ class ImageVerdict : public testing::Test {
         return lab::judgeImage(mDirectory.file("compiled"), *mReader, *mPlan);
     }
 
-    static constexpr size_t KernelIndex = 2;
-    static constexpr size_t RootIndex = 3;
-
     const support::TemporaryDirectory mDirectory;
     const ImageBuilder mSource = twoPartImage(101, 60);
-    std::unique_ptr<ImageReader> mReader;
+    std::unique_ptr<imagefile::ImageReader> mReader;
     std::unique_ptr<updateplan::UpdatePlan> mPlan;
 };
 
-TEST_F(ImageVerdict, AcceptsWhatARightCompilerMakes) {
-    const lab::ImageVerdict verdict = judge(compiled().build());
-    EXPECT_TRUE(verdict.isGood()) << verdict.faults.front();
-    std::vector<std::string> rows;
-    for (const auto& row : verdict.rows)
-        rows.push_back(row.part + ": " + row.finding);
-    EXPECT_EQ(rows, (std::vector<std::string>{"release: identical (16 bytes)", "suum: identical (54 bytes)",
-                                              "kernel: needed, identical (101 bytes)",
-                                              "root: not needed, header only"}));
-}
-
 TEST_F(ImageVerdict, SeesEveryDamagedByteAndEveryCut) {
     const Bytes good = compiled().build();
+    EXPECT_TRUE(judge(good).isGood());
     for (size_t i = 0; i < good.size(); ++i) {
         Bytes bad = good;
         bad[i] ^= 0x10;
@@ -65,14 +49,12 @@ TEST_F(ImageVerdict, SeesEveryDamagedByteAndEveryCut) {
     Bytes longer = good;
     longer.insert(longer.end(), 4, 0);
     EXPECT_FALSE(judge(longer).isGood());
+    EXPECT_FALSE(lab::judgeImage(mDirectory.file("nothing"), *mReader, *mPlan).isGood());
 }
 
 // Images with right checksums, but of the wrong content.
 TEST_F(ImageVerdict, SeesWrongContentUnderRightChecksums) {
-    const struct {
-        const char* fault;
-        std::function<void(ImageBuilder&)> change;
-    } rows[] = {
+    const std::pair<const char*, std::function<void(ImageBuilder&)>> rows[] = {
         {"kernel: needed, but only its header is there", [](auto& image) { image.at(2).body.clear(); }},
         {"root: not needed, but its body is there",
          [](auto& image) { image.at(3).body = lab::patternBytes(60, 2); }},
@@ -89,31 +71,11 @@ TEST_F(ImageVerdict, SeesWrongContentUnderRightChecksums) {
         {"parts are release, suum, kernel, root, root instead of release, suum, kernel, root",
          [](auto& image) { image.add(image.at(3)); }},
     };
-    for (const auto& row : rows) {
+    for (const auto& [fault, change] : rows) {
         ImageBuilder image = compiled();
-        row.change(image);
-        const std::vector<std::string> faults = judge(image.build()).faults;
-        EXPECT_NE(std::find(faults.begin(), faults.end(), row.fault), faults.end())
-            << row.fault << "\nbut: " << testing::PrintToString(faults);
+        change(image);
+        EXPECT_THAT(judge(image.build()).faults, testing::Contains(fault));
     }
-}
-
-TEST_F(ImageVerdict, TellsPartsOfOneNameApart) {
-    ImageBuilder image;
-    image.release({1, 5, 7}, 0, "REL-1.05-7", "Release 1.05-7\n", true);
-    image.manifest("2,kernel,0,-,-,4813,1.2.3,1\n9,kernel,0,-,-,4813,1.2.4,1\n");
-    image.software("kernel", {1, 2, 3}, "kern-build", lab::patternBytes(101, 1));
-    image.software("kernel", {1, 2, 4}, "kern-build", lab::patternBytes(77, 2));
-    image.write(mDirectory.file("two"));
-    const ImageReader source(mDirectory.file("two"));
-    const updateplan::UpdatePlan plan(source, mDirectory.file("record"));
-    EXPECT_TRUE(lab::judgeImage(mDirectory.file("two"), source, plan).isGood());
-}
-
-TEST_F(ImageVerdict, NamesAFileThatIsNoImage) {
-    EXPECT_FALSE(lab::judgeImage(mDirectory.file("nothing"), *mReader, *mPlan).isGood());
-    EXPECT_FALSE(lab::judgeImage(mDirectory.path(), *mReader, *mPlan).isGood());
-    EXPECT_FALSE(judge({}).isGood());
 }
 
 } // namespace

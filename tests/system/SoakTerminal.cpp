@@ -2,7 +2,7 @@
 
 #include "lab/BusObserver.h"
 #include "lab/ImageVerdict.h"
-#include "system/LabFixtures.h"
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -17,13 +17,6 @@ constexpr const char* LibraryPath = "/lab/killpoint.so"; // in the terminal
 constexpr const char* OperationsName = "operations";     // in its /tmp
 
 constexpr Milliseconds KillTime{10000};
-
-lab::LabOptions labOptions(double timeScale, unsigned speed) {
-    lab::LabOptions options;
-    options.timeScale = timeScale;
-    options.speed = speed;
-    return options;
-}
 
 } // namespace
 
@@ -40,8 +33,11 @@ Milliseconds randomTime(Random& random, Milliseconds most) {
     return Milliseconds(std::uniform_int_distribution<int>(0, static_cast<int>(most.count()))(random));
 }
 
-SoakTerminal::SoakTerminal(double timeScale, unsigned speed)
-    : mLab(std::make_unique<lab::Lab>(labOptions(timeScale, speed), mWork)) {
+SoakTerminal::SoakTerminal(double timeScale, unsigned speed) {
+    lab::LabOptions options;
+    options.timeScale = timeScale;
+    options.speed = speed;
+    mLab = std::make_unique<lab::Lab>(options, mWork);
     mLab->terminal().bind({FW_KILLPOINT_LIBRARY, LibraryPath});
     mLab->startServices();
     mLab->configure();
@@ -75,10 +71,7 @@ void SoakTerminal::start(const Life& life) {
     fs::remove(mLab->daemonLog());
     fs::remove(mWork.temporary() + "/" + OperationsName);
     fs::remove(mWork.run() + "/fw_download.pid"); // as after a boot
-    lab::ChildOptions started = options(life);
-    const lab::Descriptor output = lab::Descriptor::open(mLab->daemonLog(), O_WRONLY | O_CREAT | O_APPEND);
-    started.output = output.get();
-    mDaemon = mLab->terminal().start(started);
+    mDaemon = startIn(mLab->terminal(), options(life), mLab->daemonLog());
 }
 
 std::string SoakTerminal::log() const {
@@ -167,12 +160,8 @@ std::optional<std::chrono::steady_clock::time_point> SoakTerminal::pointTime() c
         Milliseconds(strtoll(text.c_str() + place + 3, nullptr, 10)));
 }
 
-bool SoakTerminal::hasDownload(const std::string& ending) const {
-    for (const fs::directory_entry& entry : fs::directory_iterator(mWork.downloads())) {
-        const std::string name = entry.path().filename();
-        if (name.size() >= ending.size() &&
-            name.compare(name.size() - ending.size(), ending.size(), ending) == 0)
-            return true;
-    }
-    return false;
+bool SoakTerminal::hasDownload(const char* ending) const {
+    const fs::directory_iterator downloads(mWork.downloads());
+    return std::any_of(begin(downloads), end(downloads),
+                       [&](const fs::directory_entry& entry) { return entry.path().extension() == ending; });
 }

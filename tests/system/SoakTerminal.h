@@ -5,17 +5,14 @@
 
 #include "lab/Lab.h"
 #include "support/TemporaryDirectory.h"
+#include "system/LabFixtures.h"
 #include <chrono>
 #include <memory>
 #include <optional>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
-using lab::Milliseconds;
-
-constexpr Milliseconds VeryLong{60000};   // nothing that works takes so long, also on a busy machine
 constexpr Milliseconds LongestStop{2000}; // a promise
 constexpr unsigned HotLoopRequests = 150; // more of them within one life are a hot loop
 constexpr double SoakTimeScale = 1000;    // an update takes about 0.3 s
@@ -30,18 +27,6 @@ unsigned soakSeed();
 
 // A time from 0 to `most`.
 Milliseconds randomTime(Random& random, Milliseconds most);
-
-// Waits until `condition` holds; false when that takes very long.
-template <typename Condition>
-bool eventually(Condition condition, Milliseconds time = VeryLong) {
-    const auto deadline = std::chrono::steady_clock::now() + time;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(Milliseconds(2));
-    }
-    return true;
-}
 
 // How one life of the daemon begins.
 struct Life {
@@ -106,8 +91,8 @@ class SoakTerminal {
 
     Milliseconds slowestStop() const { return mSlowestStop; }
 
-    // A file of the download directory whose name ends so.
-    bool hasDownload(const std::string& ending) const;
+    // A file of the download directory with this ending of its name.
+    bool hasDownload(const char* ending) const;
 
     // The daemon's log, for messages.
     std::string log() const;

@@ -2,14 +2,11 @@
 // process with status 0 within 2 seconds, and the next start goes on where it was.
 //
 // FW_STOP_ROUNDS sets the number of rounds, FW_SOAK_SEED the first seed.
-#include "lab/Descriptor.h"
 #include "system/SoakTerminal.h"
 #include <csignal>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
@@ -109,12 +106,8 @@ TEST(Stop, IsNotHeldUpByALockedDatabase) {
 TEST(Stop, IsNotHeldUpByABusThatDoesNotAnswer) {
     SoakTerminal terminal;
     terminal.lab().bus()->stop();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = terminal.lab().bus()->directory() + "/" + lab::PrivateBus::SocketName;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const lab::Descriptor silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(silent.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const lab::Descriptor silent =
+        localSocket(terminal.lab().bus()->directory() + "/" + lab::PrivateBus::SocketName, SOCK_STREAM);
     ASSERT_EQ(listen(silent.get(), 10), 0);
     terminal.start();
     ASSERT_TRUE(eventually([&] { return terminal.takesSignals(); })) << terminal.log();

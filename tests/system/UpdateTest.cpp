@@ -1,17 +1,12 @@
-// Whole updates: real daemon, bus, database and web server.
-#include "lab/LabRun.h"
+// Whole updates: real daemon, bus, database and web server, also one that misbehaves by name.
+#include "lab/FaultServer.h"
 #include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
-#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace {
 
-class Recorder : public lab::LabObserver {
-  public:
-    void onEvent(const lab::LabEvent& event) override { events.push_back(event); }
-    std::vector<lab::LabEvent> events;
-};
+using Lines = std::vector<std::string>;
 
 class Update : public testing::Test {
   protected:
@@ -22,13 +17,8 @@ class Update : public testing::Test {
         options.timeout = std::chrono::seconds(60);
     }
 
-    lab::LabResult run() {
-        const lab::WorkDirectory work(mDirectory.file("work"));
-        return lab::runLab(options, work, recorder);
-    }
-
-    static std::vector<std::string> ranges(const lab::LabResult& result) {
-        std::vector<std::string> all;
+    static Lines ranges(const lab::LabResult& result) {
+        Lines all;
         for (const lab::LabEvent& event : result.requests)
             all.push_back(event.text + " " + event.request.range);
         return all;
@@ -36,17 +26,14 @@ class Update : public testing::Test {
 
     const support::TemporaryDirectory mDirectory;
     lab::LabOptions options;
-    Recorder recorder;
 };
 
 // The first part begins at 8 + 16 + (76 + 16) + (32 + 54 + 2) = 204.
 TEST_F(Update, FetchesAllOfAnImageForAnEmptyTerminal) {
-    const lab::LabResult result = run();
-    ASSERT_TRUE(result.isGood()) << lab::getName(result.step) << ": " << result.failure << "\n"
-                                 << readText(result.daemonLog);
-    EXPECT_EQ(ranges(result),
-              (std::vector<std::string>{"image start 0-511", "kernel header 204-715", "kernel body 716-50272",
-                                        "root header 50272-50783", "root body 50784-59336"}));
+    const lab::LabResult result = runLab(options, mDirectory.file("work"));
+    ASSERT_EQ(failureOf(result), "");
+    EXPECT_EQ(ranges(result), (Lines{"image start 0-511", "kernel header 204-715", "kernel body 716-50272",
+                                     "root header 50272-50783", "root body 50784-59336"}));
     EXPECT_EQ(result.imageBytes, 59336U);
     EXPECT_EQ(result.fetchedBytes, 512U + (50272 - 204 + 1) + (59336 - 50272));
     EXPECT_EQ(result.readyFile, "/data/fw/fw_download_update.zemp-1.05-7");
@@ -57,27 +44,69 @@ TEST_F(Update, LeavesOutWhatIsInstalled) {
     writeFile(mDirectory.file("record"), recordWithRoot({1, 2, 3}));
     options.installed = mDirectory.file("record");
     options.verbosity = 6; // where the log tells less
-    const lab::LabResult result = run();
-    ASSERT_TRUE(result.isGood()) << lab::getName(result.step) << ": " << result.failure << "\n"
-                                 << readText(result.daemonLog);
-    EXPECT_EQ(ranges(result), (std::vector<std::string>{"image start 0-511", "kernel header 204-715",
-                                                        "kernel body 716-50272", "root header 50272-50783"}));
+    const lab::LabResult result = runLab(options, mDirectory.file("work"));
+    ASSERT_EQ(failureOf(result), "");
+    EXPECT_EQ(ranges(result), (Lines{"image start 0-511", "kernel header 204-715", "kernel body 716-50272",
+                                     "root header 50272-50783"}));
     EXPECT_EQ(result.verdict.rows.back().finding, "not needed, header only");
 }
 
 TEST_F(Update, SaysWhichStepFailedAndKeepsTheLog) {
     options.version = "9.09-9"; // which the image is not
     options.timeout = std::chrono::seconds(2);
-    const lab::LabResult late = run();
+    const lab::LabResult late = runLab(options, mDirectory.file("work"));
     EXPECT_EQ(late.step, lab::LabResult::Update);
     EXPECT_NE(late.failure.find("time limit"), std::string::npos) << late.failure;
     EXPECT_NE(readText(late.daemonLog), "");
-    EXPECT_FALSE(late.isGood());
 
     options.version = "0.00-0"; // which is installed
-    const lab::LabResult same = run();
-    EXPECT_EQ(same.step, lab::LabResult::Prepare);
-    EXPECT_FALSE(same.isGood());
+    EXPECT_EQ(runLab(options, mDirectory.file("work")).step, lab::LabResult::Prepare);
+    for (const char* const version : {"1", "1.05", "1.05-", "1-7.5", "x.05-7", "1.-7", "1.05 7"}) {
+        options.version = version;
+        EXPECT_EQ(runLab(options, mDirectory.file("work")).step, lab::LabResult::Prepare) << version;
+    }
+}
+
+// One fault of each group, on the body of the first part, bytes 716 to 50272.
+TEST_F(Update, OvercomesAndShowsWhatTheServerDoesWrong) {
+    const struct {
+        const char* fault;
+        Lines requests; // the one with the fault, and those until the next part
+    } rows[] = {
+        {"not-found=2", {"716-50272 404 48 not-found", "764-50272 404 48 not-found", "812-50272 206 49461 "}},
+        {"close-in-head", {"716-50272 0 0 close-in-head", "716-50272 206 49557 "}},
+        {"reset-mid-body", {"716-50272 206 24778 reset-mid-body", "204-50272 206 50069 "}},
+        {"close-mid-body", {"716-50272 206 24778 close-mid-body", "25494-50272 206 24779 "}},
+        {"ignore-range", {"716-50272 200 59336 ignore-range"}},
+        {"damage", {"716-50272 206 49557 damage"}},
+        {"drip", {"716-50272 206 49557 drip"}},
+    };
+    options.timeScale = 1000;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.fault);
+        options.faults = {"none=2", row.fault};
+        const lab::LabResult result = runLab(options, mDirectory.file(row.fault));
+        ASSERT_EQ(failureOf(result), "");
+        Lines expected = {"0-511 206 512 ", "204-715 206 512 "};
+        expected.insert(expected.end(), row.requests.begin(), row.requests.end());
+        expected.emplace_back("50272-50783 206 512 ");
+        Lines found;
+        for (const lab::LabEvent& event : result.requests)
+            found.push_back(event.request.range + " " + std::to_string(event.request.status) + " " +
+                            std::to_string(event.request.bytes) + " " + event.request.fault);
+        found.resize(std::min(found.size(), expected.size()));
+        EXPECT_EQ(found, expected);
+    }
+}
+
+TEST(FaultNames, AreReadWithTheirCounts) {
+    EXPECT_EQ(lab::Fault::parse("stall").count, 1U);
+    EXPECT_EQ(lab::Fault::parse("stall=10000").count, 10000U);
+    for (const lab::Fault& fault : lab::Fault::all())
+        EXPECT_EQ(lab::Fault::parse(fault.name + "=2").name, fault.name);
+    for (const char* const wrong : {"", "=1", "unheard-of", "stall=", "stall=0", "stall=10001", "stall=-1",
+                                    "stall=1x", "stall=99999999999"})
+        EXPECT_THROW(lab::Fault::parse(wrong), std::runtime_error) << wrong;
 }
 
 } // namespace
