@@ -1,26 +1,18 @@
 // Plans against whole updates in the lab: real daemon, web server and file system.
-#include "lab/LabRun.h"
 #include "plan/UpdatePlan.h"
 #include "support/TemporaryDirectory.h"
+#include "system/LabFixtures.h"
 #include "tools/planPairs.h"
-#include <fstream>
 #include <gtest/gtest.h>
 
 namespace {
 
-class Unobserved : public lab::LabObserver {
-    void onEvent(const lab::LabEvent&) override {}
-};
-
 TEST(PlanAndLab, AgreeRequestForRequest) {
     const support::TemporaryDirectory directory;
-    Unobserved observer;
     for (const PlanPair& pair : planPairs()) {
         SCOPED_TRACE(pair.name);
         rig::makeImage(7, pair.pools, pair.text).write(directory.file("image"));
-        const hostcfg::Bytes record = hostcfg::build(rig::installedFor(pair.pools));
-        std::ofstream(directory.file("record"), std::ios::binary)
-            .write(reinterpret_cast<const char*>(record.data()), static_cast<std::streamsize>(record.size()));
+        writeFile(directory.file("record"), hostcfg::build(rig::installedFor(pair.pools)));
         const auto image = imagefile::openImage(directory.file("image"));
         const plan::UpdatePlan plan = plan::makePlan(*image, directory.file("record"));
 
@@ -29,9 +21,8 @@ TEST(PlanAndLab, AgreeRequestForRequest) {
         options.installed = directory.file("record");
         options.timeScale = 100;
         options.timeout = std::chrono::seconds(60);
-        const lab::WorkDirectory work(directory.file(pair.name));
-        const lab::LabResult result = lab::runLab(options, work, observer);
-        ASSERT_TRUE(result.isGood()) << lab::getName(result.step) << ": " << result.failure;
+        const lab::LabResult result = runLab(options, directory.file(pair.name));
+        ASSERT_EQ(failureOf(result), "");
         std::vector<std::string> planned;
         for (const plan::Request& request : plan.requests)
             planned.push_back(request.range);

@@ -1,7 +1,7 @@
 // Manual pages, completions and the description of the format, against the programs.
+#include "support/ShellOutput.h"
 #include "tools/zempRun.h"
-#include "tools/zempSamples.h"
-#include <cstdio>
+#include <algorithm>
 #include <regex>
 #include <set>
 
@@ -9,19 +9,9 @@ namespace {
 
 const std::string Root = FW_SOURCE_DIR;
 
-struct Output {
-    int status;
-    std::string text;
-};
-
 // What a shell command writes to both its outputs.
-Output outputOf(const std::string& command) {
-    FILE* const pipe = popen(("{ " + command + "; } 2>&1").c_str(), "r");
-    std::string text;
-    char buffer[4096];
-    for (size_t count = 0; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        text.append(buffer, count);
-    return {pclose(pipe), text};
+support::ShellOutput outputOf(const std::string& command) {
+    return support::runShell("{ " + command + "; } 2>&1");
 }
 
 std::string withoutBackslashes(std::string text) {
@@ -41,12 +31,9 @@ std::set<std::string> find(const std::string& text, const std::string& pattern) 
 TEST(ToolDocuments, ManualPagesRenderWithoutWarnings) {
     if (outputOf("command -v groff").status != 0)
         GTEST_SKIP() << "no groff";
-    for (const char* const directory : {"/docs/man", "/packaging/man"}) {
-        for (const auto& page : std::filesystem::directory_iterator(Root + directory)) {
-            const std::string file = page.path().string();
-            EXPECT_EQ(outputOf("groff -man -ww -z '" + file + "'").text, "") << file;
-        }
-    }
+    for (const char* const directory : {"/docs/man", "/packaging/man"})
+        for (const auto& page : std::filesystem::directory_iterator(Root + directory))
+            EXPECT_EQ(outputOf("groff -man -ww -z '" + page.path().string() + "'").text, "");
 }
 
 // Every command and option that the programs know stands in their manual page and in their completion.
@@ -66,7 +53,7 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
         const std::string page = withoutBackslashes(ScratchDir::read(Root + "/docs/man/" + name + ".1"));
         const std::string completion = ScratchDir::read(Root + "/packaging/completion/" + name);
         for (const char* const command : commands) {
-            const Output help = outputOf(path + " " + command + " --help");
+            const support::ShellOutput help = outputOf(path + " " + command + " --help");
             ASSERT_EQ(help.status, 0) << help.text;
             std::set<std::string> words = find(help.text, "(--[a-z-]+)");
             const size_t list = help.text.find("Subcommands:");
@@ -90,13 +77,14 @@ TEST(ToolDocuments, CompletionsComplete) {
     const std::tuple<const char*, const char*, const char*> rows[] = {
         {"zemp", "zemp ch", "check "},       {"zemp", "zemp plan x --s", "--svg "},
         {"zemp", "zemp hostcfg s", "show "}, {"vexctl", "vexctl signal listen --t", "--timeout "},
-        {"vexctl", "vexctl c", "config "},   {"fw_lab", "fw_lab r", "run "},
+        {"vexctl", "vexctl c", "config "},   {"fw_lab", "fw_lab --v", "--version "},
     };
     for (const auto& [program, line, expected] : rows) {
         const std::string words =
             std::string("COMP_WORDS=(") + line + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))";
-        const Output output = outputOf("bash -c '. \"" + Root + "/packaging/completion/" + program + "\"; " +
-                                       words + "; _" + program + "; printf \"%s \" \"${COMPREPLY[@]}\"'");
+        const support::ShellOutput output =
+            outputOf("bash -c '. \"" + Root + "/packaging/completion/" + program + "\"; " + words + "; _" +
+                     program + "; printf \"%s \" \"${COMPREPLY[@]}\"'");
         EXPECT_EQ(output.text, expected) << line;
     }
 }

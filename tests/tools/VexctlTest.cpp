@@ -1,13 +1,9 @@
+#include "support/ShellOutput.h"
 #include "support/TestPlatform.h"
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <string>
-#include <sys/wait.h>
 #include <thread>
 
 namespace {
@@ -28,14 +24,9 @@ class Vexctl : public testing::Test {
     }
 
     Result finish(FILE* process, const std::string& errorFile = "errors") const {
-        std::string out;
-        for (int c = fgetc(process); c != EOF; c = fgetc(process))
-            out += static_cast<char>(c);
-        const int status = pclose(process);
-        std::ifstream errors(platform.directory().file(errorFile));
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-                out,
-                {std::istreambuf_iterator<char>(errors), std::istreambuf_iterator<char>()}};
+        const support::ShellOutput output = support::finish(process);
+        return {output.status, output.text,
+                support::TemporaryDirectory::read(platform.directory().file(errorFile))};
     }
 
     Result run(const std::string& arguments) const { return finish(begin(arguments)); }

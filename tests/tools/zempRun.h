@@ -4,9 +4,9 @@
 
 #include "common/Scratch.h"
 #include "zemp/Cli.h"
-#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -30,6 +30,13 @@ struct ZempRun : testing::Test {
         return status;
     }
 
+    // The tool has to refuse these arguments with one line of its own, and print nothing else.
+    void refuses(const std::vector<std::string>& arguments, const std::string& message) {
+        EXPECT_EQ(zemp(arguments), 1) << message;
+        EXPECT_EQ(err, "zemp: " + message + "\n");
+        EXPECT_EQ(out, "");
+    }
+
     std::string withoutDirectory(std::string text) const {
         const std::string prefix = scratch.path() + "/";
         for (size_t at = 0; (at = text.find(prefix, at)) != std::string::npos;)
@@ -39,10 +46,9 @@ struct ZempRun : testing::Test {
 
     // Names of the files in the directory, hidden ones too.
     std::string files() const {
-        std::vector<std::string> names;
+        std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(scratch.path()))
-            names.push_back(entry.path().filename().string());
-        std::sort(names.begin(), names.end());
+            names.insert(entry.path().filename().string());
         std::string text;
         for (const std::string& name : names)
             text += (text.empty() ? "" : " ") + name;
