@@ -59,10 +59,10 @@ class History {
 };
 
 void damageFile(const Terminal& terminal, unsigned argument, bool isDeletion) {
-    const std::vector<std::string> files = terminal.files();
+    const std::set<std::string> files = terminal.files();
     if (files.empty())
         return;
-    const std::string name = files[argument % files.size()];
+    const std::string name = *std::next(files.begin(), argument % static_cast<long>(files.size()));
     if (name.find("zemp") != std::string::npos) // the flagged image is the installer's
         return;
     if (isDeletion)

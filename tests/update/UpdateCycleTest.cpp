@@ -360,7 +360,7 @@ TEST_F(UpdateCycle, WaitingAtStartTouchesNothing) {
     prepare(terminal, 7);
     terminal.runUntilSettled(Hour);
     const size_t requests = terminal.server.ranges().size();
-    const std::vector<std::string> files = terminal.files();
+    const std::set<std::string> files = terminal.files();
     terminal.restart();
     terminal.run(Hour);
     EXPECT_EQ(terminal.server.ranges().size(), requests);

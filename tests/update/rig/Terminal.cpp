@@ -1,17 +1,12 @@
 #include "update/rig/Terminal.h"
 
 #include "common/VexStreamLog.h"
-#include "image/SwBlob.h"
 #include "image/ZempCreator.h"
-#include "image/ZempParser.h"
-#include "image/zemp_validate.h"
+#include "lab/ImageVerdict.h"
 #include "main/ArgParser.h"
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
-#include <fstream>
-#include <iterator>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,23 +17,6 @@ namespace {
 constexpr unsigned FirstStatusTicks = 180;
 constexpr unsigned DownloadTimerTicks =
     FwDownloadDaemon::DownloadIntervalMs / FwDownloadDaemon::QueueIntervalMs;
-
-imagefile::Bytes readFile(const std::string& filename) {
-    std::ifstream file(filename, std::ios::binary);
-    return imagefile::Bytes(std::istreambuf_iterator<char>(file), {});
-}
-
-// The parts of an image in a file, freed with the object.
-struct ParsedImage {
-    explicit ParsedImage(const std::string& filename) {
-        ok = parser.parseFile(filename, 0, FileFragment::ZempFile);
-        for (uint32_t i = 0; i < parser.getNumberOfZempParts(); ++i)
-            parts.emplace_back(parser.getZempPartAt(i));
-    }
-    ZempParser parser;
-    bool ok = false;
-    std::vector<std::unique_ptr<ZempPart>> parts;
-};
 
 } // namespace
 
@@ -62,8 +40,7 @@ void Terminal::publish(const std::string& version, const imagefile::ImageBuilder
 
 void Terminal::install() {
     const hostcfg::Bytes record = hostcfg::build(installed);
-    std::ofstream(SuuInfo::sSecondaryPath, std::ios::binary)
-        .write(reinterpret_cast<const char*>(record.data()), static_cast<std::streamsize>(record.size()));
+    mDirectory.write("hostcfg", std::string(record.begin(), record.end()));
 }
 
 void Terminal::removeRecord() {
@@ -197,96 +174,38 @@ void Terminal::serveDownloader() {
         daemon->mMasterQueue.add(request);
 }
 
-std::vector<std::string> Terminal::files() const {
-    std::vector<std::string> names;
-    DIR* directory = opendir(path("").c_str());
-    while (const dirent* entry = readdir(directory)) {
-        if (entry->d_name[0] != '.')
-            names.emplace_back(entry->d_name);
-    }
-    closedir(directory);
-    std::sort(names.begin(), names.end());
+std::set<std::string> Terminal::files() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path("")))
+        names.insert(entry.path().filename());
     return names;
 }
 
 uint64_t Terminal::bytesOnDisk() const {
     uint64_t bytes = 0;
-    for (const std::string& name : files()) {
-        struct stat status = {};
-        if (stat(path(name).c_str(), &status) == 0)
-            bytes += static_cast<uint64_t>(status.st_size);
-    }
+    for (const auto& entry : std::filesystem::directory_iterator(path("")))
+        bytes += entry.file_size();
     return bytes;
 }
 
 void Terminal::write(const std::string& name, const imagefile::Bytes& bytes) const {
-    std::ofstream(path(name), std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-bool Terminal::isNeeded(const SuumBlob::Element& element) const {
-    const std::string platform = element.getPlatform();
-    if (!platform.empty() && platform != "-" && platform != SuuInfo::sThePlatform)
-        return false;
-    return std::none_of(installed.partitions.begin(), installed.partitions.end(), [&](const auto& p) {
-        return p.pool == element.getPoolname() && p.version.major == element.getMajor() &&
-               p.version.minor == element.getMinor() && p.version.build == element.getBuild();
-    });
+    mDirectory.write("fw/" + name, std::string(bytes.begin(), bytes.end()));
 }
 
 std::string Terminal::checkReadyImage() const {
-    const imagefile::Bytes image = readFile(config.ready);
-    zemp_header_t header;
-    if (image.size() < ZempFormat::MagicSize + sizeof header)
-        return "too short";
-    memcpy(&header, image.data() + ZempFormat::MagicSize, sizeof header);
-    if (zemp_validate_header(&header) != 1 ||
-        image.size() != ZempFormat::MagicSize + header.hdr_length + header.body_length ||
-        zemp_validate_body(&header, image.data() + ZempFormat::MagicSize + header.hdr_length) != 1)
-        return "main header or body";
     const size_t dash = config.ready.rfind(".zemp-");
-    const auto source = server.images.find(urlOf(config.ready.substr(dash + strlen(".zemp-"))));
-    if (source == server.images.end())
+    const auto image = server.images.find(urlOf(config.ready.substr(dash + strlen(".zemp-"))));
+    if (image == server.images.end())
         return "unknown version";
-    const std::string sourceFile = mDirectory.path() + "/source.zemp";
-    std::ofstream(sourceFile, std::ios::binary)
-        .write(reinterpret_cast<const char*>(source->second.data()),
-               static_cast<std::streamsize>(source->second.size()));
-    const ParsedImage made(config.ready);
-    const ParsedImage wanted(sourceFile);
-    const SuumBlob* suum = nullptr;
-    std::map<std::string, const SwBlob*> blobs;
-    for (const auto& part : made.parts) {
-        if (const auto* manifest = dynamic_cast<const SuumBlob*>(part.get()))
-            suum = manifest;
-        if (const auto* blob = dynamic_cast<const SwBlob*>(part.get()))
-            blobs[part->getMapKey()] = blob;
+    const imagefile::ImageReader source(
+        mDirectory.write("source.zemp", std::string(image->second.begin(), image->second.end())));
+    std::string wrong;
+    for (const std::string& fault :
+         lab::judgeImage(config.ready, source, {source, SuuInfo::sSecondaryPath}).faults) {
+        if (fault.rfind("release: differs", 0) != 0) // the text may have changed on the server
+            wrong += fault + "; ";
     }
-    if (suum == nullptr)
-        return "no manifest";
-    std::map<std::string, const SwBlob*> sources;
-    for (const auto& part : wanted.parts) {
-        if (const auto* blob = dynamic_cast<const SwBlob*>(part.get()))
-            sources[part->getMapKey()] = blob;
-    }
-    for (uint32_t i = 0; i < suum->getNumberOfElements(); ++i) {
-        const SuumBlob::Element& element = *suum->getElementAt(i);
-        const std::string name = element.getPlatform() == "4812" ? "kernel4812" : element.getPoolname();
-        const std::string key =
-            name + " " +
-            ZempPart::getVersionString(element.getMajor(), element.getMinor(), element.getBuild());
-        if (blobs.count(key) == 0 || sources.count(key) == 0)
-            return "no part " + key;
-        const SwBlob& have = *blobs[key];
-        const SwBlob& want = *sources[key];
-        const bool isWhole = have.getBodyLength() == want.getBodyLength() &&
-                             have.getBodyCrc() == want.getBodyCrc() && have.isBodyValid();
-        if (isNeeded(element) && !isWhole)
-            return "needed part " + key + " is missing";
-        if (!isWhole && have.getBodyLength() != 0)
-            return "part " + key + " is neither whole nor header-only";
-    }
-    return "";
+    return wrong;
 }
 
 } // namespace rig

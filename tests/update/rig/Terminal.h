@@ -10,7 +10,6 @@
 #include "support/TemporaryDirectory.h"
 #include "update/rig/ScriptedServer.h"
 #include "workers/ZempHandler.h"
-#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -69,7 +68,7 @@ class Terminal {
     FwAction::NextAction action() const { return daemon->action(); }
 
     std::string path(const std::string& name) const { return mDirectory.path() + "/fw/" + name; }
-    std::vector<std::string> files() const; // names in the download directory, sorted
+    std::set<std::string> files() const; // names in the download directory
     uint64_t bytesOnDisk() const;
     void write(const std::string& name, const imagefile::Bytes& bytes) const;
 
@@ -87,7 +86,6 @@ class Terminal {
     void serveZempHandler();
     void serveMonitor();
     void serveDownloader();
-    bool isNeeded(const SuumBlob::Element& element) const;
 
     support::TemporaryDirectory mDirectory;
     std::unique_ptr<ZempHandler> mZempHandler;
