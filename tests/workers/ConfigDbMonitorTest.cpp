@@ -2,17 +2,14 @@
 #include "workers/ConfigDbMonitor.h"
 
 #include "lab/BusObserver.h"
-#include "support/LogCapture.h"
 #include "support/TestPlatform.h"
-#include "workers/Eventually.h"
-#include "workitems/Events.h"
+#include "workers/WorkerQueues.h"
 #include "workitems/FileScanRequest.h"
 #include "workitems/IsUpdateNeededRequest.h"
 #include "workitems/SetReadyForUpdateRequest.h"
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <map>
 #include <unistd.h>
 
@@ -50,7 +47,7 @@ struct ConnectPause : ConfigDbMonitor {
     static void set(unsigned milliseconds) { sConnectPauseMs = milliseconds; }
 };
 
-class ConfigDbMonitorTest : public testing::Test {
+class ConfigDbMonitorTest : public testing::Test, protected WorkerQueues {
   protected:
     explicit ConfigDbMonitorTest(const std::string& timeScale = "1000")
         : scale("VEX_TIME_SCALE", timeScale) {}
@@ -111,13 +108,10 @@ class ConfigDbMonitorTest : public testing::Test {
         return testing::AssertionFailure() << testing::PrintToString(observer.signals());
     }
 
-    const support::LogCapture log;
     support::TestPlatform platform;
     const support::ScopedEnvironment scale;
     lab::BusObserver observer;
     const std::string imageName = platform.directory().file("update-2.03-B17.image");
-    wqueue<FwWorkItem*> in;
-    wqueue<FwWorkItem*> out;
     std::unique_ptr<ConfigDbMonitor> monitor;
 };
 
@@ -144,6 +138,7 @@ std::vector<StatusRow> statusRows() {
     const Values current = configured(Current);
     const Strings same = {DisabledOff, ReadyOff};
     const Strings off = {ReadyOff};
+    const Strings disabled = {DisabledOn, ReadyOff};
     const auto with = [](const std::string& key, const std::string& value,
                          const std::string& installed = Old) {
         return configured(installed, {{key, value}});
@@ -162,13 +157,7 @@ std::vector<StatusRow> statusRows() {
         {"ReadyButADirectory", old, RightButDirectory, GetNew, "2.03-B17", Erases, off},
         {"Incomplete", with("cfg.config.status", "pending"), None, UpToDate, "2.03-B17", Keeps, off},
         {"NothingInstalled", configured(""), None, UpToDate, "2.03-B17", Keeps, off},
-        {"Disabled",
-         with("state.fw_download.disabled", "1"),
-         None,
-         UpToDate,
-         "2.03-B17",
-         Keeps,
-         {DisabledOn, ReadyOff}},
+        {"Disabled", with("state.fw_download.disabled", "1"), None, UpToDate, "2.03-B17", Keeps, disabled},
         {"NotDisabled", with("state.fw_download.disabled", "0"), None, GetNew, "2.03-B17", Keeps, off},
         {"NoConfiguration", {{"unrelated", "1"}}, None, UpToDate, ".00-", Keeps, off},
     };
@@ -208,13 +197,17 @@ INSTANTIATE_TEST_SUITE_P(Configurations, ConfigDbStatusTest, testing::ValuesIn(s
 class ConfigNoticeTest : public ConfigDbMonitorTest {
   protected:
     ConfigNoticeTest() : ConfigDbMonitorTest("10") {}
+
+    void startAndNotify(const std::string& notice) {
+        startListening();
+        observer.send("evt.confd.unrelated");
+        observer.send(notice);
+    }
 };
 
 TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
     set(configured(Old, {{Device + "force_sw_update", "1"}}));
-    startListening();
-    observer.send("evt.confd.unrelated");
-    observer.send("evt.confd.updated");
+    startAndNotify("evt.confd.updated");
     const auto event = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
     EXPECT_EQ(event->getVersion(), "2.03-B17");
     EXPECT_EQ(event->getUrl(), "http://h/image");
@@ -225,24 +218,20 @@ TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
 
     // The timer runs at once, and sends no status.
     IsUpdateNeededRequest question;
-    in.add(&question);
-    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
-    EXPECT_EQ(out.remove(), &question);
+    ASSERT_TRUE(isAnswered(question));
     EXPECT_TRUE(question.isUpdateNeeded());
     EXPECT_EQ(observer.signals(), Strings());
 }
 
 TEST_F(ConfigNoticeTest, ForceOfThisUpdateIsNotOverwritten) {
     set(configured(Old, {{Device + "force_sw_update", "1"}, {ForceKey, "0"}}));
-    startListening();
-    observer.send("evt.confd.updated");
+    startAndNotify("evt.confd.updated");
     EXPECT_FALSE(take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent)->isForceUpdate());
 }
 
 TEST_F(ConfigNoticeTest, NoNewVersionTidiesUp) {
     set(configured(Current, {{ReadyKey, imageName}, {ForceKey, "1"}}));
-    startListening();
-    observer.send("evt.confd.updated");
+    startAndNotify("evt.confd.updated");
     EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff}));
     EXPECT_EQ(get(ReadyKey) + get(ForceKey), "");
     ASSERT_TRUE(eventually([&] { return log.count("resetTimerToRunningInterval") == 1; }));
@@ -251,8 +240,7 @@ TEST_F(ConfigNoticeTest, NoNewVersionTidiesUp) {
 
 TEST_F(ConfigNoticeTest, PushEndsAForcedUpdate) {
     set(configured(Old, {{ReadyKey, imageName}, {ForceKey, "1"}}));
-    startListening();
-    observer.send("evt.confd.push");
+    startAndNotify("evt.confd.push");
     EXPECT_TRUE(eventually([&] { return get(ForceKey).empty(); }));
     EXPECT_EQ(get(ReadyKey), imageName);
     EXPECT_EQ(out.size(), 0);
@@ -260,16 +248,14 @@ TEST_F(ConfigNoticeTest, PushEndsAForcedUpdate) {
 
 TEST_F(ConfigNoticeTest, OneItemIsHandledPerTick) {
     set(configured(Current));
-    startListening();
-    observer.send("evt.confd.updated");
+    startAndNotify("evt.confd.updated");
     IsUpdateNeededRequest questions[3];
     for (IsUpdateNeededRequest& question : questions)
         in.add(&question);
     Clock::time_point answered[3];
     for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+        ASSERT_TRUE(isReturned(questions[i]));
         answered[i] = Clock::now();
-        EXPECT_EQ(out.remove(), &questions[i]);
         EXPECT_FALSE(questions[i].isUpdateNeeded());
     }
     for (int i = 1; i < 3; ++i) // a tick is 100 ms here
@@ -282,9 +268,7 @@ TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdat
     takeStatus();
     SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17.image");
     const auto status = [&] {
-        in.add(&request);
-        EXPECT_TRUE(eventually([&] { return out.size() > 0; }));
-        EXPECT_EQ(out.remove(), &request);
+        EXPECT_TRUE(isAnswered(request));
         return request.getSetReadyStatus();
     };
     EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyFailed); // no such file
@@ -301,14 +285,7 @@ TEST_F(ConfigDbMonitorTest, OtherItemsAreDroppedAndStopEndsTheThread) {
     start();
     takeStatus();
     FileScanRequest other("/");
-    ExitRunLoop exit;
-    in.add(nullptr);
-    in.add(&other);
-    in.add(&exit);
-    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO ConfigDbMonitor::run() Stopped."); }));
-    EXPECT_EQ(out.size(), 0);
-    EXPECT_TRUE(
-        log.has("LOG_INFO ConfigDbMonitor::onWorkItem() No handling of FileScanRequest ScanPending."));
+    EXPECT_TRUE(dropsAndStops(other));
 }
 
 TEST_F(ConfigDbMonitorTest, WithoutADatabaseItIsIdleUntilItIsStopped) {
@@ -353,10 +330,9 @@ TEST_F(ConfigDbMonitorTest, BusThatGoesAwayIsNotFatal) {
     SetReadyForUpdateRequest ready(imageName);
     in.add(&question);
     in.add(&ready);
-    ASSERT_TRUE(eventually([&] { return out.size() == 2; }));
-    EXPECT_EQ(out.remove(), &question);
+    ASSERT_TRUE(isReturned(question));
     EXPECT_TRUE(question.isUpdateNeeded());
-    EXPECT_EQ(out.remove(), &ready);
+    ASSERT_TRUE(isReturned(ready));
     EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::setCsmEvent: Error sending event!"));
 }
 

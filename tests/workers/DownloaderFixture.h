@@ -2,18 +2,14 @@
 #ifndef TESTS_WORKERS_DOWNLOADERFIXTURE_H
 #define TESTS_WORKERS_DOWNLOADERFIXTURE_H
 
-#include "common/wqueue.h"
 #include "lab/ScriptedHttpServer.h"
-#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 #include "update/FileFragment.h"
 #include "workers/CurlSpy.h"
 #include "workers/Downloader.h"
-#include "workers/Eventually.h"
+#include "workers/WorkerQueues.h"
 #include "workitems/DownloadRequest.h"
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <memory>
 
 // Bytes that depend on their offset, so that a splice shows; `seed` tells images apart.
 inline std::string patternOf(size_t size, unsigned seed = 0) {
@@ -32,7 +28,7 @@ inline lab::HttpScript cutAt(size_t headBytes, size_t bodyBytes, lab::HttpScript
     return script;
 }
 
-class DownloaderFixture {
+class DownloaderFixture : protected WorkerQueues {
   protected:
     DownloaderFixture() {
         fragment.setFilename(directory.file("ContentPart-x"));
@@ -57,32 +53,23 @@ class DownloaderFixture {
     }
 
     // Queues the request and waits until it comes back.
-    testing::AssertionResult isAnswered(DownloadRequest& request) {
+    bool isAnswered(DownloadRequest& request) {
         queue(request);
-        if (!eventually([&] { return out.size() > 0; }))
-            return testing::AssertionFailure() << "no answer";
-        if (out.remove() != &request || !request.isWithDownloader())
-            return testing::AssertionFailure() << "not as it was queued";
-        return testing::AssertionSuccess();
+        return isReturned(request) && request.isWithDownloader();
     }
 
     // Queues the request and waits until it is dropped.
-    testing::AssertionResult isDropped(DownloadRequest& request) {
+    bool isDropped(DownloadRequest& request) {
         queue(request);
-        if (!eventually([&] { return !request.isWithDownloader(); }) || out.size() != 0)
-            return testing::AssertionFailure() << "not dropped";
-        return testing::AssertionSuccess();
+        return eventually([&] { return !request.isWithDownloader(); }) && out.size() == 0;
     }
 
     std::string onDisk() const { return directory.read(fragment.getFilename()); }
 
-    const support::LogCapture log;
     const support::TemporaryDirectory directory;
     const std::string image = patternOf(100000);
     lab::ScriptedHttpServer server{image};
     FileFragment fragment{FileFragment::ContentPart, 0, 0};
-    wqueue<FwWorkItem*> in;
-    wqueue<FwWorkItem*> out;
     std::unique_ptr<Downloader> downloader;
 };
 

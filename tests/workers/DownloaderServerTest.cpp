@@ -143,7 +143,6 @@ TEST_F(DownloaderResumeTest, WholeImageWithoutARangeIsAppended) {
     ASSERT_TRUE(isAnswered(request));
     EXPECT_EQ(server.requests()[0].range, "");
     EXPECT_EQ(whole.getFileSize(), 100004U);
-    EXPECT_TRUE(log.has("LOG_INFO Downloader::download() Download  to '" + whole.getFilename() + "'."));
 }
 
 } // namespace

@@ -1,8 +1,5 @@
 #include "workers/DownloaderFixture.h"
-#include "workitems/Events.h"
 #include <curl/curl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -42,7 +39,6 @@ TEST_F(DownloaderTest, UnopenedFileIsATransientFailureThatIsNotAnswered) {
     ASSERT_TRUE(isDropped(request));
     EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
     EXPECT_EQ(request.getDownloadFailures(), 1U);
-    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() No such file or directory"));
     ASSERT_TRUE(isDropped(request)); // it may be queued again
 }
 
@@ -74,13 +70,7 @@ TEST_F(DownloaderTest, FinishedRequestsComeBackUnchangedAndStartedOnesAreDropped
 
 TEST_F(DownloaderTest, OtherItemsAreDroppedAndStopEndsTheThread) {
     GotZempStartEvent other;
-    ExitRunLoop exit;
-    in.add(nullptr);
-    in.add(&other);
-    in.add(&exit);
-    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO Downloader::run() Stopped."); }));
-    EXPECT_EQ(out.size(), 0);
-    EXPECT_TRUE(log.has("LOG_INFO Downloader::onWorkItem() No handling of GotZempStartEvent No status."));
+    EXPECT_TRUE(dropsAndStops(other));
     downloader->onWorkItem(nullptr);
     downloader->onDownloadRequest(nullptr);
     EXPECT_FALSE(downloader->download(nullptr));
@@ -103,8 +93,8 @@ TEST_F(DownloaderTest, SpeedCapFollowsTheLogLevel) {
 }
 
 TEST_F(DownloaderTest, ServerThatIsNotReachedIsTransientAndCountsAndABadUrlIsNot) {
-    const std::string gone = lab::ScriptedHttpServer().url();
-    for (const std::string& url : {gone, std::string("http://no-such-host.invalid/")}) {
+    for (const std::string& url :
+         {lab::ScriptedHttpServer().url(), std::string("http://no-such-host.invalid/")}) {
         DownloadRequest request(url, &fragment);
         for (unsigned failures = 1; failures <= 2; ++failures) {
             ASSERT_TRUE(isAnswered(request));
@@ -128,8 +118,6 @@ TEST_F(DownloaderTest, FileDoesNotGrowBeyondTheLargestImage) {
     EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadPermanentFailure);
     EXPECT_LE(std::filesystem::file_size(whole.getFilename()), limit);
     EXPECT_EQ(log.count(", 23) Permanent."), 1U);
-    EXPECT_TRUE(log.has("LOG_WARNING Downloader::download() Failure writing file '" + whole.getFilename() +
-                        "' (File too large)."));
 }
 
 TEST_F(DownloaderTest, BytesThatDoNotReachTheDiskAreAPermanentFailure) {
@@ -159,11 +147,6 @@ TEST_F(DownloaderTest, LeaksNoDescriptorsAndNoHandles) {
     EXPECT_EQ(CurlSpy::get().liveHandles(), handles);
 }
 
-TEST_F(DownloaderTest, StopsPromptlyWhenIdle) {
-    usleep(20000); // it waits by now
-    EXPECT_LT(stopTime(downloader), PromptStop);
-}
-
 TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
     server.setScript(cutAt(HttpScript::Never, 700, HttpScript::Stall));
     DownloadRequest request(server.url(), &fragment);
@@ -178,10 +161,8 @@ TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
 
     // The next process goes on from there.
     server.setScript({});
-    FileFragment found(FileFragment::ContentPart, 0, 0);
-    found.setFilename(fragment.getFilename());
+    FileFragment found(fragment.getFilename(), 700);
     found.setDownloadRange(1000, 1999);
-    found.setFileSize(700);
     DownloadRequest again(server.url(), &found);
     start();
     ASSERT_TRUE(isAnswered(again));
@@ -193,44 +174,6 @@ TEST_F(DownloaderTest, StopsPromptlyWhileItWaitsForAnAnswer) {
     DownloadRequest request(server.url(), &fragment);
     queue(request);
     ASSERT_TRUE(server.waitForStall());
-    EXPECT_LT(stopTime(downloader), PromptStop);
-}
-
-// A port whose queue of connections is full: further ones are not answered.
-class FullPort {
-  public:
-    FullPort() {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        socklen_t size = sizeof address;
-        for (int& fd : fds)
-            fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        EXPECT_EQ(bind(fds[0], generic, size) + listen(fds[0], 0) + getsockname(fds[0], generic, &size), 0);
-        for (size_t i = 1; i < std::size(fds); ++i)
-            (void)connect(fds[i], generic, size);
-        url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-    }
-    ~FullPort() {
-        for (const int fd : fds)
-            close(fd);
-    }
-    FullPort(const FullPort&) = delete;
-    FullPort& operator=(const FullPort&) = delete;
-
-    std::string url;
-
-  private:
-    int fds[5] = {}; // the listener and its clients
-};
-
-TEST_F(DownloaderTest, StopsPromptlyWhileConnecting) {
-    const FullPort port;
-    DownloadRequest request(port.url, &fragment);
-    queue(request);
-    usleep(300000); // it connects by now
-    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadStarted);
     EXPECT_LT(stopTime(downloader), PromptStop);
 }
 
@@ -246,16 +189,14 @@ TEST_F(DownloaderTest, StopsPromptlyDuringANameLookup) {
 }
 
 TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
-    server.setImage(patternOf(20000000));
+    const std::string large = patternOf(20000000);
+    server.setImage(large);
     fragment.setDownloadRange(0, 19999999);
     DownloadRequest request(server.url(), &fragment);
     queue(request);
-    ASSERT_TRUE(eventually([&] {
-        return std::filesystem::exists(fragment.getFilename()) &&
-               std::filesystem::file_size(fragment.getFilename()) > 0;
-    }));
+    ASSERT_TRUE(eventually([&] { return !onDisk().empty(); }));
     EXPECT_LT(stopTime(downloader), PromptStop);
-    EXPECT_TRUE(onDisk() == patternOf(20000000).substr(0, onDisk().size()));
+    EXPECT_EQ(large.compare(0, onDisk().size(), onDisk()), 0);
 }
 
 } // namespace

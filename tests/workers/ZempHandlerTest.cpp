@@ -3,10 +3,9 @@
 #include "image/ImageFixtures.h"
 #include "image/ZempCreator.h"
 #include "main/ArgParser.h"
-#include "workers/Eventually.h"
+#include "workers/WorkerQueues.h"
 #include "workitems/CompileUpdateZempRequest.h"
 #include "workitems/DownloadRequest.h"
-#include "workitems/Events.h"
 #include "workitems/FileDeleteRequest.h"
 #include "workitems/FileScanRequest.h"
 #include <filesystem>
@@ -24,46 +23,30 @@ void freeParts(ParseFileRequest& request) {
 }
 
 // A handler on its thread and a directory for its files.
-class ZempHandlerTest : public testing::Test {
+class ZempHandlerTest : public testing::Test, protected WorkerQueues {
   protected:
     ZempHandlerTest() {
         if (handler->start() != 0)
             throw std::runtime_error("no thread");
     }
 
-    // Queues the request and waits until it comes back.
-    testing::AssertionResult isAnswered(FwWorkItem& request) {
-        in.add(&request);
-        if (!eventually([&] { return out.size() > 0; }))
-            return testing::AssertionFailure() << "no answer";
-        return out.remove() == &request ? testing::AssertionSuccess()
-                                        : testing::AssertionFailure() << "another";
-    }
-
-    std::string write(const std::string& name, const std::string& content) const {
-        return directory.write(name, content);
-    }
-
-    const support::LogCapture log;
     const support::TemporaryDirectory directory;
-    wqueue<FwWorkItem*> in;
-    wqueue<FwWorkItem*> out;
     std::unique_ptr<ZempHandler> handler = std::make_unique<ZempHandler>(in, out);
 };
 
-TEST_F(ZempHandlerTest, ScanListsFragmentsAndUpdateImagesOnly) {
-    write("ZempStart-1.02-3", "12345");
-    write("ContentPart-RootBlob-1.02-3", "");
-    write("fw_download_update.zemp-1.02-3", "123");
-    write("fw_download_update.zemp", "a whole image by its name");
-    write("image.zemp", "a whole image");
-    write("unrelated", "x");
-    write("ZempStart-", "only the prefix");
+TEST_F(ZempHandlerTest, ScanListsFragmentsAndUpdateImagesOnlyAndFailsWithoutADirectory) {
+    directory.write("ZempStart-1.02-3", "12345");
+    directory.write("ContentPart-RootBlob-1.02-3", "");
+    directory.write("fw_download_update.zemp-1.02-3", "123");
+    directory.write("fw_download_update.zemp", "a whole image by its name");
+    directory.write("image.zemp", "a whole image");
+    directory.write("unrelated", "x");
+    directory.write("ZempStart-", "only the prefix");
     fs::create_directory(directory.file("ContentPart-directory"));
     fs::create_symlink(directory.file("ZempStart-1.02-3"), directory.file("ContentPart-link"));
     fs::create_symlink(directory.file("nowhere"), directory.file("ContentPart-dangling"));
     ASSERT_EQ(mkfifo(directory.file("ContentPart-pipe").c_str(), 0600), 0);
-    fs::resize_file(write("ContentPart-huge", ""), 0x80000000); // sparse
+    fs::resize_file(directory.write("ContentPart-huge", ""), 0x80000000); // sparse
 
     FileScanRequest request(directory.path());
     ASSERT_TRUE(isAnswered(request));
@@ -78,13 +61,11 @@ TEST_F(ZempHandlerTest, ScanListsFragmentsAndUpdateImagesOnly) {
     };
     EXPECT_EQ(files.size(), expected.size());
     EXPECT_EQ(std::set(files.begin(), files.end()), expected);
-}
 
-TEST_F(ZempHandlerTest, ScanOfNothingFails) {
     for (const std::string& path : {std::string(), directory.file("missing")}) {
-        FileScanRequest request(path);
-        ASSERT_TRUE(isAnswered(request));
-        EXPECT_EQ(request.getFileScanStatus(), FileScanRequest::ScanIsFailed);
+        FileScanRequest nothing(path);
+        ASSERT_TRUE(isAnswered(nothing));
+        EXPECT_EQ(nothing.getFileScanStatus(), FileScanRequest::ScanIsFailed);
     }
 }
 
@@ -98,8 +79,8 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
     };
     const std::vector<Row> rows = {
         {golden, ParseFileRequest::ParseCopmplete, 3}, // a start ends with the manifest
-        {write("ZempStart-noise", "no image at all"), ParseFileRequest::ParseFailed, 0},
-        {write("ZempStart-empty", ""), ParseFileRequest::ParseNoData, 0},
+        {directory.write("ZempStart-noise", "no image at all"), ParseFileRequest::ParseFailed, 0},
+        {directory.write("ZempStart-empty", ""), ParseFileRequest::ParseNoData, 0},
         {directory.file("ZempStart-missing"), ParseFileRequest::ParseNoData, 0},
         {"", ParseFileRequest::ParseNoData, 0},
         {directory.path(), ParseFileRequest::ParseFailed, 0},
@@ -119,8 +100,8 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
 }
 
 TEST_F(ZempHandlerTest, DeletesFilesAndLinksButNoDirectories) {
-    const std::string file = write("ZempStart-a", "x");
-    const std::string target = write("ZempStart-target", "x");
+    const std::string file = directory.write("ZempStart-a", "x");
+    const std::string target = directory.write("ZempStart-target", "x");
     const std::string link = directory.file("link");
     fs::create_symlink(target, link);
     for (const std::string& name : {file, link}) {
@@ -164,23 +145,13 @@ TEST_F(ZempHandlerTest, CompilesTheUpdateImage) {
 
 TEST_F(ZempHandlerTest, OtherItemsAreDroppedAndStopEndsTheThread) {
     DownloadRequest other("http://h/", nullptr);
-    ExitRunLoop exit;
-    in.add(nullptr);
-    in.add(&other);
-    in.add(&exit);
-    ASSERT_TRUE(eventually([&] { return log.has("LOG_INFO ZempHandler::run() Stopped."); }));
-    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(dropsAndStops(other));
     handler->onWorkItem(nullptr);
     handler->onFileScanRequest(nullptr);
     handler->onParseFileRequest(nullptr);
     handler->onFileDeleteRequest(nullptr);
     handler->onCompileUpdateZempFile(nullptr);
     EXPECT_EQ(out.size(), 0);
-}
-
-TEST_F(ZempHandlerTest, StopsPromptlyWhenIdle) {
-    usleep(20000); // it waits by now
-    EXPECT_LT(stopTime(handler), PromptStop);
 }
 
 TEST_F(ZempHandlerTest, StopsPromptlyInALongParse) {
