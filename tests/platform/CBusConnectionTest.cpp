@@ -24,6 +24,8 @@ struct Client : public common::CBusMessageHandler {
     void onCBusSignal(const char* name, const void* data, unsigned length) override {
         got.push_back(std::string(name) + ":" + std::string(static_cast<const char*>(data), length));
         thread = pthread_self();
+        if (isLeaving)
+            bus.disconnect();
         if (got.size() == wanted)
             stoppable.event.interrupt();
     }
@@ -47,6 +49,7 @@ struct Client : public common::CBusMessageHandler {
     CBusConnection bus;
     std::vector<std::string> got;
     size_t wanted = 0;
+    bool isLeaving = false; // at the first signal
     pthread_t thread{};
 };
 
@@ -99,10 +102,8 @@ TEST(CBusConnection, DeliversOnTheThreadThatRunsTheLoop) {
         receiver.bus.disconnect();
         sender.stoppable.event.interrupt();
     });
-    OnTick onTick([&] { return sender.send("evt.a"); }); // again and again: the receiver may not listen yet
-    common::FdLoopTimer repeat;
-    repeat.setInterval(20);
-    EXPECT_TRUE(sender.stoppable.loop.addTimer(repeat, &onTick));
+    // Again and again: the receiver may not listen yet.
+    const Ticking repeat(sender.stoppable.loop, 20, [&] { return sender.send("evt.a"); });
     EXPECT_TRUE(sender.stoppable.run());
     runner.join();
     EXPECT_TRUE(good);
@@ -149,23 +150,17 @@ TEST(CBusConnection, DisconnectForgetsFiltersAndHandlersAlsoInsideOne) {
     Client receiver;
     ASSERT_TRUE(sender.connect("sender"));
     ASSERT_TRUE(receiver.connect("receiver"));
-    struct Leaver : public common::CBusMessageHandler {
-        explicit Leaver(Client& owner) : client(owner) {}
-        void onCBusSignal(const char*, const void*, unsigned) override {
-            client.bus.disconnect();
-            client.stoppable.event.interrupt();
-        }
-        Client& client;
-    } leaver(receiver);
     ASSERT_TRUE(receiver.bus.addFilter("evt"));
-    ASSERT_TRUE(receiver.bus.registerSignalHandler("evt.a", &leaver));
+    Client second; // of the same connection
     ASSERT_TRUE(receiver.bus.registerSignalHandler("evt.a", &receiver));
+    ASSERT_TRUE(receiver.bus.registerSignalHandler("evt.a", &second));
+    receiver.isLeaving = true;
     EXPECT_TRUE(sender.send("evt.a"));
-    EXPECT_TRUE(receiver.stoppable.run());
+    EXPECT_TRUE(receiver.waitFor(1));
     ASSERT_TRUE(receiver.connect("receiver"));
     EXPECT_TRUE(sender.send("evt.a"));
-    EXPECT_FALSE(receiver.waitFor(1, std::chrono::milliseconds(100)));
-    EXPECT_TRUE(receiver.got.empty());
+    EXPECT_FALSE(receiver.waitFor(2, std::chrono::milliseconds(100)));
+    EXPECT_TRUE(second.got.empty());
 }
 
 TEST(CBusConnection, BusThatEndsFailsSendsAndDoesNotSpinTheLoop) {

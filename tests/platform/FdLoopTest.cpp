@@ -12,7 +12,6 @@
 using common::FdLoop;
 using common::FdLoopEvent;
 using common::FdLoopEventHandler;
-using common::FdLoopTimer;
 
 namespace {
 
@@ -126,14 +125,11 @@ TEST(FdLoop, EndedDescriptorIsGivenUpAndAnUnusableOneRefused) {
 TEST(FdLoop, WorksInTheChildOfAForkAndStillInTheParent) {
     StoppableLoop stoppable;
     int ticks = 0;
-    OnTick onTick([&] {
+    Ticking ticking(stoppable.loop, 10, [&] {
         if (++ticks == 3)
             stoppable.event.interrupt();
         return true;
     });
-    FdLoopTimer timer;
-    timer.setInterval(10);
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
     EXPECT_TRUE(stoppable.run());
     ticks = 0;
 
@@ -143,15 +139,13 @@ TEST(FdLoop, WorksInTheChildOfAForkAndStillInTheParent) {
         FdLoopEventHandler breakOnly;
         stoppable.loop.fdUnregister(stoppable.event.getFd());
         bool good = stoppable.loop.fdRegister(own.getFd(), breakOnly);
-        OnTick onStop([&] {
+        const Ticking stop(stoppable.loop, 15, [&] {
             own.interrupt();
             return true;
         });
-        FdLoopTimer stop;
-        stop.setInterval(15);
-        good = good && stoppable.loop.addTimer(stop, &onStop);
+        good = good && stop.added;
         stoppable.loop.run();
-        stoppable.loop.delTimer(timer);
+        stoppable.loop.delTimer(ticking.timer);
         _exit(good && ticks >= 1 ? 0 : 1);
     }
     int status = -1;

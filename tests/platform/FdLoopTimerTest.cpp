@@ -20,16 +20,13 @@ TEST(FdLoopTimer, TicksKeepToTheirGrid) {
     StoppableLoop stoppable;
     std::vector<double> late;
     const auto start = Clock::now();
-    OnTick onTick([&] {
+    const Ticking ticking(stoppable.loop, 20, [&] {
         late.push_back(std::fmod(elapsedMs(start), 20.0));
         std::this_thread::sleep_for(std::chrono::milliseconds(5)); // must not add up
         if (late.size() == 21)
             stoppable.event.interrupt();
         return true;
     });
-    FdLoopTimer timer;
-    timer.setInterval(20);
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
     ASSERT_TRUE(stoppable.run());
     EXPECT_GE(elapsedMs(start), 420.0);
     std::sort(late.begin(), late.end());
@@ -39,13 +36,10 @@ TEST(FdLoopTimer, TicksKeepToTheirGrid) {
 TEST(FdLoopTimer, SlowHandlerMissesTicksInsteadOfCatchingUp) {
     StoppableLoop stoppable;
     int ticks = 0;
-    OnTick onTick([&] {
+    const Ticking ticking(stoppable.loop, 20, [&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(++ticks == 1 ? 205 : 0));
         return true;
     });
-    FdLoopTimer timer;
-    timer.setInterval(20);
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
     const auto start = Clock::now();
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(310)));
     EXPECT_GE(ticks, 3);
@@ -55,19 +49,16 @@ TEST(FdLoopTimer, SlowHandlerMissesTicksInsteadOfCatchingUp) {
 TEST(FdLoopTimer, AddedTwiceFiresOncePerInterval) {
     StoppableLoop stoppable;
     int ticks = 0;
-    OnTick onTick([&] { return ++ticks > 0; });
-    FdLoopTimer timer;
-    timer.setInterval(40);
     const auto start = Clock::now();
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &onTick));
+    Ticking ticking(stoppable.loop, 40, [&] { return ++ticks > 0; });
+    ASSERT_TRUE(ticking.addTo(stoppable.loop));
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(100)));
     EXPECT_GE(ticks, 1);
     EXPECT_LE(ticks, elapsedMs(start) / 40);
 
     ticks = 0;
     FdLoop other;
-    ASSERT_TRUE(other.addTimer(timer, &onTick)) << "moves to the other loop";
+    ASSERT_TRUE(ticking.addTo(other)) << "moves to the other loop";
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(60)));
     EXPECT_EQ(0, ticks);
 }
@@ -75,29 +66,23 @@ TEST(FdLoopTimer, AddedTwiceFiresOncePerInterval) {
 TEST(FdLoopTimer, RemovalIsHarmlessWhateverItsState) {
     StoppableLoop stoppable;
     int ticks = 0;
-    OnTick once([&] {
-        ++ticks;
-        return false;
-    });
-    FdLoopTimer timer;
     FdLoopTimer never;
     stoppable.loop.delTimer(never);
-    EXPECT_FALSE(stoppable.loop.addTimer(timer, &once)) << "no interval yet";
-    timer.setInterval(5);
-    EXPECT_FALSE(stoppable.loop.addTimer(timer, nullptr));
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &once));
+    Ticking once(stoppable.loop, 5, [&] { return ++ticks == 0; });
+    EXPECT_FALSE(stoppable.loop.addTimer(never, &once.handler)) << "no interval yet";
+    EXPECT_FALSE(stoppable.loop.addTimer(once.timer, nullptr));
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(60)));
     EXPECT_EQ(1, ticks) << "a handler that answers false is called once";
-    stoppable.loop.delTimer(timer);
-    ASSERT_TRUE(stoppable.loop.addTimer(timer, &once));
-    stoppable.loop.delTimer(timer);
+    stoppable.loop.delTimer(once.timer);
+    ASSERT_TRUE(once.addTo(stoppable.loop));
+    stoppable.loop.delTimer(once.timer);
     EXPECT_FALSE(stoppable.run(std::chrono::milliseconds(40)));
     EXPECT_EQ(1, ticks);
     {
         FdLoop shortLived;
-        ASSERT_TRUE(shortLived.addTimer(timer, &once));
+        ASSERT_TRUE(once.addTo(shortLived));
     }
-    stoppable.loop.delTimer(timer);
+    stoppable.loop.delTimer(once.timer);
 }
 
 TEST(FdLoopTimer, HandlerMayRearmOrDestroyItsTimer) {
@@ -132,15 +117,13 @@ TEST(FdLoopTimer, TimeScaleDividesIntervalsOnlyAndCountsAsOneWhenUnusable) {
     const auto timed = [](const char* scaleText, unsigned interval) {
         const ScopedEnvironment scale("VEX_TIME_SCALE", scaleText);
         StoppableLoop stoppable;
-        OnTick onTick([&] {
+        const auto start = Clock::now();
+        const Ticking ticking(stoppable.loop, interval, [&] {
             stoppable.event.interrupt();
             return true;
         });
-        FdLoopTimer timer;
-        timer.setInterval(interval);
-        const auto start = Clock::now();
-        EXPECT_TRUE(stoppable.loop.addTimer(timer, &onTick) && stoppable.run(std::chrono::hours(3)));
-        EXPECT_EQ(interval, timer.getInterval());
+        EXPECT_TRUE(stoppable.run(std::chrono::hours(3)));
+        EXPECT_EQ(interval, ticking.timer.getInterval());
         return elapsedMs(start);
     };
     const double scaled = timed("1000", 240000);

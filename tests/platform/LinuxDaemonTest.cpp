@@ -139,17 +139,6 @@ TEST_F(LinuxDaemon, RunsDetachedUntilASignalAndCleansUp) {
     }
 }
 
-TEST_F(LinuxDaemon, SecondInstanceIsRefusedAndTheFirstGoesOn) {
-    ASSERT_EQ(0, start());
-    const pid_t first = daemon;
-    EXPECT_EQ(1, start());
-    EXPECT_NE(std::string::npos, contents(errorFile).find("already running as process " +
-                                                          std::to_string(first) + ", pid file " + pidFile))
-        << contents(errorFile);
-    EXPECT_EQ(std::to_string(first) + "\n", contents(pidFile));
-    EXPECT_EQ(0, end(SIGTERM));
-}
-
 TEST_F(LinuxDaemon, PidFileOfAKilledDaemonIsTakenOver) {
     ASSERT_EQ(0, start());
     EXPECT_EQ(1000 + SIGKILL, end(SIGKILL));

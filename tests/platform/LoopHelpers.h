@@ -18,6 +18,20 @@ class OnTick : public common::FdLoopTimeoutHandler {
     const std::function<bool()> mAction;
 };
 
+// A timer of this interval that calls a function on the loop.
+struct Ticking {
+    Ticking(common::FdLoop& loop, unsigned milliseconds, std::function<bool()> action)
+        : handler(std::move(action)) {
+        timer.setInterval(milliseconds);
+        added = addTo(loop);
+    }
+    bool addTo(common::FdLoop& loop) { return loop.addTimer(timer, &handler); }
+
+    OnTick handler;
+    common::FdLoopTimer timer;
+    bool added = false;
+};
+
 // A loop with an event that ends its run().
 struct StoppableLoop {
     common::FdLoop loop;
@@ -28,14 +42,12 @@ struct StoppableLoop {
     // Runs until interrupted, at most `limit`; true when it was interrupted before that.
     bool run(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
         bool late = false;
-        OnTick onLimit([&] {
+        const Ticking onLimit(loop, static_cast<unsigned>(limit.count()), [&] {
             late = true;
             event.interrupt();
             return false;
         });
-        common::FdLoopTimer timer;
-        timer.setInterval(static_cast<unsigned>(limit.count()));
-        if (!registered || !loop.addTimer(timer, &onLimit))
+        if (!registered || !onLimit.added)
             return false;
         loop.run();
         return !late;

@@ -311,31 +311,6 @@ TEST_F(ConfigDbMonitorTest, WithoutABusItGivesUpAfterAHundredAttempts) {
     EXPECT_LT(stopTime(monitor), PromptStop);
 }
 
-TEST_F(ConfigDbMonitorTest, BusThatComesLateIsFound) {
-    ConnectPause::set(50);
-    platform.bus().stop();
-    set(configured(Old));
-    start();
-    ASSERT_TRUE(eventually([&] { return log.count("retrying") >= 2; }));
-    platform.bus().start();
-    EXPECT_EQ(takeStatus()->getConfigDbStatus(), ConfigDbStatusEvent::ConfigGetNewFirmware);
-}
-
-TEST_F(ConfigDbMonitorTest, BusThatGoesAwayIsNotFatal) {
-    set(configured(Old));
-    start();
-    takeStatus();
-    platform.bus().stop();
-    IsUpdateNeededRequest question;
-    SetReadyForUpdateRequest ready(imageName);
-    in.add(&question);
-    in.add(&ready);
-    ASSERT_TRUE(isReturned(question));
-    EXPECT_TRUE(question.isUpdateNeeded());
-    ASSERT_TRUE(isReturned(ready));
-    EXPECT_TRUE(log.has("LOG_WARNING ConfigDbMonitor::setCsmEvent: Error sending event!"));
-}
-
 TEST_F(ConfigDbMonitorTest, UnconnectedCallsYieldNothing) {
     ConfigDbMonitor idle(in, out);
     std::ofstream(imageName) << "image";

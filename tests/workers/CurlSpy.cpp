@@ -1,12 +1,9 @@
 #include "workers/CurlSpy.h"
 
 #include <cstdarg>
-#include <curl/curl.h>
 #include <dlfcn.h>
-#include <map>
 #include <netdb.h>
 #include <unistd.h>
-#include <utility>
 
 #undef curl_easy_setopt
 
@@ -18,23 +15,10 @@ Function* theirs(const char* name, Function*) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-std::string nameOf(CURLoption option) {
-    static const std::map<CURLoption, std::string> names = {
-        {CURLOPT_URL, "URL"},
-        {CURLOPT_RANGE, "RANGE"},
-        {CURLOPT_WRITEDATA, "WRITEDATA"},
-        {CURLOPT_LOW_SPEED_LIMIT, "LOW_SPEED_LIMIT"},
-        {CURLOPT_LOW_SPEED_TIME, "LOW_SPEED_TIME"},
-        {CURLOPT_MAX_RECV_SPEED_LARGE, "MAX_RECV_SPEED_LARGE"},
-    };
-    const auto it = names.find(option);
-    return it != names.end() ? it->second : std::to_string(option);
-}
-
 void note(CURL* handle, CURLoption option, const std::string& value) {
     CurlSpy& spy = CurlSpy::get();
     const std::lock_guard<std::mutex> lock(spy.mutex);
-    spy.options.push_back(nameOf(option) + value);
+    spy.options.emplace_back(option, value);
     spy.handles.insert(handle);
 }
 
@@ -50,7 +34,7 @@ CurlSpy& CurlSpy::get() {
     return spy;
 }
 
-std::vector<std::string> CurlSpy::takeOptions() {
+CurlSpy::Options CurlSpy::takeOptions() {
     const std::lock_guard<std::mutex> lock(mutex);
     return std::exchange(options, {});
 }
@@ -91,16 +75,16 @@ extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     CURLcode code = CURLE_OK;
     if (option >= CURLOPTTYPE_OFF_T) {
         const curl_off_t value = va_arg(arguments, curl_off_t);
-        note(handle, option, " " + std::to_string(value));
+        note(handle, option, std::to_string(value));
         code = set(handle, option, value);
     } else if (option >= CURLOPTTYPE_OBJECTPOINT) {
         void* const value = va_arg(arguments, void*);
         const bool isText = option == CURLOPT_URL || option == CURLOPT_RANGE;
-        note(handle, option, isText ? std::string(" ") + static_cast<const char*>(value) : "");
+        note(handle, option, isText ? static_cast<const char*>(value) : "");
         code = set(handle, option, value);
     } else {
         long value = va_arg(arguments, long);
-        note(handle, option, " " + std::to_string(value));
+        note(handle, option, std::to_string(value));
         const long replaced = CurlSpy::get().lowSpeedSeconds;
         if (option == CURLOPT_LOW_SPEED_TIME && replaced != 0)
             value = replaced;

@@ -3,16 +3,19 @@
 #define TESTS_WORKERS_CURLSPY_H
 
 #include <atomic>
+#include <curl/curl.h>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct CurlSpy {
     static CurlSpy& get();
 
-    // Options set since the last call, in order, as "RANGE 0-511"; pointers without a value.
-    std::vector<std::string> takeOptions();
+    // Options set since the last call, in order, with their values; pointers without.
+    using Options = std::vector<std::pair<CURLoption, std::string>>;
+    Options takeOptions();
 
     // Handles that options were set on and that were not released.
     size_t liveHandles();
@@ -22,8 +25,8 @@ struct CurlSpy {
     std::atomic<bool> holdsLookups{false}; // of host names: they do not return while it is set
     std::atomic<int> lookups{0};           // that are held
     std::mutex mutex;
-    std::vector<std::string> options; // guarded by mutex
-    std::set<void*> handles;          // guarded by mutex
+    Options options;         // guarded by mutex
+    std::set<void*> handles; // guarded by mutex
 };
 
 #endif

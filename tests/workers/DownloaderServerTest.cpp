@@ -12,6 +12,8 @@ constexpr Status Complete = DownloadRequest::DownloadComplete;
 constexpr Status Transient = DownloadRequest::DownloadTransientFailure;
 constexpr Status Permanent = DownloadRequest::DownloadPermanentFailure;
 
+constexpr size_t All = HttpScript::Never;
+
 const std::string Page = "<html><body>an error page</body></html>\n";
 
 struct Row {
@@ -41,32 +43,24 @@ HttpScript pageWith(int status, const std::string& headers = "") {
     });
 }
 
-HttpScript cutBody(size_t bytes, HttpScript::End end) {
-    return cutAt(HttpScript::Never, bytes, end);
-}
-
-HttpScript cutHead(size_t bytes, HttpScript::End end) {
-    return cutAt(bytes, HttpScript::Never, end);
-}
-
 std::vector<Row> rows() {
     const std::string wanted = imageBytes(1000, 2000);
     const std::string part = imageBytes(1000, 700);
     return {
         {"ByTheBook", {}, Complete, 0, wanted},
-        {"ClosesMidBody", cutBody(700, HttpScript::Close), Transient, 18, part},
+        {"ClosesMidBody", cutAt(All, 700, HttpScript::Close), Transient, 18, part},
         {"ClosesMidBodyWithoutLength", script([](HttpScript& s) {
              s.bodyBytes = 700;
              s.withLength = false;
          }),
          Complete, 0, part},
-        {"ResetsMidBody", cutBody(700, HttpScript::Reset), Permanent, 56, part},
-        {"StallsMidBody", cutBody(40, HttpScript::Stall), Transient, 28, imageBytes(1000, 40)},
-        {"ClosesAtOnce", cutHead(0, HttpScript::Close), Permanent, 52, ""},
-        {"ResetsAtOnce", cutHead(0, HttpScript::Reset), Permanent, 56, ""},
-        {"StallsAtOnce", cutHead(0, HttpScript::Stall), Transient, 28, ""},
-        {"CutsTheHeaders", cutHead(60, HttpScript::Close), Complete, 0, ""},
-        {"StallsInTheHeaders", cutHead(60, HttpScript::Stall), Transient, 28, ""},
+        {"ResetsMidBody", cutAt(All, 700, HttpScript::Reset), Permanent, 56, part},
+        {"StallsMidBody", cutAt(All, 40, HttpScript::Stall), Transient, 28, imageBytes(1000, 40)},
+        {"ClosesAtOnce", cutAt(0, All, HttpScript::Close), Permanent, 52, ""},
+        {"ResetsAtOnce", cutAt(0, All, HttpScript::Reset), Permanent, 56, ""},
+        {"StallsAtOnce", cutAt(0, All, HttpScript::Stall), Transient, 28, ""},
+        {"CutsTheHeaders", cutAt(60, All, HttpScript::Close), Complete, 0, ""},
+        {"StallsInTheHeaders", cutAt(60, All, HttpScript::Stall), Transient, 28, ""},
         {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Complete, 0,
          imageBytes(0, 100000)},
         {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
@@ -113,8 +107,8 @@ INSTANTIATE_TEST_SUITE_P(Servers, DownloaderServerTest, testing::ValuesIn(rows()
 class DownloaderResumeTest : public testing::Test, protected DownloaderFixture {};
 
 TEST_F(DownloaderResumeTest, TransientFailureGoesOnWhereTheFileEnds) {
-    server.addScript(cutBody(700, HttpScript::Close));
-    server.addScript(cutBody(1, HttpScript::Close));
+    server.addScript(cutAt(All, 700, HttpScript::Close));
+    server.addScript(cutAt(All, 1, HttpScript::Close));
     DownloadRequest request(server.url(), &fragment);
     for (const Status status : {Transient, Transient, Complete}) {
         ASSERT_TRUE(isAnswered(request));
@@ -127,7 +121,7 @@ TEST_F(DownloaderResumeTest, TransientFailureGoesOnWhereTheFileEnds) {
 }
 
 TEST_F(DownloaderResumeTest, ImageSwappedBetweenTwoFetchesIsSplicedOnDisk) {
-    server.addScript(cutBody(700, HttpScript::Close));
+    server.addScript(cutAt(All, 700, HttpScript::Close));
     DownloadRequest request(server.url(), &fragment);
     ASSERT_TRUE(isAnswered(request));
     server.setImage(patternOf(100000, 1));

@@ -1,11 +1,9 @@
 #include "workers/DownloaderFixture.h"
-#include <curl/curl.h>
 #include <unistd.h>
 
 namespace {
 
 using lab::HttpScript;
-using Strings = std::vector<std::string>;
 
 // libcurl is initialised as main does it.
 const struct CurlGlobal {
@@ -78,10 +76,10 @@ TEST_F(DownloaderTest, OtherItemsAreDroppedAndStopEndsTheThread) {
 
 // At debug level there is no cap; what else is set shows here too.
 TEST_F(DownloaderTest, SpeedCapFollowsTheLogLevel) {
-    const Strings capped = {"URL " + server.url(), "MAX_RECV_SPEED_LARGE 25000",
-                            "LOW_SPEED_LIMIT 50",  "LOW_SPEED_TIME 60",
-                            "WRITEDATA",           "RANGE 1000-2999"};
-    Strings uncapped = capped;
+    const CurlSpy::Options capped = {{CURLOPT_URL, server.url()},     {CURLOPT_MAX_RECV_SPEED_LARGE, "25000"},
+                                     {CURLOPT_LOW_SPEED_LIMIT, "50"}, {CURLOPT_LOW_SPEED_TIME, "60"},
+                                     {CURLOPT_WRITEDATA, ""},         {CURLOPT_RANGE, "1000-2999"}};
+    CurlSpy::Options uncapped = capped;
     uncapped.erase(uncapped.begin() + 1);
     for (const LogPriority level : {LogInfo, LogDebug}) {
         VexStreamLog::setLevel(level);
@@ -169,14 +167,6 @@ TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
     EXPECT_TRUE(onDisk() == image.substr(1000, 2000));
 }
 
-TEST_F(DownloaderTest, StopsPromptlyWhileItWaitsForAnAnswer) {
-    server.setScript(cutAt(0, 0, HttpScript::Stall));
-    DownloadRequest request(server.url(), &fragment);
-    queue(request);
-    ASSERT_TRUE(server.waitForStall());
-    EXPECT_LT(stopTime(downloader), PromptStop);
-}
-
 TEST_F(DownloaderTest, StopsPromptlyDuringANameLookup) {
     CurlSpy& spy = CurlSpy::get();
     spy.holdsLookups = true;
@@ -186,17 +176,6 @@ TEST_F(DownloaderTest, StopsPromptlyDuringANameLookup) {
     EXPECT_LT(stopTime(downloader), PromptStop);
     spy.holdsLookups = false; // the lookup's own thread ends later, and still finds what it works on
     EXPECT_TRUE(eventually([&] { return spy.lookups == 0; }));
-}
-
-TEST_F(DownloaderTest, StopInTheMiddleOfAFlowLeavesAPrefix) {
-    const std::string large = patternOf(20000000);
-    server.setImage(large);
-    fragment.setDownloadRange(0, 19999999);
-    DownloadRequest request(server.url(), &fragment);
-    queue(request);
-    ASSERT_TRUE(eventually([&] { return !onDisk().empty(); }));
-    EXPECT_LT(stopTime(downloader), PromptStop);
-    EXPECT_EQ(large.compare(0, onDisk().size(), onDisk()), 0);
 }
 
 } // namespace

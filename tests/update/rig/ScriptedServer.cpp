@@ -25,12 +25,6 @@ imagefile::Bytes answerTo(const imagefile::Bytes& image, const std::string& rang
 
 } // namespace
 
-const char* getName(Fault fault) {
-    static const char* const names[FaultCount] = {"none",    "404",     "cut",        "reset",     "stall",
-                                                  "refused", "flipped", "whole file", "open fails"};
-    return names[static_cast<int>(fault)];
-}
-
 bool ScriptedServer::serve(DownloadRequest& request) {
     Fault now = fault;
     if (!faults.empty()) {

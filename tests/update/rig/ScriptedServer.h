@@ -24,7 +24,6 @@ enum class Fault {
     OpenFails  // the file cannot be opened: transient, and the request is not handed back
 };
 constexpr int FaultCount = 9;
-const char* getName(Fault fault);
 
 class ScriptedServer {
   public:
