@@ -319,6 +319,16 @@ TEST_F(UpdateCycle, ForceWhileWaitingFlagsAgain) {
     expectReady(terminal);
 }
 
+TEST_F(UpdateCycle, DisabledAndEnabledAgainGoesOn) {
+    terminal.run(20);
+    terminal.config.disabled = true;
+    terminal.run(60);
+    EXPECT_EQ(terminal.action(), FwAction::NoAction);
+    terminal.config.disabled = false;
+    terminal.notify();
+    expectCompletes(terminal);
+}
+
 TEST_F(UpdateCycle, ImageOfAnotherVersionIsNeverFlagged) {
     terminal.publish("1.05-7", makeImage(8));
     terminal.run(24 * Hour);
