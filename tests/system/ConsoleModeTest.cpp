@@ -1,7 +1,7 @@
 // The daemon in the foreground: how it stops.
 #include "system/SoakTerminal.h"
 #include <csignal>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -10,7 +10,7 @@ constexpr size_t StartSize = 512;     // of the image, fetched first
 
 TEST(ConsoleMode, StopsAtOnce) {
     SoakTerminal terminal;
-    const std::pair<int, const char*> signals[] = {{SIGINT, "Interrupt"}, {SIGTERM, "Terminated"}};
+    const std::pair<int, std::string> signals[] = {{SIGINT, "Interrupt"}, {SIGTERM, "Terminated"}};
     for (const auto& [signal, name] : signals) {
         terminal.start();
         ASSERT_TRUE(eventually([&] { return terminal.hasLogged("FwDownloadDaemon::run()"); }));
@@ -41,10 +41,8 @@ TEST(ConsoleMode, StopsInTheMiddleOfADownloadAndGoesOnThere) {
     terminal.start();
     EXPECT_EQ(terminal.untilReady(), "");
     const std::string resumed = std::to_string(first.offset + onDisk) + "-";
-    bool isResumed = false;
-    for (const lab::ServedRequest& request : terminal.lab().webServer()->newRequests())
-        isResumed = isResumed || request.range.rfind(resumed, 0) == 0;
-    EXPECT_TRUE(isResumed) << "no request for bytes from " << resumed;
+    EXPECT_THAT(terminal.lab().webServer()->newRequests(),
+                testing::Contains(testing::Field(&lab::ServedRequest::range, testing::StartsWith(resumed))));
 }
 
 } // namespace

@@ -11,13 +11,6 @@ namespace {
 
 constexpr unsigned FailuresToTheEnd = 43;
 
-size_t countIn(const std::string& text, const std::string& what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size()))
-        ++count;
-    return count;
-}
-
 // --- Disk full
 
 constexpr unsigned DiskSize = 8 << 20;

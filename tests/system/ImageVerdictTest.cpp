@@ -1,7 +1,6 @@
 #include "lab/ImageVerdict.h"
 #include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
-#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 
@@ -25,9 +24,8 @@ class ImageVerdict : public testing::Test {
     }
 
     lab::ImageVerdict judge(const Bytes& image) const {
-        std::filesystem::remove(mDirectory.file("compiled")); // a new file is not flushed, an old one is
-        writeFile(mDirectory.file("compiled"), image);
-        return lab::judgeImage(mDirectory.file("compiled"), *mReader, *mPlan);
+        const std::string file = mDirectory.write("compiled", {image.begin(), image.end()});
+        return lab::judgeImage(file, *mReader, *mPlan);
     }
 
     const support::TemporaryDirectory mDirectory;

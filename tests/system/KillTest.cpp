@@ -41,27 +41,19 @@ std::vector<Point> pointsOf(const std::vector<std::string>& operations) {
 
 class Kill : public testing::Test {
   protected:
-    // A fresh terminal, or one with an image flagged that is about to be compiled anew.
-    void prepare(bool isFlagged) {
-        mTerminal.reset();
-        if (!isFlagged)
-            return;
-        mTerminal.start();
-        ASSERT_EQ(mTerminal.untilReady(), "");
-        mTerminal.kill();
-    }
-
-    // Starts the daemon as the round wants it.
+    // Starts the daemon as the round wants it: in a fresh terminal, or with an image flagged that is about to
+    // be compiled anew.
     void begin(const Life& life, bool isFlagged) {
+        mTerminal.reset();
+        if (isFlagged) {
+            mTerminal.start();
+            ASSERT_EQ(mTerminal.untilReady(), "");
+        }
         mTerminal.start(life);
-        if (!isFlagged)
-            return;
-        ASSERT_TRUE(eventually([this] { return mTerminal.isReady(); })) << mTerminal.log();
-        mTerminal.announce();
-    }
-
-    void expectRight(const char* when) {
-        EXPECT_EQ(mTerminal.complaint(), "") << when << "\n" << mTerminal.log();
+        if (isFlagged) {
+            ASSERT_TRUE(eventually([this] { return mTerminal.isReady(); })) << mTerminal.log();
+            mTerminal.announce();
+        }
     }
 
     // Killed once or not on the way; then until ready, and stopped.
@@ -70,7 +62,7 @@ class Kill : public testing::Test {
             mTerminal.start();
             std::this_thread::sleep_for(randomTime(random, UpdateTime));
             mTerminal.kill();
-            expectRight("after the second kill");
+            EXPECT_EQ(mTerminal.complaint(), "") << mTerminal.log();
             ++mKills["at a random moment"];
         }
         const bool wasReady = isFlagged || !mTerminal.lab().config()->readyForInstall().empty();
@@ -78,7 +70,7 @@ class Kill : public testing::Test {
         ASSERT_EQ(mTerminal.untilReady(), "");
         ASSERT_EQ(mTerminal.stop(SIGTERM), "");
         // A compile clears up after the one that was killed.
-        EXPECT_TRUE(wasReady || !mTerminal.hasDownload(".part"));
+        EXPECT_TRUE(wasReady || !mTerminal.hasPartialImage());
     }
 
     void countRequests() {
@@ -126,7 +118,6 @@ TEST_F(Kill, AtNamedPoints) {
         const bool isFlagged = point.isOfCompile && random() % 2 == 0;
         SCOPED_TRACE("seed " + std::to_string(seed) + ": " + point.name + ", loss " + loss +
                      (isFlagged ? ", compiled anew" : ""));
-        ASSERT_NO_FATAL_FAILURE(prepare(isFlagged));
         Life life;
         life.point = point.name;
         life.loss = loss;
@@ -140,7 +131,7 @@ TEST_F(Kill, AtNamedPoints) {
         EXPECT_TRUE(!isKilled || mTerminal.daemon().exitStatus()->isExit(128 + SIGKILL)) << mTerminal.log();
         ++mKills[isKilled ? point.name.substr(0, point.name.find(' ')) + " " + point.operation
                           : "at a point that was not reached"];
-        expectRight("after the kill");
+        EXPECT_EQ(mTerminal.complaint(), "") << mTerminal.log();
         ASSERT_NO_FATAL_FAILURE(recover(random, isFlagged));
         countRequests();
     }
@@ -151,12 +142,11 @@ TEST_F(Kill, AtNamedPoints) {
 TEST_F(Kill, WithALossRightAfterTheFlag) {
     for (const char* const loss : {"cut", "zero"}) {
         SCOPED_TRACE(std::string("loss ") + loss);
-        ASSERT_NO_FATAL_FAILURE(prepare(false));
         Life life;
         life.point = "after sync database 1";
         life.loss = loss;
         life.delay = Milliseconds(200); // others can see the flag a moment later
-        mTerminal.start(life);
+        ASSERT_NO_FATAL_FAILURE(begin(life, false));
         ASSERT_TRUE(mTerminal.daemon().waitFor(VeryLong)) << mTerminal.log();
         ASSERT_EQ(mTerminal.complaint(true), "");
         mTerminal.newRequests();
@@ -169,7 +159,6 @@ TEST_F(Kill, WithALossRightAfterTheFlag) {
 
 // What is flagged stays whole until the image that is compiled anew takes its place.
 TEST_F(Kill, WhileAFlaggedImageIsWrittenAnew) {
-    ASSERT_NO_FATAL_FAILURE(prepare(true));
     Life life;
     life.point = "amid write image 3";
     life.loss = "cut";
@@ -186,12 +175,11 @@ TEST_F(Kill, AtRandomMoments) {
         const Milliseconds moment = randomTime(random, UpdateTime);
         SCOPED_TRACE("seed " + std::to_string(seed) + ": after " + std::to_string(moment.count()) + " ms" +
                      (isFlagged ? ", compiled anew" : ""));
-        ASSERT_NO_FATAL_FAILURE(prepare(isFlagged));
         ASSERT_NO_FATAL_FAILURE(begin({}, isFlagged));
         std::this_thread::sleep_for(moment);
         mTerminal.kill();
         ++mKills["at a random moment"];
-        expectRight("after the kill");
+        EXPECT_EQ(mTerminal.complaint(), "") << mTerminal.log();
         ASSERT_NO_FATAL_FAILURE(recover(random, isFlagged));
         countRequests();
     }

@@ -33,6 +33,13 @@ inline std::string readText(const std::string& filename) {
     return support::TemporaryDirectory::read(filename);
 }
 
+inline size_t countIn(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size()))
+        ++count;
+    return count;
+}
+
 // A socket at a path in the file system.
 inline lab::Descriptor localSocket(const std::string& path, int type) {
     lab::Descriptor result(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));

@@ -62,13 +62,6 @@ std::string findFlaw(const std::string& page) {
     return open.empty() ? "" : "open: " + open.back();
 }
 
-size_t countOf(const std::string& page, const std::string& text) {
-    size_t count = 0;
-    for (size_t at = page.find(text); at != std::string::npos; at = page.find(text, at + 1))
-        ++count;
-    return count;
-}
-
 // Of the element with this id.
 std::string sectionOf(const std::string& page, const std::string& id, const std::string& end) {
     const size_t start = page.find("id=\"" + id + "\"");
@@ -80,25 +73,25 @@ TEST(LabReport, HasAllItsPartsInGoodForm) {
     EXPECT_EQ(findFlaw(page), "");
     EXPECT_THAT(sectionOf(page, "verdict", "</section>"), HasSubstr("Failed while updating"));
     const std::string strip = sectionOf(page, "strip", "</svg>");
-    EXPECT_EQ(countOf(strip, "class=\"needed\""), 1U);
-    EXPECT_EQ(countOf(strip, "class=\"unneeded\""), 1U);
+    EXPECT_EQ(countIn(strip, "class=\"needed\""), 1U);
+    EXPECT_EQ(countIn(strip, "class=\"unneeded\""), 1U);
     // 200 bytes of 1000 on a drawing of 900 from 190.
     EXPECT_THAT(strip, HasSubstr("class=\"wrong\" x=\"280.0\" y=\"60.0\" width=\"180.0\""));
     EXPECT_THAT(strip, HasSubstr("class=\"fetched\" x=\"460.0\" y=\"78.0\" width=\"180.0\""));
     const std::string timeline = sectionOf(page, "timeline", "</svg>");
-    EXPECT_EQ(countOf(timeline, "class=\"action\""), 1U);
-    EXPECT_EQ(countOf(timeline, "class=\"signal\""), 1U);
-    EXPECT_EQ(countOf(sectionOf(page, "requests", "</table>"), "<tr>"), 3U);
+    EXPECT_EQ(countIn(timeline, "class=\"action\""), 1U);
+    EXPECT_EQ(countIn(timeline, "class=\"signal\""), 1U);
+    EXPECT_EQ(countIn(sectionOf(page, "requests", "</table>"), "<tr>"), 3U);
     const std::string log = sectionOf(page, "log", "</table>");
-    EXPECT_EQ(countOf(log, "<tr "), 3U);
+    EXPECT_EQ(countIn(log, "<tr "), 3U);
     for (const char* const level : {"\"6\"", "\"4\"", "\"3\""}) // the last for a line without one
-        EXPECT_EQ(countOf(log, std::string("data-level=") + level), 1U) << level;
+        EXPECT_EQ(countIn(log, std::string("data-level=") + level), 1U) << level;
 
-    EXPECT_EQ(countOf(page, "<script"), 1U); // its own
+    EXPECT_EQ(countIn(page, "<script"), 1U); // its own
     EXPECT_THAT(page, HasSubstr("&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; &#39;y&#39; "
                                 "\\x01\\xC3\n"));
     for (const char* const reference : {"src=", "href=", "url(", "@import", "<link", "fetch("})
-        EXPECT_EQ(countOf(page, reference), 0U) << reference;
+        EXPECT_EQ(countIn(page, reference), 0U) << reference;
     EXPECT_EQ(findFlaw(lab::makeReport({}, {}, {})), ""); // a run that failed before anything happened
 }
 

@@ -160,8 +160,8 @@ std::optional<std::chrono::steady_clock::time_point> SoakTerminal::pointTime() c
         Milliseconds(strtoll(text.c_str() + place + 3, nullptr, 10)));
 }
 
-bool SoakTerminal::hasDownload(const char* ending) const {
+bool SoakTerminal::hasPartialImage() const {
     const fs::directory_iterator downloads(mWork.downloads());
     return std::any_of(begin(downloads), end(downloads),
-                       [&](const fs::directory_entry& entry) { return entry.path().extension() == ending; });
+                       [](const auto& entry) { return entry.path().extension() == ".part"; });
 }

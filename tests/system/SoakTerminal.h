@@ -91,8 +91,8 @@ class SoakTerminal {
 
     Milliseconds slowestStop() const { return mSlowestStop; }
 
-    // A file of the download directory with this ending of its name.
-    bool hasDownload(const char* ending) const;
+    // The download directory has an image that is being written.
+    bool hasPartialImage() const;
 
     // The daemon's log, for messages.
     std::string log() const;

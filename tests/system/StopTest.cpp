@@ -37,13 +37,6 @@ struct Round {
         life.isInBackground = false;
     }
 
-    std::string toString() const {
-        return std::string(strsignal(signal)) + " " +
-               (life.point.empty() ? "after " + std::to_string(moment.count()) + " ms" : life.point) +
-               (life.isInBackground ? ", in the background" : "") +
-               (life.verbosity == AllBytes ? "" : ", slowly");
-    }
-
     Life life;
     int signal = SIGTERM;
     Milliseconds moment{0};
@@ -56,7 +49,8 @@ TEST(Stop, EndsWellWheneverItComes) {
     size_t requests = 0;
     for (unsigned seed = soakSeed(); seed < soakSeed() + rounds; ++seed) {
         const Round round(seed);
-        SCOPED_TRACE("seed " + std::to_string(seed) + ": " + round.toString());
+        SCOPED_TRACE("seed " + std::to_string(seed) + ": " + strsignal(round.signal) + " " +
+                     (round.life.point.empty() ? std::to_string(round.moment.count()) : round.life.point));
         if (!round.life.point.empty() || seed % RoundsPerUpdate == 0)
             terminal.reset();
         terminal.start(round.life);

@@ -3,7 +3,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <thread>
 
 namespace {
@@ -17,19 +17,15 @@ class Vexctl : public testing::Test {
         std::string error;
     };
 
-    FILE* begin(const std::string& arguments, const std::string& errorFile = "errors") const {
-        const std::string command =
-            std::string(VEXCTL_PROGRAM " ") + arguments + " 2>" + platform.directory().file(errorFile);
-        return popen(command.c_str(), "r");
+    FILE* begin(const std::string& arguments, const std::string& errors = "&1") const {
+        return popen((VEXCTL_PROGRAM " " + arguments + " 2>" + errors).c_str(), "r");
     }
 
-    Result finish(FILE* process, const std::string& errorFile = "errors") const {
-        const support::ShellOutput output = support::finish(process);
-        return {output.status, output.text,
-                support::TemporaryDirectory::read(platform.directory().file(errorFile))};
+    Result run(const std::string& arguments) const {
+        const std::string errors = platform.directory().file("errors");
+        const support::ShellOutput output = support::finish(begin(arguments, errors));
+        return {output.status, output.text, support::TemporaryDirectory::read(errors)};
     }
-
-    Result run(const std::string& arguments) const { return finish(begin(arguments)); }
 
     // One line that begins with the tool's name and names the thing.
     static bool complains(const Result& result, const char* text) {
@@ -95,19 +91,18 @@ TEST_F(Vexctl, FailuresNameTheThingAndTheReason) {
 }
 
 TEST_F(Vexctl, ListenersPrintWhatOthersSendUpToTheirCount) {
-    FILE* const filtered = begin("signal listen evt --count 2 --timeout 60", "errors1");
-    FILE* const all = begin("signal listen --count 5 --timeout 60", "errors2");
-    Result ofFiltered{};
-    Result ofAll{};
+    FILE* const filtered = begin("signal listen evt --count 2 --timeout 60");
+    FILE* const all = begin("signal listen --count 5 --timeout 60");
+    support::ShellOutput ofFiltered{};
+    support::ShellOutput ofAll{};
     sendUntilDone([&] {
-        ofFiltered = finish(filtered, "errors1");
-        ofAll = finish(all, "errors2");
+        ofFiltered = support::finish(filtered);
+        ofAll = support::finish(all);
     });
-    EXPECT_EQ(0, ofFiltered.status) << ofFiltered.error;
-    EXPECT_TRUE(ofFiltered.out == "evt.a 00ff7e\nevt\n" || ofFiltered.out == "evt\nevt.a 00ff7e\n")
-        << ofFiltered.out;
-    EXPECT_EQ(0, ofAll.status) << ofAll.error;
-    EXPECT_NE(std::string::npos, ofAll.out.find("other.x 00\nevt.a 00ff7e\nevt\n")) << ofAll.out;
+    EXPECT_EQ(0, ofFiltered.status);
+    EXPECT_THAT(ofFiltered.text, testing::AnyOf("evt.a 00ff7e\nevt\n", "evt\nevt.a 00ff7e\n"));
+    EXPECT_EQ(0, ofAll.status);
+    EXPECT_THAT(ofAll.text, testing::HasSubstr("other.x 00\nevt.a 00ff7e\nevt\n"));
 }
 
 TEST_F(Vexctl, ListenerPrintsAtOnceAndNoticesTheEndOfTheBus) {
@@ -116,9 +111,9 @@ TEST_F(Vexctl, ListenerPrintsAtOnceAndNoticesTheEndOfTheBus) {
     sendUntilDone([&] { EXPECT_NE(nullptr, fgets(line.data(), line.size(), listener)); });
     EXPECT_STREQ("evt.a 00ff7e\n", line.data());
     platform.bus().stop();
-    const Result lost = finish(listener);
+    const support::ShellOutput lost = support::finish(listener);
     EXPECT_EQ(1, lost.status);
-    EXPECT_EQ("vexctl: the bus is gone\n", lost.error);
+    EXPECT_EQ("vexctl: the bus is gone\n", lost.text);
 }
 
 TEST_F(Vexctl, ListenerFailsWhenItsSecondsAreOver) {

@@ -13,10 +13,7 @@ namespace {
 const std::string Root = FW_SOURCE_DIR;
 
 using Lines = std::vector<std::string>;
-
-std::string contentOf(const std::string& file) {
-    return support::TemporaryDirectory::read(file);
-}
+using support::TemporaryDirectory;
 
 Lines linesOf(const std::string& text) {
     std::istringstream stream(text);
@@ -49,7 +46,7 @@ class Document : public testing::Test {
 
     // Files are blocks that begin with their name as a comment; "..." stands for any lines.
     void play(const std::string& name) {
-        std::istringstream blocks(contentOf(Root + "/" + name));
+        std::istringstream blocks(TemporaryDirectory::read(Root + "/" + name));
         for (std::string line; std::getline(blocks, line);) {
             const bool isFile = line == "```toml";
             if (!isFile && line != "```console")
@@ -64,7 +61,7 @@ class Document : public testing::Test {
         }
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const TemporaryDirectory mDirectory;
 
   private:
     static std::string joined(const Lines& lines) {
@@ -103,11 +100,13 @@ TEST_F(Document, ReadmeShowsWhatTheDemoPrints) {
 // Ends with the examples of the manual page, which use the same names.
 TEST_F(Document, WalkthroughLeadsToATestedUpdate) {
     play("docs/walkthrough.md");
-    EXPECT_EQ(contentOf(mDirectory.file("plan.svg")), contentOf(Root + "/docs/plan.svg"));
-    EXPECT_NE(contentOf(mDirectory.file("run.html")).find("The update image is complete and right."),
-              std::string::npos);
+    EXPECT_EQ(TemporaryDirectory::read(mDirectory.file("plan.svg")),
+              TemporaryDirectory::read(Root + "/docs/plan.svg"));
+    EXPECT_NE(
+        TemporaryDirectory::read(mDirectory.file("run.html")).find("The update image is complete and right."),
+        std::string::npos);
 
-    const std::string page = contentOf(Root + "/docs/man/zemp.1");
+    const std::string page = TemporaryDirectory::read(Root + "/docs/man/zemp.1");
     const std::string examples = page.substr(page.find(".SH EXAMPLES"));
     for (std::string line : linesOf(examples)) {
         line.erase(std::remove(line.begin(), line.end(), '\\'), line.end());

@@ -2,8 +2,7 @@
 #ifndef TESTS_TOOLS_ZEMPSAMPLES_H
 #define TESTS_TOOLS_ZEMPSAMPLES_H
 
-#include "imagefile/ImageBuilder.h"
-#include <string>
+#include "update/rig/Samples.h"
 
 // Release 1.05-7, the given manifest, and for each name a software part of version 1.02-3.
 inline imagefile::ImageBuilder imageOf(const std::string& manifest, const std::vector<std::string>& names,
@@ -11,12 +10,9 @@ inline imagefile::ImageBuilder imageOf(const std::string& manifest, const std::v
     imagefile::ImageBuilder image;
     image.release({1, 5, 7}, 0, "REL-1.05-7", "Release 1.05-7\n");
     image.manifest(manifest);
-    for (const std::string& name : names) {
-        imagefile::Bytes body(bodySize);
-        for (size_t i = 0; i < body.size(); ++i)
-            body[i] = static_cast<uint8_t>(i * 31 + i / 256 + name.size());
-        image.software(name, {1, 2, 3}, name + "-build", body);
-    }
+    for (const std::string& name : names)
+        image.software(name, {1, 2, 3}, name + "-build",
+                       rig::bodyOf(bodySize, static_cast<unsigned>(name.size())));
     return image;
 }
 
