@@ -16,8 +16,6 @@ constexpr const char* ReadyKey = "cfg.fw_ready_for_install";
 constexpr const char* LibraryPath = "/lab/killpoint.so"; // in the terminal
 constexpr const char* OperationsName = "operations";     // in its /tmp
 
-constexpr Milliseconds KillTime{10000};
-
 } // namespace
 
 unsigned numberFrom(const char* variable, unsigned otherwise) {
@@ -124,7 +122,7 @@ std::string SoakTerminal::stop(int signal) {
 }
 
 std::string SoakTerminal::awaitStop(std::chrono::steady_clock::time_point begin) {
-    const bool ended = mDaemon->waitFor(KillTime);
+    const bool ended = mDaemon->waitFor(VeryLong);
     const auto time = std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - begin);
     mSlowestStop = std::max(mSlowestStop, time);
     if (!ended)

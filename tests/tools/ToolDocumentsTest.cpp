@@ -8,6 +8,8 @@
 namespace {
 
 const std::string Root = FW_SOURCE_DIR;
+const std::string Pages = Root + "/docs/man/";
+const std::string Completions = Root + "/packaging/completion/";
 
 // What a shell command writes to both its outputs.
 support::ShellOutput outputOf(const std::string& command) {
@@ -50,8 +52,8 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
     for (const auto& [program, commands] : programs) {
         const std::string path = program;
         const std::string name = path.substr(path.rfind('/') + 1);
-        const std::string page = withoutBackslashes(ScratchDir::read(Root + "/docs/man/" + name + ".1"));
-        const std::string completion = ScratchDir::read(Root + "/packaging/completion/" + name);
+        const std::string page = withoutBackslashes(ScratchDir::read(Pages + name + ".1"));
+        const std::string completion = ScratchDir::read(Completions + name);
         for (const char* const command : commands) {
             const support::ShellOutput help = outputOf(path + " " + command + " --help");
             ASSERT_EQ(help.status, 0) << help.text;
@@ -80,12 +82,11 @@ TEST(ToolDocuments, CompletionsComplete) {
         {"vexctl", "vexctl c", "config "},   {"fw_lab", "fw_lab --v", "--version "},
     };
     for (const auto& [program, line, expected] : rows) {
-        const std::string words =
-            std::string("COMP_WORDS=(") + line + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))";
-        const support::ShellOutput output =
-            outputOf("bash -c '. \"" + Root + "/packaging/completion/" + program + "\"; " + words + "; _" +
-                     program + "; printf \"%s \" \"${COMPREPLY[@]}\"'");
-        EXPECT_EQ(output.text, expected) << line;
+        std::ostringstream script;
+        script << "bash -c '. \"" << Completions << program << "\"; COMP_WORDS=(" << line
+               << "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _" << program
+               << "; printf \"%s \" \"${COMPREPLY[@]}\"'";
+        EXPECT_EQ(outputOf(script.str()).text, expected) << line;
     }
 }
 

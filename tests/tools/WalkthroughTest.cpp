@@ -107,8 +107,7 @@ TEST_F(Document, WalkthroughLeadsToATestedUpdate) {
         std::string::npos);
 
     const std::string page = TemporaryDirectory::read(Root + "/docs/man/zemp.1");
-    const std::string examples = page.substr(page.find(".SH EXAMPLES"));
-    for (std::string line : linesOf(examples)) {
+    for (std::string line : linesOf(page.substr(page.find(".SH EXAMPLES")))) {
         line.erase(std::remove(line.begin(), line.end(), '\\'), line.end());
         if (line.rfind("zemp ", 0) == 0 && line.find("http:") == std::string::npos)
             run(line);

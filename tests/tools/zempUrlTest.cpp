@@ -56,8 +56,7 @@ TEST_F(ZempUrl, ListsAndPlansWhatAFileWouldAndFetchesHeadersOnly) {
 TEST_F(ZempUrl, ExtractsFromAServerAndFromAFile) {
     for (const std::string& from : {url, std::string("@i.zemp")}) {
         EXPECT_EQ(zemp({"extract", from, "root", "-o", "@root"}), 0) << err;
-        const imagefile::Bytes part = image.buildPart(3);
-        EXPECT_EQ(ScratchDir::read(scratch.file("root")), textOf(part).substr(64));
+        EXPECT_EQ(ScratchDir::read(scratch.file("root")), textOf(image.buildPart(3)).substr(64));
     }
     EXPECT_EQ(zemp({"extract", "@i.zemp", "suum"}), 0);
     EXPECT_EQ(out, KernelLine + RootLine);
