@@ -77,18 +77,19 @@ void TerminalProcess::kill() {
         mBox.kill();
 }
 
-pid_t TerminalProcess::findProcess(const std::string& program) const {
+std::vector<pid_t> TerminalProcess::findProcesses(const std::string& program) const {
+    std::vector<pid_t> found;
     std::vector<pid_t> family = {mInit};
     for (size_t i = 0; i < family.size(); ++i) {
         const std::string directory = "/proc/" + std::to_string(family[i]) + "/";
         if (readFile(directory + "comm") == program + "\n")
-            return family[i];
+            found.push_back(family[i]);
         std::istringstream children(readFile(directory + "task/" + std::to_string(family[i]) + "/children"));
         pid_t child = -1;
         while (children >> child)
             family.push_back(child);
     }
-    return -1;
+    return found;
 }
 
 Terminal::Terminal(const WorkDirectory& directory, Programs programs)

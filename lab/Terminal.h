@@ -39,8 +39,8 @@ class TerminalProcess {
     // have ended.
     void kill();
 
-    // One of its processes by the name of its program, as this machine sees it; -1 when there is none.
-    pid_t findProcess(const std::string& program) const;
+    // Its processes by the name of their program, as this machine sees them, ancestors first.
+    std::vector<pid_t> findProcesses(const std::string& program) const;
 
     // The root directory that its processes see, as long as one runs.
     std::string rootDirectory() const { return "/proc/" + std::to_string(mInit) + "/root"; }

@@ -71,7 +71,7 @@ TEST_P(DiskFull, FlagsNothingAndRecoversWithSpace) {
 
     fs::remove(onDisk(row.directory) + "/ballast");
     if (!row.endsItself)
-        kill(mBox->findProcess("fw_download"), SIGTERM);
+        kill(mBox->findProcesses("fw_download").at(0), SIGTERM);
     ASSERT_TRUE(eventually([&] { return !mTerminal.lab().config()->readyForInstall().empty(); }))
         << mTerminal.log();
     EXPECT_EQ(mTerminal.lab().config()->readyForInstall(), flagged);

@@ -67,8 +67,7 @@ class Idle : public testing::Test {
         const unsigned days = numberFrom("FW_IDLE_DAYS", DaysInCi);
         ASSERT_NO_FATAL_FAILURE(live(0.5));
         mTerminal.newRequests();
-        const pid_t pid = mTerminal.daemon().findProcess("fw_download");
-        ASSERT_GT(pid, 0);
+        const pid_t pid = mTerminal.daemon().findProcesses("fw_download").at(0);
         const Usage before = Usage::of(pid);
         ASSERT_NO_FATAL_FAILURE(live(days));
         const Usage after = Usage::of(pid);

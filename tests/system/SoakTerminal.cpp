@@ -82,7 +82,9 @@ bool SoakTerminal::hasLogged(const std::string& text) const {
 
 // The monitor's first line comes when the signals are taken care of; the background shows its pid file then.
 bool SoakTerminal::takesSignals() const {
-    return hasLogged("ConfigDbMonitor::") || !readText(mWork.run() + "/fw_download.pid").empty();
+    // In the background once the process that was started has ended; until then it is stopped as well.
+    return hasLogged("ConfigDbMonitor::") || (!readText(mWork.run() + "/fw_download.pid").empty() &&
+                                              mDaemon->findProcesses("fw_download").size() == 1);
 }
 
 bool SoakTerminal::isReady() const {
