@@ -258,9 +258,11 @@ TEST(ZempParserSteps, NoReadBehindTheEndOfAPart) {
     }
 }
 
-TEST(ZempParserListing, IsShownAtALoweredLevel) {
-    ParseLevel = LogNotice;
+TEST(ZempParserListing, IsShownAtALoweredLevelOnly) {
     const LogCapture log(LogNotice);
+    const Parse quiet(goldenBuilder().build(), FileFragment::ZempFile);
+    EXPECT_EQ(log.count("root 1.02-3, root-build"), 0U);
+    ParseLevel = LogNotice;
     const Parse parse(goldenBuilder().build(), FileFragment::ZempFile);
     ParseLevel = LogDebug;
     EXPECT_TRUE(log.has("LOG_NOTICE ZempParser::logZempParts() root 1.02-3, root-build"));

@@ -76,4 +76,16 @@ TEST_F(ImageVerdict, SeesWrongContentUnderRightChecksums) {
     }
 }
 
+TEST_F(ImageVerdict, TellsPartsOfOneNameApart) {
+    ImageBuilder image;
+    image.release({1, 5, 7}, 0, "REL-1.05-7", "Release 1.05-7\n", true);
+    image.manifest("2,kernel,0,-,-,4813,1.2.3,1\n9,kernel,0,-,-,4813,1.2.4,1\n");
+    image.software("kernel", {1, 2, 3}, "kern-build", lab::patternBytes(101, 1));
+    image.software("kernel", {1, 2, 4}, "kern-build", lab::patternBytes(77, 2));
+    image.write(mDirectory.file("two"));
+    const imagefile::ImageReader source(mDirectory.file("two"));
+    const updateplan::UpdatePlan plan(source, mDirectory.file("record"));
+    EXPECT_TRUE(lab::judgeImage(mDirectory.file("two"), source, plan).isGood());
+}
+
 } // namespace
