@@ -28,6 +28,7 @@ const std::string Settings = "main/ArgParser.h";
 const Room Rooms[] = {
     {"src/common", {"vex"}},
     {"src/image", {"vex", "common", Fragment}},
+    {"src/seal", {"common"}},
     {"src/workitems", {"vex", "common", "image", Fragment}},
     {"src/installed", {"vex", "common", "image"}},
     {"src/workers", {"vex", "common", "image", "workitems", Fragment, Settings}},
@@ -38,7 +39,7 @@ const Room Rooms[] = {
     // Plans updates with the daemon's own decisions.
     {"tools/plan",
      {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
-    {"tools", {"vex", "common", "image", "installed", Fragment}},
+    {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
     {"lab", {"vex", "cli", "hostconfig", "imagefile", "updateplan"}},
 };
 
