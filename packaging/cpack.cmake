@@ -21,6 +21,10 @@ endif()
 # those of Debian 12, on which the packages are built; script/package tries them in an empty root.
 set(base "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 set(http "libcurl4 (>= 7.88.1), libdeflate0 (>= 1.14)")
+set(seal "")
+if(FW_SEAL)
+  set(seal "libsodium23 (>= 1.0.18), ")
+endif()
 set(version "${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
 set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME fw-download)
@@ -53,7 +57,7 @@ set(CPACK_COMPONENT_PLATFORM-DEV_DESCRIPTION
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME fw-download-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${base}, ${http}, libtomlplusplus3 (>= 3.3.0), libvex-host (>= ${version})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${base}, ${http}, libtomlplusplus3 (>= 3.3.0), ${seal}libvex-host (>= ${version})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "bubblewrap, dbus-daemon, fw-download, nginx-light")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
   "tools beside the firmware download daemon\nzemp makes and checks images, vexctl reads and writes configuration\ndatabase and bus, fw_lab runs whole updates on the desk.")

@@ -42,7 +42,8 @@ TEST(ToolDocuments, ManualPagesRenderWithoutWarnings) {
 TEST(ToolDocuments, NameEveryCommandAndOption) {
     const std::pair<const char*, std::vector<const char*>> programs[] = {
         {ZEMP_PROGRAM,
-         {"", "build", "list", "extract", "check", "plan", "hostcfg", "hostcfg build", "hostcfg show"}},
+         {"", "build", "list", "extract", "check", "digest", "seal", "verify", "plan", "hostcfg",
+          "hostcfg build", "hostcfg show"}},
         {VEXCTL_PROGRAM,
          {"", "config", "config get", "config set", "signal", "signal send", "signal listen"}},
 #ifdef FW_LAB_PROGRAM

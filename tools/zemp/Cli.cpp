@@ -5,6 +5,9 @@
 #include "zemp/Commands.h"
 #include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
+#ifdef FW_SEAL
+#include "zemp/SealCommands.h"
+#endif
 #include <functional>
 #include <iostream>
 #include <unistd.h>
@@ -32,10 +35,17 @@ class CommandLine {
         mApp.footer(Examples);
         addImageCommands();
         addRecordCommands();
+#ifdef FW_SEAL
+        addSealCommands();
+#endif
     }
 
-    CLI::App& app() { return mApp; }
-    int act() const { return mAction(); }
+    CLI::App& app() {
+        return mApp;
+    }
+    int act() const {
+        return mAction();
+    }
 
   private:
     // The action of a command, set when the line names it.
@@ -95,6 +105,47 @@ class CommandLine {
         onUse(plan, [this] { return showPlan(mInput, mRecord, mIsJson, mSvg, mConsole); });
     }
 
+#ifdef FW_SEAL
+    void addSealCommands() {
+        CLI::App* const digest =
+            mApp.add_subcommand("digest", "Write the lines of an image that are to be signed");
+        digest->add_option("IMAGE", mInput, "Image")->required()->check(cli::refuseEmpty);
+        digest->add_option("-o,--output", mOutput, "File to write; standard output if missing")
+            ->check(cli::refuseEmpty)
+            ->type_name("FILE");
+        digest->footer("Example: zemp digest release.zemp -o release.lines");
+        onUse(digest, [this] { return writeDigest(mInput, mOutput, mConsole); });
+
+        CLI::App* const seal = mApp.add_subcommand("seal", "Make a seal of signed lines");
+        seal->add_option("LINES", mInput, "What 'zemp digest' wrote")->required()->check(cli::refuseEmpty);
+        seal->add_option("SIGNATURE", mSignature, "What minisign made of it")
+            ->required()
+            ->check(cli::refuseEmpty);
+        seal->add_option("-o,--output", mOutput, "File to write; it is replaced whole")
+            ->required()
+            ->check(cli::refuseEmpty)
+            ->type_name("SEAL");
+        addKeys(seal);
+        seal->footer("Example: zemp seal release.lines release.lines.minisig -o release.zemp.seal");
+        onUse(seal, [this] { return writeSeal(mInput, mSignature, mKeys, mOutput, mConsole); });
+
+        CLI::App* const verify = mApp.add_subcommand("verify", "Check an image against its seal");
+        verify->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
+        addKeys(verify)->required();
+        verify->add_option("--seal", mSeal, "Seal, or URL; IMAGE.seal if missing")
+            ->check(cli::refuseEmpty)
+            ->type_name("SEAL");
+        verify->footer("Example: zemp verify http://server/release.zemp --key release.pub");
+        onUse(verify, [this] { return verifyImage(mInput, mKeys, mSeal, mConsole); });
+    }
+
+    CLI::Option* addKeys(CLI::App* command) {
+        return command->add_option("--key", mKeys, "Public key of minisign; may be given again")
+            ->check(cli::refuseEmpty)
+            ->type_name("KEY.pub");
+    }
+#endif
+
     void addRecordCommands() {
         CLI::App* const hostcfg = mApp.add_subcommand("hostcfg", "Host configuration records");
         hostcfg->require_subcommand(1);
@@ -121,7 +172,9 @@ class CommandLine {
             ->type_name(result);
     }
 
-    void addJson(CLI::App* command) { command->add_flag("--json", mIsJson, "Print the result as JSON"); }
+    void addJson(CLI::App* command) {
+        command->add_flag("--json", mIsJson, "Print the result as JSON");
+    }
 
     CLI::App mApp{
         "Makes, checks and lists firmware images and host configuration records, and plans updates.", "zemp"};
@@ -131,6 +184,9 @@ class CommandLine {
     std::string mPart;
     std::string mRecord;
     std::string mSvg;
+    std::string mSignature;
+    std::string mSeal;
+    std::vector<std::string> mKeys;
     bool mIsJson = false;
     std::function<int()> mAction;
 };

@@ -11,6 +11,9 @@
 #include "zemp/Interrupt.h"
 #include "zemp/Json.h"
 #include "zemp/Table.h"
+#ifdef FW_SEAL
+#include "zemp/SealCommands.h"
+#endif
 #include <algorithm>
 
 namespace zemp {
@@ -128,6 +131,9 @@ int showListing(const std::string& image, bool json, const Console& console) {
         printListing(listing, console.out);
         if (isStart)
             console.out << "\nonly the start: " << source->size() << " bytes\n";
+#ifdef FW_SEAL
+        console.out << describeSeal(image);
+#endif
     }
     if (!isStart && !listing.problem.empty())
         throw InputError(image + ": " + listing.problem);
@@ -179,6 +185,9 @@ int showFindings(const std::string& image, bool json, const Console& console) {
                     << (findings.empty() ? "good"
                                          : counted(errors, "error") + ", " + counted(warnings, "warning"))
                     << '\n';
+#ifdef FW_SEAL
+        console.out << describeSeal(image);
+#endif
     }
     return errors == 0 ? StatusGood : StatusBadInput;
 }
