@@ -81,6 +81,12 @@ bool refuse(const char* text) {
     return false;
 }
 
+// What a failed call of the system means, by its error number.
+ZempCreator::Failure failureOf(int error) {
+    return error == ENOSPC || error == EDQUOT ? ZempCreator::Failure::Space
+                                              : ZempCreator::Failure::Surroundings;
+}
+
 // Tells the reason, before the line that says what follows from it.
 void logOpenError(const std::string& filename) {
     VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open '" << filename << "' (" << strerror(errno)
@@ -100,6 +106,9 @@ class BodyWriter {
     // Takes over the main header, or writes any other part. False, and logged, when that cannot be done.
     bool add(ZempPart* part);
 
+    // What made add() return false.
+    ZempCreator::Failure failure() const { return mFailure; }
+
   private:
     bool takeHeader(const ZempHeaderPart* part);
     bool writeRelease(const ReleaseHeaderPart* part);
@@ -117,6 +126,7 @@ class BodyWriter {
 
     StdioFile& mFile;
     zemp_header_t& mHeader;
+    ZempCreator::Failure mFailure = ZempCreator::Failure::Parts; // unless a write fails
 };
 
 bool BodyWriter::add(ZempPart* part) {
@@ -248,6 +258,7 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
 bool BodyWriter::write(const void* data, size_t size) {
     if (size == 0 || mFile.write(data, size))
         return true;
+    mFailure = failureOf(errno);
     VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing temporary file (" << strerror(errno)
                         << ").";
     return false;
@@ -313,7 +324,8 @@ bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
 }
 
 // An image of this version may be flagged as ready already, so it stays whole until the new one replaces it.
-bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header) {
+bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header,
+                ZempCreator::Failure& failure) {
     const std::string partial = filename + PartialSuffix;
     StdioFile temp;
     if (!temp.openOwnForReading(tempFilename)) {
@@ -322,6 +334,7 @@ bool writeImage(const std::string& filename, const std::string& tempFilename, co
     }
     StdioFile file;
     if (!file.createForWriting(partial)) {
+        failure = failureOf(errno);
         logOpenError(partial);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open output file.";
         return false;
@@ -332,6 +345,7 @@ bool writeImage(const std::string& filename, const std::string& tempFilename, co
     if (isReplaced)
         remover.disarm();
     if (!isReplaced || !syncDirectoryOf(filename)) {
+        failure = failureOf(errno);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing output file '" << filename
                             << "' (" << reason() << ").";
         return false;
@@ -344,12 +358,14 @@ bool writeImage(const std::string& filename, const std::string& tempFilename, co
 ZempCreator::ZempCreator(std::map<const unsigned, ZempPart*> parts) : mParts(std::move(parts)) {}
 
 bool ZempCreator::createZemp(std::string filename) {
+    mFailure = Failure::Parts;
     if (mParts.size() < MinimumParts) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Insufficient ZEMP parts. Aborting!";
         return false;
     }
     StdioFile temp;
     if (!temp.createOwnForWriting(sTempFilename)) {
+        mFailure = failureOf(errno);
         logOpenError(sTempFilename);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to create temporary file.";
         return false;
@@ -361,16 +377,21 @@ bool ZempCreator::createZemp(std::string filename) {
     header.hdr_length = ZempFormat::HeaderSize;
     BodyWriter writer(temp, header);
     for (const auto& entry : mParts) {
-        if (!writer.add(entry.second))
+        if (!writer.add(entry.second)) {
+            mFailure = writer.failure();
             return false;
+        }
     }
     if (!temp.close()) {
+        mFailure = failureOf(errno);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing temporary file ("
                             << strerror(errno) << ").";
         return false;
     }
-    if (!describeBody(sTempFilename, header) || !writeImage(filename, sTempFilename, header))
+    mFailure = Failure::Surroundings;
+    if (!describeBody(sTempFilename, header) || !writeImage(filename, sTempFilename, header, mFailure))
         return false;
+    mFailure = Failure::None;
     tempRemover.disarm();
     if (unlink(sTempFilename.c_str()) != 0) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while deleting temporary file.";

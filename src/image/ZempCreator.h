@@ -12,6 +12,13 @@
 
 class ZempCreator {
   public:
+    enum class Failure {
+        None,
+        Parts,       // the parts, or the files that hold their bodies: another try of the same fails again
+        Space,       // the disk or the quota is full
+        Surroundings // anything else that may be better another time
+    };
+
     // The parts by content index, which is their order in the image. They are not owned, and must live, with
     // the files that hold their bodies, until createZemp() has returned.
     explicit ZempCreator(std::map<const unsigned, ZempPart*> parts);
@@ -25,6 +32,9 @@ class ZempCreator {
     // was; only when the directory cannot be synced at last, the new one is there already.
     [[nodiscard]] bool createZemp(std::string filename);
 
+    // Why the last createZemp() failed.
+    Failure getFailure() const { return mFailure; }
+
     // The file that holds the image's body while it is built, at first "/tmp/zempparts". Tests that run side
     // by side set one of their own. Set it before threads that compile are started.
     static void setTempFilename(const std::string& filename) { sTempFilename = filename; }
@@ -34,6 +44,7 @@ class ZempCreator {
     static std::string sTempFilename;
 
     const std::map<const unsigned, ZempPart*> mParts;
+    Failure mFailure = Failure::None;
 };
 
 #endif

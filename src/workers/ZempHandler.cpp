@@ -223,5 +223,6 @@ void ZempHandler::onCompileUpdateZempFile(CompileUpdateZempRequest* request) {
     request->setCompileStatus(creator.createZemp(request->getFilename())
                                   ? CompileUpdateZempRequest::CompileComplete
                                   : CompileUpdateZempRequest::CompileFailed);
+    request->setFailure(creator.getFailure());
     mMasterQueue.add(request);
 }

@@ -2,6 +2,7 @@
 #ifndef WORKITEMS_COMPILEUPDATEZEMPREQUEST_H
 #define WORKITEMS_COMPILEUPDATEZEMPREQUEST_H
 
+#include "image/ZempCreator.h"
 #include "workitems/FwWorkItem.h"
 #include <map>
 
@@ -19,11 +20,16 @@ class CompileUpdateZempRequest : public FwWorkItem {
     CompileStatus getCompileStatus() const { return mCompileStatus; }
     void setCompileStatus(CompileStatus status) { mCompileStatus = status; }
 
+    // What CompileFailed is due to, as far as the worker told.
+    ZempCreator::Failure getFailure() const { return mFailure; }
+    void setFailure(ZempCreator::Failure failure) { mFailure = failure; }
+
     std::string getFilename() const { return mFilename; }
     std::map<const unsigned, ZempPart*> getZempParts() const { return mZempParts; }
 
   private:
     CompileStatus mCompileStatus = CompilePending;
+    ZempCreator::Failure mFailure = ZempCreator::Failure::None;
     const std::string mFilename;
     const std::map<const unsigned, ZempPart*> mZempParts;
 };

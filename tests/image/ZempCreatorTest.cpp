@@ -56,9 +56,13 @@ class ZempCreatorTest : public testing::Test {
     // of an earlier compile is what it was.
     void expectFailure(const std::string& line, const Bytes& earlier = {}) {
         const support::LogCapture log;
-        EXPECT_FALSE(ZempCreator(mMap).createZemp(output()));
+        ZempCreator creator(mMap);
+        EXPECT_FALSE(creator.createZemp(output()));
         ASSERT_FALSE(log.lines().empty());
         EXPECT_EQ(log.lines().back(), Prefix + line);
+        const bool isOfParts = line.find("Aborting!") != std::string::npos;
+        EXPECT_EQ(creator.getFailure(),
+                  isOfParts ? ZempCreator::Failure::Parts : ZempCreator::Failure::Surroundings);
         EXPECT_EQ(std::filesystem::exists(output()), !earlier.empty());
         if (!earlier.empty()) {
             EXPECT_EQ(readFile(output()), earlier);
