@@ -92,9 +92,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto findings = hostcfg::check({data, data + size});
     FUZZ_REQUIRE(isLoaded == std::none_of(findings.begin(), findings.end(),
                                           [](const hostcfg::Finding& finding) { return finding.isError; }));
-    SuuInfo::sPrimaryPath = file.path();
-    SuuInfo::sSecondaryPath = "";
-    SuuInfo info;
+    SuuInfo info({file.path(), ""});
     FUZZ_REQUIRE(info.initialize() == isLoaded);
     if (!isLoaded)
         return 0;

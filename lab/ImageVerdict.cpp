@@ -9,14 +9,13 @@ namespace lab {
 
 using imagefile::ImagePart;
 using imagefile::ImageReader;
-using updateplan::PlannedPart;
 
 namespace {
 
 class Judge {
   public:
-    Judge(const ImageReader& compiled, const ImageReader& source, const updateplan::UpdatePlan& plan)
-        : mCompiled(compiled), mSource(source), mPlan(plan) {}
+    Judge(const ImageReader& compiled, const ImageReader& source, const std::vector<PlannedPart>& parts)
+        : mCompiled(compiled), mSource(source), mParts(parts) {}
 
     ImageVerdict judge() {
         mVerdict.size = mCompiled.size();
@@ -53,10 +52,10 @@ class Judge {
             if (part != nullptr)
                 wanted.push_back(part);
         std::vector<const PlannedPart*> software;
-        for (const PlannedPart& planned : mPlan.parts())
+        for (const PlannedPart& planned : mParts)
             software.push_back(&planned);
         std::stable_sort(software.begin(), software.end(), [](const PlannedPart* a, const PlannedPart* b) {
-            return a->contentIndex < b->contentIndex;
+            return a->element->index < b->element->index;
         });
         for (const PlannedPart* planned : software)
             wanted.push_back(planned->part);
@@ -77,7 +76,7 @@ class Judge {
     }
 
     const PlannedPart* planOf(const ImagePart& part) const {
-        for (const PlannedPart& planned : mPlan.parts())
+        for (const PlannedPart& planned : mParts)
             if (planned.part == &part)
                 return &planned;
         return nullptr;
@@ -100,7 +99,7 @@ class Judge {
     void checkPart(const ImagePart& part) {
         const PlannedPart* const planned = planOf(part);
         const ImagePart* const compiled = findCompiled(part);
-        const bool isNeeded = planned == nullptr || planned->isNeeded;
+        const bool isNeeded = planned == nullptr || planned->isNeeded();
         std::string wrong;
         if (compiled == nullptr)
             wrong = "missing";
@@ -154,17 +153,17 @@ class Judge {
 
     const ImageReader& mCompiled;
     const ImageReader& mSource;
-    const updateplan::UpdatePlan& mPlan;
+    const std::vector<PlannedPart>& mParts;
     ImageVerdict mVerdict;
 };
 
 } // namespace
 
 ImageVerdict judgeImage(const std::string& compiledFile, const ImageReader& source,
-                        const updateplan::UpdatePlan& plan) {
+                        const std::vector<PlannedPart>& parts) {
     try {
         const ImageReader compiled(compiledFile);
-        return Judge(compiled, source, plan).judge();
+        return Judge(compiled, source, parts).judge();
     } catch (const std::runtime_error& error) {
         ImageVerdict verdict;
         verdict.faults.emplace_back(error.what());

@@ -3,7 +3,7 @@
 #ifndef LAB_IMAGEVERDICT_H
 #define LAB_IMAGEVERDICT_H
 
-#include "updateplan/UpdatePlan.h"
+#include "lab/PlannedPart.h"
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -25,10 +25,10 @@ struct ImageVerdict {
     bool isGood() const { return faults.empty(); }
 };
 
-// Compares the compiled image with the source image that the plan was made from. A file that cannot be read
+// Compares the compiled image with the source image whose parts are given. A file that cannot be read
 // as an image is a fault like any other.
 ImageVerdict judgeImage(const std::string& compiledFile, const imagefile::ImageReader& source,
-                        const updateplan::UpdatePlan& plan);
+                        const std::vector<PlannedPart>& parts);
 
 } // namespace lab
 

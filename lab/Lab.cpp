@@ -3,6 +3,7 @@
 #include "lab/FaultServer.h"
 #include "lab/SampleImage.h"
 #include "lab/WebServer.h"
+#include "plan/InstalledSoftware.h"
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -54,7 +55,8 @@ Lab::Lab(const LabOptions& options, const WorkDirectory& directory)
     : mOptions(options), mDirectory(directory), mTerminal(directory, Programs::find()) {
     prepareImage();
     prepareRecord();
-    mPlan = std::make_unique<updateplan::UpdatePlan>(*mImage, mRecordFile);
+    mPlan = plan::makePlan(*imagefile::openImage(mImageFile), mRecordFile);
+    mParts = matchParts(mPlan, *mImage);
     mVersion = ConfiguredVersion::parse(options.version.empty() ? releaseVersion() : options.version);
 }
 
@@ -78,13 +80,13 @@ void Lab::prepareRecord() {
     mRecordFile = mDirectory.temporary() + "/hostcfg.backup";
     if (!mOptions.installed.empty()) {
         checkFile(mOptions.installed);
-        updateplan::installedVersion(mOptions.installed); // where it fails, it names the user's file
+        const plan::InstalledSoftware named(mOptions.installed); // where it fails, it names the user's file
         fs::copy_file(mOptions.installed, mRecordFile, fs::copy_options::overwrite_existing);
     } else if (mOptions.image.empty())
         writeSampleRecord(mRecordFile);
     else
         writeEmptyRecord(mRecordFile);
-    mInstalledVersion = updateplan::installedVersion(mRecordFile);
+    mInstalledVersion = plan::InstalledSoftware(mRecordFile).release();
     if (mInstalledVersion.empty())
         mInstalledVersion = imagefile::versionText({}, ' ');
 }
@@ -155,14 +157,14 @@ std::string Lab::describeRange(const std::string& range) const {
     if (range.empty())
         return "whole image";
     const uint64_t first = std::strtoull(range.c_str(), nullptr, 10);
-    for (const updateplan::PlannedPart& planned : mPlan->parts()) {
+    for (const PlannedPart& planned : mParts) {
         const uint64_t start = planned.part->offset;
         if (first >= start && first < start + planned.part->size())
             return planned.name() + (first != start                   ? " body"
                                      : lengthOf(range) > sHeaderFetch ? ", whole"
                                                                       : " header");
     }
-    return first < mPlan->parts().front().part->offset ? "image start" : "behind the last part";
+    return first < mParts.front().part->offset ? "image start" : "behind the last part";
 }
 
 } // namespace lab

@@ -8,10 +8,10 @@
 
 #include "lab/ConfigStore.h"
 #include "lab/LabEvent.h"
+#include "lab/PlannedPart.h"
 #include "lab/PrivateBus.h"
 #include "lab/Terminal.h"
 #include "lab/UpdateServer.h"
-#include "updateplan/UpdatePlan.h"
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -42,7 +42,8 @@ class Lab {
 
     const LabOptions& options() const { return mOptions; }
     const imagefile::ImageReader& image() const { return *mImage; }
-    const updateplan::UpdatePlan& plan() const { return *mPlan; }
+    const plan::UpdatePlan& plan() const { return mPlan; }
+    const std::vector<PlannedPart>& parts() const { return mParts; }
     const ConfiguredVersion& version() const { return mVersion; }
     const std::string& installedVersion() const { return mInstalledVersion; }
     std::string releaseVersion() const; // of the image
@@ -92,7 +93,8 @@ class Lab {
     std::string mImageFile;
     std::string mRecordFile;
     std::unique_ptr<imagefile::ImageReader> mImage;
-    std::unique_ptr<updateplan::UpdatePlan> mPlan;
+    plan::UpdatePlan mPlan;
+    std::vector<PlannedPart> mParts; // of image and plan
     ConfiguredVersion mVersion;
     std::string mInstalledVersion;
     std::unique_ptr<PrivateBus> mBus;

@@ -51,9 +51,9 @@ class Run {
         mResult.installedVersion = mLab->installedVersion();
         mResult.configuredVersion = mLab->version().toString();
         mResult.imageBytes = mLab->image().size();
-        for (const updateplan::PlannedPart& part : mLab->plan().parts())
-            mResult.parts.push_back({part.name(), imagefile::versionText(part.version), part.part->offset,
-                                     part.part->size(), part.isNeeded});
+        for (const PlannedPart& part : mLab->parts())
+            mResult.parts.push_back(
+                {part.name(), part.element->version, part.part->offset, part.part->size(), part.isNeeded()});
         checkSense();
 
         mResult.step = LabResult::StartServices;
@@ -105,10 +105,9 @@ class Run {
         mWatcher->report(LabEvent::Step, "installed " + mLab->installedVersion() + ", image " +
                                              mResult.imageVersion + " of " +
                                              std::to_string(mResult.imageBytes) + " bytes");
-        for (const updateplan::PlannedPart& part : mLab->plan().parts())
-            mWatcher->report(LabEvent::Step, "part " + part.name() + " " +
-                                                 imagefile::versionText(part.version) +
-                                                 (part.isNeeded ? ": needed" : ": not needed"));
+        for (const PlannedPart& part : mLab->parts())
+            mWatcher->report(LabEvent::Step, "part " + part.name() + " " + part.element->version +
+                                                 (part.isNeeded() ? ": needed" : ": not needed"));
         if (mResult.imageVersion != mLab->version().toString())
             mWatcher->report(LabEvent::Warning, "the image is release " + mResult.imageVersion + ", but " +
                                                     mLab->version().toString() + " is configured");
@@ -118,7 +117,7 @@ class Run {
         const std::string file = mDirectory.onMachine(mResult.readyFile);
         if (file.empty())
             throw std::runtime_error("'" + mResult.readyFile + "' is not in the download directory");
-        mResult.verdict = judgeImage(file, mLab->image(), mLab->plan());
+        mResult.verdict = judgeImage(file, mLab->image(), mLab->parts());
     }
 
     void takeRequests() {

@@ -32,7 +32,7 @@ bool contains(const std::string& text, const char* what) {
 
 UpdateWatcher::UpdateWatcher(Lab& lab, LabObserver& observer)
     : mLab(lab), mObserver(observer), mDaemonLog(lab.daemonLog()) {
-    mProgress.expected = lab.plan().fetchBytes();
+    mProgress.expected = lab.plan().fetchedBytes();
     mTimer.setInterval(sPollIntervalMs);
     if (!mLoop.fdRegister(mTick.getFd(), mTickHandler) || !mLoop.addTimer(mTimer, getFdLoopTimeoutCalback()))
         throw std::runtime_error("no event loop");

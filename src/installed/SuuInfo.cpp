@@ -3,6 +3,7 @@
 #include "common/VexStreamLog.h"
 #include "installed/SuuReport.h"
 #include "installed/loadHostConfig.h"
+#include <utility>
 
 namespace {
 
@@ -21,10 +22,8 @@ void copyPath(char (&field)[100], const std::string& path) {
 } // namespace
 
 const std::string SuuInfo::sThePlatform = "4813";
-std::string SuuInfo::sPrimaryPath = "/dev/mmcblk0p5";
-std::string SuuInfo::sSecondaryPath = "/tmp/hostcfg.backup";
 
-SuuInfo::SuuInfo() {
+SuuInfo::SuuInfo(RecordPaths recordPaths) : paths(std::move(recordPaths)) {
     VEX_LOG(LogDebug) << "SuuInfo::SuuInfo()";
 }
 
@@ -35,8 +34,8 @@ SuuInfo::~SuuInfo() {
 bool SuuInfo::initialize() {
     initialized = false;
     options_t options = {};
-    copyPath(options.primary, sPrimaryPath);
-    copyPath(options.secondary, sSecondaryPath);
+    copyPath(options.primary, paths.primary);
+    copyPath(options.secondary, paths.secondary);
     int result = loadHostConfig(&options, &suul, &hostconfig);
     if (result != 1) {
         VEX_LOG(LogError) << "SuuInfo::initialize() Loading hostconfig failed! Result=" << result << ".";

@@ -8,18 +8,19 @@
 #include "installed/suul.h"
 #include <string>
 
+// Where the record is read: the flash partition, and the backup file that is tried when it is not valid. At
+// most 99 characters of each count.
+struct RecordPaths {
+    std::string primary = "/dev/mmcblk0p5";
+    std::string secondary = "/tmp/hostcfg.backup"; // empty: there is none
+};
+
 class SuuInfo {
   public:
     // This terminal's hardware platform.
     static const std::string sThePlatform;
 
-    // Where initialize() reads the record: the flash partition, and the backup file that is tried when it is
-    // not valid. To be set, before initialize() and by tools and tests only, for another place; at most 99
-    // characters count.
-    static std::string sPrimaryPath;
-    static std::string sSecondaryPath;
-
-    SuuInfo();
+    explicit SuuInfo(RecordPaths recordPaths = {});
     ~SuuInfo();
     SuuInfo(const SuuInfo&) = delete;
     SuuInfo& operator=(const SuuInfo&) = delete;
@@ -47,6 +48,7 @@ class SuuInfo {
     suul_ctx_t suul{};
     hostconfig_t hostconfig{};
     bool initialized = false;
+    const RecordPaths paths;
 };
 
 #endif

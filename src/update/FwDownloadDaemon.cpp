@@ -59,6 +59,8 @@ bool DownloadTimerHandler::onFdLoopTimerTimeout() {
     return true;
 }
 
+FwDownloadDaemon::FwDownloadDaemon(RecordPaths recordPaths) : mRecordPaths(std::move(recordPaths)) {}
+
 FwDownloadDaemon::~FwDownloadDaemon() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::~FwDownloadDaemon()";
     freeQueuedItems();
@@ -178,7 +180,7 @@ void FwDownloadDaemon::onExitRunLoop(ExitRunLoop* item) {
 
 bool FwDownloadDaemon::initializeSuuInfo() {
     if (!mSuuInfo) {
-        mSuuInfo.reset(new (std::nothrow) SuuInfo);
+        mSuuInfo.reset(new (std::nothrow) SuuInfo(mRecordPaths));
         if (!mSuuInfo) {
             ++mSuuInfoFailures;
             VEX_LOG(LogError) << "FwDownloadDaemon::initializeSuuInfo() Failed " << mSuuInfoFailures

@@ -33,7 +33,8 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     static constexpr unsigned QueueIntervalMs = 1000;      // how soon a result is handled
     static constexpr unsigned DownloadIntervalMs = 240000; // how soon a failed download is tried again
 
-    FwDownloadDaemon() = default;
+    // Reads what is installed from the record there.
+    explicit FwDownloadDaemon(RecordPaths recordPaths = {});
     ~FwDownloadDaemon() override;
     FwDownloadDaemon(const FwDownloadDaemon&) = delete;
     FwDownloadDaemon& operator=(const FwDownloadDaemon&) = delete;
@@ -99,6 +100,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
 
     std::atomic<bool> mRunning{false};    // set by the main thread and by terminated()
     std::atomic<bool> mTerminated{false}; // set by terminated(), so that one before run() is not lost
+    const RecordPaths mRecordPaths;
     std::unique_ptr<SuuInfo> mSuuInfo;
     unsigned mSuuInfoFailures = 0;
     bool mSuuInfoWanted = false; // a walk waits for it

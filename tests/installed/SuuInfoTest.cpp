@@ -10,15 +10,6 @@
 namespace {
 
 struct InstalledSoftware : testing::Test {
-    InstalledSoftware() {
-        SuuInfo::sPrimaryPath = scratch.file("primary");
-        SuuInfo::sSecondaryPath = scratch.file("secondary");
-    }
-    ~InstalledSoftware() override {
-        SuuInfo::sPrimaryPath = mPrimaryPath;
-        SuuInfo::sSecondaryPath = mSecondaryPath;
-    }
-
     void install(const hostcfg::Description& description) {
         writeRecord(scratch, "primary", hostcfg::build(description));
         ASSERT_TRUE(info.initialize());
@@ -39,16 +30,12 @@ struct InstalledSoftware : testing::Test {
     }
 
     ScratchDir scratch;
-    SuuInfo info;
-
-  private:
-    const std::string mPrimaryPath = SuuInfo::sPrimaryPath;
-    const std::string mSecondaryPath = SuuInfo::sSecondaryPath;
+    SuuInfo info{RecordPaths{scratch.file("primary"), scratch.file("secondary")}};
 };
 
 TEST(SuuInfo, Defaults) {
-    EXPECT_EQ(SuuInfo::sPrimaryPath, "/dev/mmcblk0p5");
-    EXPECT_EQ(SuuInfo::sSecondaryPath, "/tmp/hostcfg.backup");
+    EXPECT_EQ(RecordPaths().primary, "/dev/mmcblk0p5");
+    EXPECT_EQ(RecordPaths().secondary, "/tmp/hostcfg.backup");
     EXPECT_EQ(SuuInfo::sThePlatform, "4813");
 }
 
@@ -64,7 +51,7 @@ TEST_F(InstalledSoftware, InitializeFailsAndMayBeTriedAgain) {
     EXPECT_TRUE(info.isInitialized());
     EXPECT_TRUE(info.isCurrentContentPart("kernel", 1, 2, 3));
 
-    remove(SuuInfo::sSecondaryPath.c_str());
+    remove(scratch.file("secondary").c_str());
     EXPECT_FALSE(info.initialize());
     EXPECT_FALSE(info.isInitialized());
 }

@@ -31,7 +31,7 @@ TEST(ConsoleMode, StopsWhileItWaitsForABus) {
 
 TEST(ConsoleMode, StopsInTheMiddleOfADownloadAndGoesOnThere) {
     SoakTerminal terminal(SoakTimeScale, SlowLink);
-    const imagefile::ImagePart& first = *terminal.lab().plan().parts().front().part;
+    const imagefile::ImagePart& first = *terminal.lab().parts().front().part;
     terminal.start();
     ASSERT_TRUE(eventually([&] { return terminal.lab().fetchedBytes() > 5000; }));
     EXPECT_EQ(terminal.stop(SIGINT), "");

@@ -75,7 +75,7 @@ TEST_P(DiskFull, FlagsNothingAndRecoversWithSpace) {
     ASSERT_TRUE(eventually([&] { return !mTerminal.lab().config()->readyForInstall().empty(); }))
         << mTerminal.log();
     EXPECT_EQ(mTerminal.lab().config()->readyForInstall(), flagged);
-    EXPECT_THAT(lab::judgeImage(onDisk(flagged), mTerminal.lab().image(), mTerminal.lab().plan()).faults,
+    EXPECT_THAT(lab::judgeImage(onDisk(flagged), mTerminal.lab().image(), mTerminal.lab().parts()).faults,
                 testing::IsEmpty());
     EXPECT_EQ(countIn(mTerminal.log(), "ended with"), countIn(mTerminal.log(), "ended with 0"));
 }

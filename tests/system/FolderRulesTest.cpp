@@ -40,7 +40,7 @@ const Room Rooms[] = {
     {"tools/plan",
      {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
     {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
-    {"lab", {"vex", "cli", "hostconfig", "imagefile", "updateplan"}},
+    {"lab", {"vex", "cli", "hostconfig", "imagefile", "plan"}},
 };
 
 const fs::path Root = FW_SOURCE_DIR;

@@ -13,7 +13,12 @@ class ImageVerdict : public testing::Test {
         mSource.write(mDirectory.file("source"));
         writeFile(mDirectory.file("record"), recordWithRoot({1, 2, 3}));
         mReader = std::make_unique<imagefile::ImageReader>(mDirectory.file("source"));
-        mPlan = std::make_unique<updateplan::UpdatePlan>(*mReader, mDirectory.file("record"));
+        mPlan = planOf("source");
+        mParts = lab::matchParts(mPlan, *mReader);
+    }
+
+    plan::UpdatePlan planOf(const char* image) const {
+        return plan::makePlan(*imagefile::openImage(mDirectory.file(image)), mDirectory.file("record"));
     }
 
     // What a right compiler makes of the source.
@@ -25,13 +30,14 @@ class ImageVerdict : public testing::Test {
 
     lab::ImageVerdict judge(const Bytes& image) const {
         const std::string file = mDirectory.write("compiled", {image.begin(), image.end()});
-        return lab::judgeImage(file, *mReader, *mPlan);
+        return lab::judgeImage(file, *mReader, mParts);
     }
 
     const support::TemporaryDirectory mDirectory;
     const ImageBuilder mSource = twoPartImage(101, 60);
     std::unique_ptr<imagefile::ImageReader> mReader;
-    std::unique_ptr<updateplan::UpdatePlan> mPlan;
+    plan::UpdatePlan mPlan;
+    std::vector<lab::PlannedPart> mParts;
 };
 
 TEST_F(ImageVerdict, SeesEveryDamagedByteAndEveryCut) {
@@ -47,7 +53,7 @@ TEST_F(ImageVerdict, SeesEveryDamagedByteAndEveryCut) {
     Bytes longer = good;
     longer.insert(longer.end(), 4, 0);
     EXPECT_FALSE(judge(longer).isGood());
-    EXPECT_FALSE(lab::judgeImage(mDirectory.file("nothing"), *mReader, *mPlan).isGood());
+    EXPECT_FALSE(lab::judgeImage(mDirectory.file("nothing"), *mReader, mParts).isGood());
 }
 
 // Images with right checksums, but of the wrong content.
@@ -84,8 +90,8 @@ TEST_F(ImageVerdict, TellsPartsOfOneNameApart) {
     image.software("kernel", {1, 2, 4}, "kern-build", lab::patternBytes(77, 2));
     image.write(mDirectory.file("two"));
     const imagefile::ImageReader source(mDirectory.file("two"));
-    const updateplan::UpdatePlan plan(source, mDirectory.file("record"));
-    EXPECT_TRUE(lab::judgeImage(mDirectory.file("two"), source, plan).isGood());
+    const plan::UpdatePlan plan = planOf("two");
+    EXPECT_TRUE(lab::judgeImage(mDirectory.file("two"), source, lab::matchParts(plan, source)).isGood());
 }
 
 } // namespace

@@ -106,7 +106,7 @@ std::string SoakTerminal::complaint(bool isRequired) {
         return "'" + flagged + "' is flagged";
     if (flagged != "/data/fw/fw_download_update.zemp-" + mLab->version().toString())
         return "'" + flagged + "' is flagged, which is not the configured version";
-    const lab::ImageVerdict verdict = lab::judgeImage(file, mLab->image(), mLab->plan());
+    const lab::ImageVerdict verdict = lab::judgeImage(file, mLab->image(), mLab->parts());
     return verdict.isGood() ? "" : "the flagged image is wrong: " + verdict.faults.front();
 }
 

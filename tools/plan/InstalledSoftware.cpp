@@ -2,6 +2,7 @@
 
 #include "hostconfig/HostConfigRecord.h"
 #include "image/ZempPart.h"
+#include "imagefile/ImageReader.h"
 #include "installed/loadHostConfig.h"
 #include <cerrno>
 #include <cstring>
@@ -43,47 +44,41 @@ hostcfg::Bytes readRecord(const std::string& file) {
     return record;
 }
 
-} // namespace
-
-InstalledSoftware::InstalledSoftware(const std::string& recordFile) {
+// The loader takes short paths only, so it gets the record in memory.
+int openInMemory(const std::string& recordFile) {
     const hostcfg::Bytes record = readRecord(recordFile);
     for (const hostcfg::Finding& finding : hostcfg::check(record))
         if (finding.isError)
             fail(recordFile, "offset " + std::to_string(finding.offset) + ": " + finding.text);
-    // The loader takes short paths only, so it gets the record in memory.
-    mFd = memfd_create("record", MFD_CLOEXEC);
-    if (mFd < 0 || write(mFd, record.data(), record.size()) != static_cast<ssize_t>(record.size())) {
+    const int fd = memfd_create("record", MFD_CLOEXEC);
+    if (fd < 0 || write(fd, record.data(), record.size()) != static_cast<ssize_t>(record.size())) {
         const std::string reason = strerror(errno);
-        if (mFd >= 0)
-            close(mFd);
+        if (fd >= 0)
+            close(fd);
         fail(recordFile, reason);
     }
-    SuuInfo::sPrimaryPath = "/proc/self/fd/" + std::to_string(mFd);
-    SuuInfo::sSecondaryPath.clear();
-    try {
-        load(recordFile);
-    } catch (...) {
-        SuuInfo::sPrimaryPath = mPrimary;
-        SuuInfo::sSecondaryPath = mSecondary;
-        close(mFd);
-        throw;
-    }
+    return fd;
 }
 
-InstalledSoftware::~InstalledSoftware() {
-    SuuInfo::sPrimaryPath = mPrimary;
-    SuuInfo::sSecondaryPath = mSecondary;
-    close(mFd);
-}
+} // namespace
 
-void InstalledSoftware::load(const std::string& recordFile) {
+InstalledSoftware::InstalledSoftware(const std::string& recordFile)
+    : mFd(openInMemory(recordFile)), mPaths{"/proc/self/fd/" + std::to_string(mFd.get()), ""}, mInfo(mPaths) {
     options_t options = {};
-    SuuInfo::sPrimaryPath.copy(options.primary, sizeof options.primary - 1);
+    mPaths.primary.copy(options.primary, sizeof options.primary - 1);
     const auto context = std::make_unique<suul_ctx_t>();
     const auto record = std::make_unique<hostconfig_t>();
     if (!mInfo.initialize() || loadHostConfig(&options, context.get(), record.get()) != 1)
         fail(recordFile, "cannot be loaded");
     mData = context->data;
+}
+
+std::string InstalledSoftware::release() const {
+    if (mData.activeSet >= suu_data_t::SetCount ||
+        mData.sets[mData.activeSet].releaseHeader >= suu_data_t::SetCount)
+        return "";
+    const zemp_content_release_header_t& release = mData.releases[mData.sets[mData.activeSet].releaseHeader];
+    return imagefile::versionText({release.major, release.minor, release.build}, ' ');
 }
 
 std::vector<InstalledSoftware::Partition> InstalledSoftware::partitionsOf(const std::string& pool) const {

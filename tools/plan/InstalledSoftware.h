@@ -1,8 +1,9 @@
-// What a terminal has installed, for one who plans in its place: while the object lives, the daemon's
-// installed-software view loads the given record instead of the flash partition's.
+// What a terminal has installed, for one who plans in its place: the daemon's view of a record that need not
+// be on flash.
 #ifndef PLAN_INSTALLEDSOFTWARE_H
 #define PLAN_INSTALLEDSOFTWARE_H
 
+#include "imagefile/Descriptor.h"
 #include "installed/SuuInfo.h"
 #include <string>
 #include <vector>
@@ -14,11 +15,15 @@ class InstalledSoftware {
     // Throws std::runtime_error with the file's name and the reason when the daemon would not accept the
     // record. An empty name stands for a terminal that has nothing installed.
     explicit InstalledSoftware(const std::string& recordFile);
-    ~InstalledSoftware();
-    InstalledSoftware(const InstalledSoftware&) = delete;
-    InstalledSoftware& operator=(const InstalledSoftware&) = delete;
 
     const SuuInfo& info() const { return mInfo; }
+
+    // Where the daemon's code finds this record while the object lives.
+    const RecordPaths& paths() const { return mPaths; }
+
+    // The version of the active set's release, with a blank before the build as the system writes it, for
+    // example "1.05 7"; empty when no set is active.
+    std::string release() const;
 
     // A partition of a pool, and the version installed on it.
     struct Partition {
@@ -28,11 +33,8 @@ class InstalledSoftware {
     std::vector<Partition> partitionsOf(const std::string& pool) const;
 
   private:
-    void load(const std::string& recordFile);
-
-    const std::string mPrimary = SuuInfo::sPrimaryPath;
-    const std::string mSecondary = SuuInfo::sSecondaryPath;
-    int mFd = -1; // the record, in memory
+    const imagefile::Descriptor mFd; // of the record, in memory
+    const RecordPaths mPaths;
     SuuInfo mInfo;
     suu_data_t mData{};
 };

@@ -11,6 +11,7 @@ namespace plan {
 
 class OpenDaemon : public FwDownloadDaemon {
   public:
+    using FwDownloadDaemon::FwDownloadDaemon;
     using FwDownloadDaemon::isTerminated;
     using FwDownloadDaemon::mConfigDbQueue;
     using FwDownloadDaemon::mDownloaderQueue;

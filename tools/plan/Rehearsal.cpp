@@ -75,13 +75,14 @@ class WithoutBodies {
 
 } // namespace
 
-Rehearsal::Rehearsal(imagefile::ImageSource& image, UpdatePlan& plan)
+Rehearsal::Rehearsal(imagefile::ImageSource& image, const RecordPaths& record, UpdatePlan& plan)
     : mImage(image),
       mPlan(plan),
       mSavedDirectory(ArgParser::getInstance()->getDownloadDirectory()),
       mSavedTempFile(ZempCreator::getTempFilename()),
       mDirectory(makeDirectory()),
-      mSavedLog(std::clog.rdbuf(mLog.rdbuf())) {
+      mSavedLog(std::clog.rdbuf(mLog.rdbuf())),
+      mDaemon(record) {
     ArgParser::setDownloadDirectory(mDirectory);
     ZempCreator::setTempFilename(mDirectory + "/zempparts");
     VexStreamLog::setLevel(LogWarning);

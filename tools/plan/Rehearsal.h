@@ -11,9 +11,10 @@ namespace plan {
 
 class Rehearsal {
   public:
-    // Plays until the update is ready, or nothing goes on at once any more. Notes requests, parts, result and
-    // complaints in `plan`, whose release is the version to be configured.
-    Rehearsal(imagefile::ImageSource& image, UpdatePlan& plan);
+    // Plays, with what the record there tells as installed, until the update is ready, or nothing goes on at
+    // once any more. Notes requests, parts, result and complaints in `plan`, whose release is the version to
+    // be configured.
+    Rehearsal(imagefile::ImageSource& image, const RecordPaths& record, UpdatePlan& plan);
     ~Rehearsal();
     Rehearsal(const Rehearsal&) = delete;
     Rehearsal& operator=(const Rehearsal&) = delete;

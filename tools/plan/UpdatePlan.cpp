@@ -118,7 +118,7 @@ UpdatePlan makePlan(imagefile::ImageSource& image, const std::string& recordFile
     if (image.size() == 0)
         throw std::runtime_error(image.name() + ": is empty");
     plan.release = findRelease(image);
-    Rehearsal rehearsal(image, plan);
+    Rehearsal rehearsal(image, installed.paths(), plan);
     rehearsal.run(isStopped);
     if (const SuumBlob* const manifest = rehearsal.manifest())
         for (uint32_t i = 0; i < manifest->getNumberOfElements(); ++i)

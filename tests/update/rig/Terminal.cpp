@@ -26,8 +26,6 @@ Terminal::Terminal() {
     mkdir((mDirectory.path() + "/fw").c_str(), 0755);
     ArgParser::setDownloadDirectory(mDirectory.path() + "/fw");
     ZempCreator::setTempFilename(mDirectory.path() + "/zempparts");
-    SuuInfo::sPrimaryPath = mDirectory.path() + "/none";
-    SuuInfo::sSecondaryPath = mDirectory.path() + "/hostcfg";
 }
 
 Terminal::~Terminal() {
@@ -44,7 +42,7 @@ void Terminal::install() {
 }
 
 void Terminal::removeRecord() {
-    unlink(SuuInfo::sSecondaryPath.c_str());
+    unlink(mRecord.secondary.c_str());
 }
 
 void Terminal::configure(const std::string& version) {
@@ -68,7 +66,7 @@ void Terminal::restart(bool statusAtOnce) {
     mCurrent = nullptr;
     mZempHandler.reset();
     daemon.reset();
-    daemon = std::make_unique<Daemon>();
+    daemon = std::make_unique<Daemon>(mRecord);
     mZempHandler = std::make_unique<ZempHandler>(daemon->mZempHandlerQueue, daemon->mMasterQueue);
     mStatusAt = mNow + (statusAtOnce ? 1 : FirstStatusTicks);
 }
@@ -199,9 +197,10 @@ std::string Terminal::checkReadyImage() const {
         return "unknown version";
     const imagefile::ImageReader source(
         mDirectory.write("source.zemp", std::string(image->second.begin(), image->second.end())));
+    const plan::UpdatePlan plan = plan::makePlan(*imagefile::openImage(source.filename()), mRecord.secondary);
     std::string wrong;
     for (const std::string& fault :
-         lab::judgeImage(config.ready, source, {source, SuuInfo::sSecondaryPath}).faults) {
+         lab::judgeImage(config.ready, source, lab::matchParts(plan, source)).faults) {
         if (fault.rfind("release: differs", 0) != 0) // the text may have changed on the server
             wrong += fault + "; ";
     }

@@ -88,6 +88,7 @@ class Terminal {
     void serveDownloader();
 
     support::TemporaryDirectory mDirectory;
+    const RecordPaths mRecord{mDirectory.path() + "/none", mDirectory.path() + "/hostcfg"};
     std::unique_ptr<ZempHandler> mZempHandler;
     uint64_t mNow = 0;
     uint64_t mConfiguredAt = 0; // when a version was configured last
