@@ -2,6 +2,7 @@
 #include "tools/planPairs.h"
 #include "tools/zempRun.h"
 #include "tools/zempSamples.h"
+#include "update/rig/Terminal.h"
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,7 @@
 // The master's routing: which item goes where with which status, and what is said about one that fits
 // nowhere.
 #include "support/LogCapture.h"
-#include "update/rig/Samples.h"
+#include "update/rig/Terminal.h"
 #include <gmock/gmock.h>
 
 using namespace rig;

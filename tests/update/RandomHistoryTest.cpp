@@ -3,7 +3,7 @@
 // has ended as stated and was started anew.
 //
 // FW_HISTORY_SEEDS=FIRST-LAST runs other seeds than the usual 300. A failing seed prints its history.
-#include "update/rig/Samples.h"
+#include "update/rig/Terminal.h"
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <random>

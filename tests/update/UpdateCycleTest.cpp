@@ -1,7 +1,7 @@
 // Histories of an update, from the first question to the flagged image: with the ranges, names and actions
 // that a fresh terminal shows, and with what may go wrong in between.
 #include "main/ArgParser.h"
-#include "update/rig/Samples.h"
+#include "update/rig/Terminal.h"
 #include <gmock/gmock.h>
 #include <unistd.h>
 

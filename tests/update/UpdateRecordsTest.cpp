@@ -3,7 +3,7 @@
 #include "support/LogCapture.h"
 #include "update/FetchGovernor.h"
 #include "update/StartRange.h"
-#include "update/rig/Samples.h"
+#include "update/rig/Terminal.h"
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -71,15 +71,6 @@ hostcfg::Description installedFor(const std::vector<PoolSpec>& pools) {
     return description;
 }
 
-void prepare(Terminal& terminal, uint16_t build, const std::vector<PoolSpec>& pools) {
-    terminal.publish(versionOf(build), makeImage(build, pools));
-    terminal.installed = installedFor(pools);
-    terminal.install();
-    terminal.config.installed = versionOf(0);
-    terminal.config.version = versionOf(build);
-    terminal.restart();
-}
-
 std::vector<std::string> expectedRanges(const imagefile::ImageBuilder& image,
                                         const std::vector<PoolSpec>& pools) {
     std::vector<std::string> ranges = {range(0, FirstSpan - 1)};

@@ -2,7 +2,8 @@
 #ifndef TESTS_UPDATE_RIG_SAMPLES_H
 #define TESTS_UPDATE_RIG_SAMPLES_H
 
-#include "update/rig/Terminal.h"
+#include "hostconfig/HostConfigRecord.h"
+#include "imagefile/ImageBuilder.h"
 #include <string>
 #include <vector>
 
@@ -30,9 +31,6 @@ std::string versionOf(uint16_t build);
 
 // What the terminal has before: every pool at 1.02-1 if it is marked installed, else at 1.02-0.
 hostcfg::Description installedFor(const std::vector<PoolSpec>& pools);
-
-// Published image, record, configuration and a fresh daemon.
-void prepare(Terminal& terminal, uint16_t build, const std::vector<PoolSpec>& pools = standardPools());
 
 // The requests a fresh terminal sends for an image without faults.
 std::vector<std::string> expectedRanges(const imagefile::ImageBuilder& image,

@@ -55,6 +55,10 @@ bool ScriptedServer::serve(DownloadRequest& request) {
         status = DownloadRequest::DownloadTransientFailure;
     if (now == Fault::Reset)
         status = DownloadRequest::DownloadPermanentFailure;
+    if (answer.size() > space) {
+        answer.resize(static_cast<size_t>(space));
+        status = DownloadRequest::DownloadPermanentFailure;
+    }
     std::ofstream(fragment.getFilename(), std::ios::binary | std::ios::app)
         .write(reinterpret_cast<const char*>(answer.data()), static_cast<std::streamsize>(answer.size()));
     request.setDownloadStatus(status);

@@ -30,6 +30,7 @@ class ScriptedServer {
     std::map<std::string, imagefile::Bytes> images; // by URL; any other is not found
     std::deque<Fault> faults;                       // of the next requests
     Fault fault = Fault::None;                      // of all others
+    uint64_t space = UINT64_MAX;                    // bytes that fit on the disk
 
     // Serves one request. False when it is dropped rather than handed back.
     bool serve(DownloadRequest& request);

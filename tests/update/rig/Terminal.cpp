@@ -4,6 +4,8 @@
 #include "image/ZempCreator.h"
 #include "lab/ImageVerdict.h"
 #include "main/ArgParser.h"
+#include "workers/ConfigNames.h"
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -11,6 +13,11 @@
 #include <unistd.h>
 
 namespace rig {
+
+bool Configuration::isReadyForVersion() const {
+    const std::string name = "/fw_download_update.zemp-" + version;
+    return ready.size() >= name.size() && ready.compare(ready.size() - name.size(), name.size(), name) == 0;
+}
 
 namespace {
 
@@ -52,60 +59,86 @@ void Terminal::configure(const std::string& version) {
 }
 
 void Terminal::notify() {
-    if (!isUpdateNeeded()) {
-        config.ready.clear();
+    if (!mMonitor)
         return;
-    }
-    if (daemon)
-        daemon->mMasterQueue.add(
-            new NewFirmwareNeededEvent(urlOf(config.version), config.version, config.forced));
-    mStatusAt = 0; // a change notice replaces the first status
+    mMonitor->onCBusSignal(BusName::ConfigUpdated, nullptr, 0);
+    mMonitorAt = std::min(mMonitorAt, mNow); // a change notice replaces the first status
 }
 
 void Terminal::restart(bool statusAtOnce) {
     mCurrent = nullptr;
     mZempHandler.reset();
+    mMonitor.reset();
     daemon.reset();
     daemon = std::make_unique<Daemon>(mRecord);
     mZempHandler = std::make_unique<ZempHandler>(daemon->mZempHandlerQueue, daemon->mMasterQueue);
-    mStatusAt = mNow + (statusAtOnce ? 1 : FirstStatusTicks);
+    mMonitor = std::make_unique<ConfigDbMonitor>(daemon->mConfigDbQueue, daemon->mMasterQueue);
+    static_cast<void>(mMonitor->initialize());
+    mMonitorAt = mNow + (statusAtOnce ? 1 : FirstStatusTicks);
 }
 
-bool Terminal::isUpdateNeeded() const {
-    return config.version != config.installed && !config.disabled;
-}
-
-// The configuration monitor's decision at start.
-void Terminal::sendStatus() {
-    mStatusAt = 0;
-    auto status = ConfigDbStatusEvent::ConfigGetNewFirmware;
-    std::string obsolete;
-    if (!isUpdateNeeded()) {
-        status = ConfigDbStatusEvent::ConfigNoUpdateNeeded;
-        obsolete = config.ready;
-        config.ready.clear();
-    } else if (!config.ready.empty() && config.ready.find(config.version) == std::string::npos) {
-        obsolete = config.ready;
-        config.ready.clear();
-    } else if (!config.ready.empty() && access(config.ready.c_str(), F_OK) == 0) {
-        status = ConfigDbStatusEvent::ConfigWaitForUpdate;
-    } else {
-        config.ready.clear();
+bool Terminal::onRead(const std::string& key, std::string& value) {
+    if (config.failingReads > 0) {
+        --config.failingReads;
+        mConfiguredAt = mNow;
+        return false;
     }
-    auto* event = new ConfigDbStatusEvent(status, config.version, urlOf(config.version), config.forced);
-    event->setDeleteReadyForUpdateFile(obsolete);
-    daemon->mMasterQueue.add(event);
+    const size_t dot = config.version.find('.');
+    const size_t dash = config.version.find('-');
+    std::string current = config.installed;
+    std::replace(current.begin(), current.end(), '-', ' ');
+    const std::map<std::string, std::string> values = {
+        {ConfigKey::ConfigStatus, config.status},
+        {ConfigKey::InstalledVersion, current},
+        {ConfigKey::MajorVersion, config.version.substr(0, dot)},
+        {ConfigKey::MinorVersion, config.version.substr(dot + 1, dash - dot - 1)},
+        {ConfigKey::BuildLabel, config.version.substr(dash + 1)},
+        {ConfigKey::UpdateUrl, urlOf(config.version)},
+        {ConfigKey::DownloadDisabled, config.disabled ? "1" : ""},
+        {ConfigKey::Force, config.forced ? "1" : ""},
+        {ConfigKey::ReadyForInstall, config.ready}};
+    const auto entry = values.find(key);
+    value = entry != values.end() ? entry->second : "";
+    return !value.empty();
+}
+
+bool Terminal::onWrite(const std::string& key, const std::string& value) {
+    if (config.failingWrites > 0) {
+        --config.failingWrites;
+        mConfiguredAt = mNow;
+        return false;
+    }
+    if (key == ConfigKey::Force)
+        config.forced = value == "1";
+    if (key == ConfigKey::ReadyForInstall) {
+        config.ready = value;
+        if (isReady())
+            checkFlag("flagged");
+    }
+    return true;
+}
+
+void Terminal::onSignal(const std::string& name) {
+    if (name == BusName::Reboot)
+        checkFlag("reboots with");
+}
+
+void Terminal::checkFlag(const std::string& occasion) {
+    std::string wrong = isReady() ? checkReadyImage() : "nothing is flagged";
+    if (!config.isReadyForVersion() && mConfiguredAt + 2 < mNow)
+        wrong += " not of version " + config.version;
+    if (!wrong.empty())
+        mViolations.push_back(occasion + " " + config.ready + ": " + wrong);
 }
 
 void Terminal::tick() {
     ++mNow;
-    if (mStatusAt != 0 && mNow >= mStatusAt)
-        sendStatus();
+    if (mNow >= mMonitorAt)
+        mMonitor->onFdLoopTimerTimeout();
     daemon->onFdLoopTimerTimeout();
     if (mNow % DownloadTimerTicks == 0)
         daemon->onDownloadTimerTimeout();
     serveZempHandler();
-    serveMonitor();
     serveDownloader();
 }
 
@@ -119,42 +152,35 @@ void Terminal::runUntilSettled(unsigned ticks) {
         tick();
         const bool isDone = action() == FwAction::WaitForFwUpdate ||
                             (action() == FwAction::NoAction && config.version == config.installed);
-        if (isDone && mStatusAt == 0 && daemon->mMasterQueue.size() == 0)
+        if (isDone && mNow >= mMonitorAt && daemon->mMasterQueue.size() == 0)
             return;
     }
 }
 
-void Terminal::serveZempHandler() {
-    while (daemon->mZempHandlerQueue.size() > 0) {
-        FwWorkItem* item = daemon->mZempHandlerQueue.remove();
-        if (compileFails && item->getWorkItemType() == WorkItemType::CompileUpdateZempRequest) {
-            static_cast<CompileUpdateZempRequest*>(item)->setCompileStatus(
-                CompileUpdateZempRequest::CompileFailed);
-            daemon->mMasterQueue.add(item);
-            continue;
-        }
-        mZempHandler->onWorkItem(item);
-    }
+bool Terminal::isSpaceFor(const CompileUpdateZempRequest& request) const {
+    uint64_t size = bytesOnDisk();
+    for (const auto& [index, part] : request.getZempParts())
+        size += part != nullptr && part->isBodyValid() ? part->getSizeInZempFile() : 0;
+    return diskSize == 0 || size <= diskSize;
 }
 
-// One item a tick.
-void Terminal::serveMonitor() {
-    if (daemon->mConfigDbQueue.size() == 0)
+void Terminal::serveZempHandler() {
+    if (handlerRests > 0) {
+        --handlerRests;
         return;
-    FwWorkItem* item = daemon->mConfigDbQueue.remove();
-    if (item->getWorkItemType() == WorkItemType::IsUpdateNeededRequest) {
-        static_cast<IsUpdateNeededRequest*>(item)->setIsUpdateNeeded(isUpdateNeeded());
-    } else {
-        auto* ready = static_cast<SetReadyForUpdateRequest*>(item);
-        config.ready = ready->getFilename();
-        std::string wrong = checkReadyImage();
-        if (config.ready.find(config.version) == std::string::npos && mConfiguredAt + 2 < mNow)
-            wrong += " not of version " + config.version;
-        if (!wrong.empty())
-            mViolations.push_back("flagged " + config.ready + ": " + wrong);
-        ready->setSetReadyStatus(SetReadyForUpdateRequest::SetReadyComplete);
     }
-    daemon->mMasterQueue.add(item);
+    while (daemon->mZempHandlerQueue.size() > 0) {
+        FwWorkItem* item = daemon->mZempHandlerQueue.remove();
+        auto* compile = dynamic_cast<CompileUpdateZempRequest*>(item);
+        if (compile == nullptr || (isSpaceFor(*compile) && !compileFails)) {
+            mZempHandler->onWorkItem(item);
+            continue;
+        }
+        compile->setCompileStatus(CompileUpdateZempRequest::CompileFailed);
+        if (!compileFails)
+            compile->setFailure(ZempCreator::Failure::Space);
+        daemon->mMasterQueue.add(item);
+    }
 }
 
 void Terminal::serveDownloader() {
@@ -168,6 +194,7 @@ void Terminal::serveDownloader() {
         return;
     DownloadRequest* request = mCurrent;
     mCurrent = nullptr;
+    server.space = diskSize != 0 ? diskSize - std::min(diskSize, bytesOnDisk()) : UINT64_MAX;
     if (server.serve(*request))
         daemon->mMasterQueue.add(request);
 }
@@ -205,6 +232,15 @@ std::string Terminal::checkReadyImage() const {
             wrong += fault + "; ";
     }
     return wrong;
+}
+
+void prepare(Terminal& terminal, uint16_t build, const std::vector<PoolSpec>& pools) {
+    terminal.publish(versionOf(build), makeImage(build, pools));
+    terminal.installed = installedFor(pools);
+    terminal.install();
+    terminal.config.installed = versionOf(0);
+    terminal.config.version = versionOf(build);
+    terminal.restart();
 }
 
 } // namespace rig

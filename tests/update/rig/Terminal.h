@@ -1,6 +1,6 @@
-// A terminal in one thread and in virtual time: the daemon's real dispatch, update handler and file handler
-// over a temporary directory; the downloader, the web server and the configuration monitor are scripted. One
-// tick is one second.
+// A terminal in one thread and in virtual time: the daemon's real dispatch, update handler, file handler and
+// configuration monitor over a temporary directory and a configuration in memory; the downloader with the web
+// server is scripted. One tick is one second.
 #ifndef TESTS_UPDATE_RIG_TERMINAL_H
 #define TESTS_UPDATE_RIG_TERMINAL_H
 
@@ -8,7 +8,10 @@
 #include "imagefile/ImageBuilder.h"
 #include "plan/OpenDaemon.h"
 #include "support/TemporaryDirectory.h"
+#include "update/rig/Platform.h"
+#include "update/rig/Samples.h"
 #include "update/rig/ScriptedServer.h"
+#include "workers/ConfigDbMonitor.h"
 #include "workers/ZempHandler.h"
 #include <map>
 #include <memory>
@@ -27,9 +30,15 @@ struct Configuration {
     bool disabled = false;
     bool forced = false;
     std::string ready; // path of the update image that is flagged
+    std::string status = "complete";
+    unsigned failingReads = 0;  // so many of the next fail
+    unsigned failingWrites = 0; // the same, erasures included
+
+    // Whether the flagged image is, by its name, of the configured version.
+    bool isReadyForVersion() const;
 };
 
-class Terminal {
+class Terminal : private Platform {
   public:
     Terminal();
     ~Terminal();
@@ -40,7 +49,9 @@ class Terminal {
     ScriptedServer server;
     hostcfg::Description installed; // written by install()
     unsigned downloadTicks = 1;     // how long a download takes
-    bool compileFails = false;      // as on a full disk
+    bool compileFails = false;      // for no reason of its own
+    unsigned handlerRests = 0;      // for so many ticks the file handler does nothing
+    uint64_t diskSize = 0;          // bytes of the files in the download directory at most; 0: any
 
     // Puts an image on the server under its version's URL.
     void publish(const std::string& version, const imagefile::ImageBuilder& image);
@@ -81,22 +92,28 @@ class Terminal {
     std::unique_ptr<Daemon> daemon;
 
   private:
-    bool isUpdateNeeded() const;
-    void sendStatus();
+    bool onRead(const std::string& key, std::string& value) override;
+    bool onWrite(const std::string& key, const std::string& value) override;
+    void onSignal(const std::string& name) override;
+    void checkFlag(const std::string& occasion);
+    bool isSpaceFor(const CompileUpdateZempRequest& request) const;
     void serveZempHandler();
-    void serveMonitor();
     void serveDownloader();
 
     support::TemporaryDirectory mDirectory;
     const RecordPaths mRecord{mDirectory.path() + "/none", mDirectory.path() + "/hostcfg"};
     std::unique_ptr<ZempHandler> mZempHandler;
+    std::unique_ptr<ConfigDbMonitor> mMonitor;
     uint64_t mNow = 0;
-    uint64_t mConfiguredAt = 0; // when a version was configured last
-    uint64_t mStatusAt = 0;     // when the first status goes out; 0: it has
+    uint64_t mConfiguredAt = 0; // when a version was configured last, or the database failed
+    uint64_t mMonitorAt = 0;    // when the monitor's first tick comes
     DownloadRequest* mCurrent = nullptr;
     unsigned mCurrentTicks = 0;
     std::vector<std::string> mViolations;
 };
+
+// Published image, record, configuration and a fresh daemon.
+void prepare(Terminal& terminal, uint16_t build, const std::vector<PoolSpec>& pools = standardPools());
 
 } // namespace rig
 
