@@ -1,6 +1,6 @@
 // A transfer handle of libcurl, released with its owner.
 //
-// Used by one thread at a time. The transfer may be cancelled, see perform().
+// Used by one thread at a time. That thread may be cancelled in the transfer, see perform().
 #ifndef WORKERS_EASYHANDLE_H
 #define WORKERS_EASYHANDLE_H
 
@@ -26,12 +26,16 @@ class EasyHandle {
         return curl_easy_setopt(mHandle, option, value);
     }
 
-    // Runs the transfer to its end. The calling thread may be cancelled meanwhile.
+    // Runs the transfer to its end. The calling thread may be cancelled where the transfer waits for the
+    // other side, and nowhere else.
     [[nodiscard]] CURLcode perform();
+
+    // HTTP status of the answer, after the transfer; 0 without an answer, and with other protocols.
+    long getHttpStatus() const;
 
   private:
     CURL* const mHandle;
-    bool mInTransfer = false;
+    CURLM* mMulti = nullptr; // of the transfer that runs
 };
 
 #endif
