@@ -2,10 +2,12 @@
 
 #include "common/VexStreamLog.h"
 #include "main/ArgParser.h"
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -137,9 +139,45 @@ bool FileFragment::changeFilename(const std::string& version) {
 std::string FileFragment::getCurlRange() {
     if (mFragmentType == ZempFile)
         return "";
+    initRange();
+    return std::to_string(mFileSize + mRangeStart) + "-" + std::to_string(mRangeEnd);
+}
+
+void FileFragment::initRange() {
     if (mFragmentType == ZempStart && mRangeStart == 0 && mRangeEnd == 0)
         mRangeEnd = ZempStartSize;
-    return std::to_string(mFileSize + mRangeStart) + "-" + std::to_string(mRangeEnd);
+}
+
+uint64_t FileFragment::getRangeSize() {
+    initRange();
+    if (mFragmentType == ZempFile || mRangeEnd == 0 || mRangeEnd < mRangeStart)
+        return 0;
+    return uint64_t{mRangeEnd} - mRangeStart + 1;
+}
+
+bool FileFragment::isRangeOnDisk() {
+    const uint64_t rangeSize = getRangeSize();
+    return rangeSize != 0 && mFileSize >= rangeSize;
+}
+
+bool FileFragment::cutSurplus() {
+    const uint64_t rangeSize = getRangeSize();
+    unsigned keep = std::min<unsigned>(mFileSize, mForeignFrom);
+    if (rangeSize != 0)
+        keep = static_cast<unsigned>(std::min<uint64_t>(keep, rangeSize));
+    if (keep < mFileSize) {
+        struct stat status = {};
+        const bool isLonger =
+            stat(mFilename.c_str(), &status) == 0 && status.st_size > static_cast<off_t>(keep);
+        if (isLonger && truncate(mFilename.c_str(), static_cast<off_t>(keep)) != 0) {
+            VEX_LOG(LogWarning) << "FileFragment::cutSurplus() Failure truncating file '" << mFilename
+                                << "' (" << strerror(errno) << ").";
+            return false;
+        }
+        setFileSize(keep);
+    }
+    mForeignFrom = NothingForeign;
+    return true;
 }
 
 std::string FileFragment::toString() const {

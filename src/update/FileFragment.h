@@ -9,6 +9,8 @@
 
 #include "image/ZempPart.h"
 #include <atomic>
+#include <cstdint>
+#include <limits>
 #include <string>
 
 class FileFragment {
@@ -54,6 +56,18 @@ class FileFragment {
     unsigned int getFileSize() const { return mFileSize; }
     bool setFileSize(unsigned int size);
 
+    // Says that the bytes on disk from the `size`th on are not the image's: they came with an answer to
+    // something else, as an error page does. They stay until cutSurplus().
+    void setForeignFrom(unsigned int size) { mForeignFrom = size; }
+
+    // To be called before each fetch: cuts off the file, and the recorded size, what is not the image's or
+    // lies behind the range, so that the fetch goes on with the right byte. A file that is gone counts as
+    // cut. False when the file cannot be cut; then all stays as it is.
+    [[nodiscard]] bool cutSurplus();
+
+    // Whether nothing of the range is left to fetch; never for a whole image or without a range.
+    bool isRangeOnDisk();
+
     // Whether the fragment was made from a file found on disk.
     bool isExistingFile() const { return mIsExistingFile; }
 
@@ -81,6 +95,9 @@ class FileFragment {
     // image. An image start without a range is given the first 512 bytes.
     std::string getCurlRange();
 
+    // Bytes that the range spans; 0 for a whole image and without a range.
+    uint64_t getRangeSize();
+
     // File name and type.
     std::string toString() const;
 
@@ -101,12 +118,17 @@ class FileFragment {
                                             ZempPart::PartType partType);
 
   private:
+    static constexpr unsigned NothingForeign = std::numeric_limits<unsigned>::max();
+
+    void initRange();
+
     FragmentType mFragmentType;
     ZempPart::PartType mZempPartType = ZempPart::UnspecifiedPart;
     unsigned int mRangeStart;
     unsigned int mRangeEnd;
     std::string mFilename;
     std::atomic<unsigned int> mFileSize; // set by the downloader, read by the main thread at any time
+    unsigned int mForeignFrom = NothingForeign;
     bool mFoundInScan = false;
     const bool mIsExistingFile;
     bool mFullBlobNeeded = false;

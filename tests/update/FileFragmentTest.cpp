@@ -78,6 +78,36 @@ TEST(FileFragment, RangeForEveryTypeResumesAfterTheBytesOnDisk) {
     EXPECT_EQ(FileFragment(FileFragment::UnknownType, 0, 7).getCurlRange(), "0-7");
 }
 
+TEST_F(FileFragmentTest, SurplusIsCutBeforeTheNextFetch) {
+    FileFragment part(directory.write("ContentPart-a", std::string(1272, 'x')), 1272);
+    ASSERT_TRUE(part.cutSurplus()); // no range yet, so nothing is known to be surplus
+    EXPECT_EQ(part.getFileSize(), 1272U);
+    part.setDownloadRange(196, FileFragment::ContentPartInitialSize);
+    ASSERT_TRUE(part.cutSurplus());
+    EXPECT_EQ(std::filesystem::file_size(part.getFilename()), 512U);
+    EXPECT_TRUE(part.isRangeOnDisk());
+
+    part.setForeignFrom(100);
+    EXPECT_EQ(part.getFileSize(), 512U); // still there
+    for (int i = 0; i < 2; ++i)
+        ASSERT_TRUE(part.cutSurplus());
+    EXPECT_EQ(std::filesystem::file_size(part.getFilename()), 100U);
+    EXPECT_FALSE(part.isRangeOnDisk());
+    EXPECT_EQ(part.getCurlRange(), "296-707");
+
+    std::filesystem::create_directory(directory.file("c"));
+    directory.write("c/d", "x");
+    FileFragment stuck(directory.file("c"), 20);
+    stuck.setForeignFrom(0);
+    EXPECT_FALSE(stuck.cutSurplus());
+    EXPECT_EQ(log.count("LOG_WARNING FileFragment::cutSurplus() Failure truncating file '"), 1U);
+
+    FileFragment whole(directory.write("b.zemp", "bytes"), 5);
+    EXPECT_TRUE(whole.cutSurplus());
+    EXPECT_FALSE(whole.isRangeOnDisk());
+    EXPECT_EQ(std::filesystem::file_size(whole.getFilename()), 5U);
+}
+
 TEST(FileFragment, SizeLimits) {
     EXPECT_FALSE(FileFragment::isMinimumFileSize(510));
     EXPECT_TRUE(FileFragment::isMinimumFileSize(511));

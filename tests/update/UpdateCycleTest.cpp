@@ -166,6 +166,14 @@ TEST_F(UpdateCycle, BrokenConnectionsResumeAndResetOnesBeginThePieceAnew) {
     }
 }
 
+TEST_F(UpdateCycle, PageBehindAHeaderCostsOneRequest) {
+    std::vector<std::string> expected = expectedRanges(makeImage(7), standardPools());
+    expected.insert(expected.begin() + 2, expected[2]); // the kernel's body
+    terminal.server.faults = {Fault::None, Fault::None, Fault::NotFound};
+    expectCompletes(terminal);
+    EXPECT_EQ(terminal.server.ranges(), expected);
+}
+
 TEST_F(UpdateCycle, FortyTwoFailuresAreBorneAndTheNextEnds) {
     for (const Fault fault : {Fault::Refused, Fault::Reset}) {
         for (const size_t failures : {size_t{42}, size_t{43}}) {

@@ -3,6 +3,7 @@
 #include "update/FileFragment.h"
 #include <algorithm>
 #include <fstream>
+#include <stdexcept>
 #include <sys/stat.h>
 
 namespace rig {
@@ -17,7 +18,7 @@ imagefile::Bytes answerTo(const imagefile::Bytes& image, const std::string& rang
     const uint64_t first = std::stoull(range.substr(0, dash));
     const uint64_t last = std::min<uint64_t>(std::stoull(range.substr(dash + 1)), image.size() - 1);
     if (std::stoull(range.substr(dash + 1)) < first)
-        return image; // not a range at all: ignored
+        throw std::runtime_error(range + " is asked for");
     if (first >= image.size())
         return imagefile::bytesOf(ErrorPage);
     return {image.begin() + static_cast<long>(first), image.begin() + static_cast<long>(last) + 1};
@@ -32,18 +33,24 @@ bool ScriptedServer::serve(DownloadRequest& request) {
         faults.pop_front();
     }
     FileFragment& fragment = *request.getFileFragment();
+    const bool isCut = fragment.cutSurplus();
+    if (now == Fault::OpenFails || !isCut) {
+        request.setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        request.setWithDownloader(!isCut);
+        return !isCut;
+    }
+    if (fragment.isRangeOnDisk()) {
+        request.setDownloadStatus(DownloadRequest::DownloadComplete);
+        return true;
+    }
     const std::string range = fragment.getCurlRange();
     mRanges.push_back(range);
     request.setDownloadStatus(DownloadRequest::DownloadStarted);
-    if (now == Fault::OpenFails) {
-        request.setDownloadStatus(DownloadRequest::DownloadTransientFailure);
-        request.setWithDownloader(false);
-        return false;
-    }
     const auto image = images.find(request.getUrl());
     imagefile::Bytes answer = imagefile::bytesOf(ErrorPage);
     if (image != images.end() && now != Fault::NotFound)
         answer = now == Fault::WholeFile ? image->second : answerTo(image->second, range);
+    const bool isForeign = now == Fault::WholeFile || answer == imagefile::bytesOf(ErrorPage);
     auto status = DownloadRequest::DownloadComplete;
     if (now == Fault::FlipBit && !answer.empty())
         answer[answer.size() / 2] ^= 0x10;
@@ -59,6 +66,8 @@ bool ScriptedServer::serve(DownloadRequest& request) {
         answer.resize(static_cast<size_t>(space));
         status = DownloadRequest::DownloadPermanentFailure;
     }
+    if (isForeign)
+        fragment.setForeignFrom(fragment.getFileSize());
     std::ofstream(fragment.getFilename(), std::ios::binary | std::ios::app)
         .write(reinterpret_cast<const char*>(answer.data()), static_cast<std::streamsize>(answer.size()));
     request.setDownloadStatus(status);
