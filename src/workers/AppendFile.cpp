@@ -1,9 +1,10 @@
 #include "workers/AppendFile.h"
 
-#include "common/Thread.h"
+#include "workers/WritePace.h"
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +17,8 @@ constexpr mode_t NewFileMode = 0666; // less the process's mask
 
 } // namespace
 
-AppendFile::AppendFile(const std::string& path, uint64_t maximumSize) : mMaximumSize(maximumSize) {
+AppendFile::AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace)
+    : mMaximumSize(maximumSize), mPace(pace) {
     mDescriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, NewFileMode);
     struct stat status = {};
     if (mDescriptor < 0 || fstat(mDescriptor, &status) != 0) {
@@ -25,7 +27,7 @@ AppendFile::AppendFile(const std::string& path, uint64_t maximumSize) : mMaximum
             ::close(mDescriptor);
         return;
     }
-    mSize = static_cast<uint64_t>(status.st_size);
+    mInitialSize = mSize = static_cast<uint64_t>(status.st_size);
     cookie_io_functions_t functions = {};
     functions.write = onWrite;
     functions.close = onClose;
@@ -36,7 +38,7 @@ AppendFile::AppendFile(const std::string& path, uint64_t maximumSize) : mMaximum
         return;
     }
     mBuffer = std::make_unique<char[]>(BufferSize);
-    setvbuf(mStream, mBuffer.get(), _IOFBF, BufferSize);
+    setvbuf(mStream, nullptr, _IONBF, 0); // the buffer is here, where a pace can be kept
 }
 
 AppendFile::~AppendFile() {
@@ -52,22 +54,63 @@ bool AppendFile::close() {
 }
 
 ssize_t AppendFile::onWrite(void* cookie, const char* data, size_t size) {
-    return static_cast<AppendFile*>(cookie)->writeAll(data, size) ? static_cast<ssize_t>(size) : 0;
+    auto* file = static_cast<AppendFile*>(cookie);
+    const bool taken = file->take(data, size);
+    errno = file->mError;
+    return taken ? static_cast<ssize_t>(size) : 0;
 }
 
 int AppendFile::onClose(void* cookie) {
     auto* file = static_cast<AppendFile*>(cookie);
-    const CancellationBlock block;
+    static_cast<void>(file->writeBuffered(1)); // interrupted or not, all is written
     const int result = ::close(file->mDescriptor);
     if (result != 0 && file->mError == 0)
         file->mError = errno;
     return result;
 }
 
-bool AppendFile::writeAll(const char* data, size_t size) {
-    const CancellationBlock block; // a write that is cut off may or may not have happened
-    if (mError == 0 && (mSize > mMaximumSize || size > mMaximumSize - mSize))
-        mError = EFBIG;
+// False when a byte was lost, or the pace was interrupted.
+bool AppendFile::take(const char* data, size_t size) {
+    const uint64_t room = mSize < mMaximumSize ? mMaximumSize - mSize : 0;
+    const bool fits = size <= room;
+    size = fits ? size : static_cast<size_t>(room);
+    const size_t lowest = mPace != nullptr ? mPace->size() : BufferSize;
+    bool goesOn = true;
+    while (mError == 0 && size > 0) {
+        const size_t taken = std::min(size, BufferSize - mBuffered);
+        memcpy(mBuffer.get() + mBuffered, data, taken);
+        mBuffered += taken;
+        mSize += taken;
+        data += taken;
+        size -= taken;
+        goesOn = writeBuffered(lowest) && goesOn;
+    }
+    if (!fits) {
+        goesOn = writeBuffered(1) && goesOn;
+        if (mError == 0)
+            mError = EFBIG;
+    }
+    return mError == 0 && goesOn;
+}
+
+// Writes from the buffer until it holds less than `lowest` bytes, at most a buffer's size. False when the
+// pace was interrupted; what is written then, is written at once.
+bool AppendFile::writeBuffered(size_t lowest) {
+    const size_t most = mPace != nullptr ? mPace->size() : BufferSize;
+    bool goesOn = true;
+    size_t done = 0;
+    while (mError == 0 && mBuffered - done >= lowest) {
+        goesOn = (mPace == nullptr || mPace->wait()) && goesOn;
+        const size_t size = std::min(mBuffered - done, most);
+        writeAll(mBuffer.get() + done, size);
+        done += size;
+    }
+    mBuffered -= done;
+    memmove(mBuffer.get(), mBuffer.get() + done, mBuffered);
+    return goesOn;
+}
+
+void AppendFile::writeAll(const char* data, size_t size) {
     while (mError == 0 && size > 0) {
         const ssize_t written = write(mDescriptor, data, size);
         if (written < 0) {
@@ -77,8 +120,5 @@ bool AppendFile::writeAll(const char* data, size_t size) {
         }
         data += written;
         size -= static_cast<size_t>(written);
-        mSize += static_cast<uint64_t>(written);
     }
-    errno = mError;
-    return mError == 0;
 }

@@ -10,8 +10,12 @@
 #include <cstdint>
 #include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
+
+constexpr long HttpOk = 200;
+constexpr long HttpPartialContent = 206;
 
 // Failures that another try may cure. All other codes but CURLE_OK are permanent.
 constexpr CURLcode TransientCodes[] = {
@@ -25,10 +29,10 @@ bool isTransient(CURLcode code) {
 
 // Prepares the transfer of `range`, or of the whole resource when it is empty. Not CURLE_OK when the transfer
 // could not be what was asked for.
-CURLcode setOptions(EasyHandle& handle, const std::string& url, const std::string& range, FILE* stream) {
+CURLcode setOptions(EasyHandle& handle, const std::string& url, const std::string& range, FILE* stream,
+                    bool isPaced) {
     CURLcode code = handle.set(CURLOPT_URL, url.c_str());
-    // At debug level, where an engineer watches, downloads run unthrottled.
-    if (code == CURLE_OK && VexStreamLog::getLevel() < LogDebug)
+    if (code == CURLE_OK && isPaced)
         code = handle.set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{Downloader::MaximumReceiveSpeed});
     if (handle.set(CURLOPT_LOW_SPEED_LIMIT, Downloader::LowSpeedLimit) != CURLE_OK) {
         VEX_LOG(LogInfo) << "Downloader::download() Failed to set low speed limit.";
@@ -45,10 +49,12 @@ CURLcode setOptions(EasyHandle& handle, const std::string& url, const std::strin
 
 } // namespace
 
-Downloader::Downloader(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master)
-    : workQueue(in), masterQueue(master) {}
+Downloader::Downloader(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master,
+                       std::chrono::microseconds pieceInterval)
+    : workQueue(in), masterQueue(master), mPace(PieceSize, pieceInterval) {}
 
 Downloader::~Downloader() {
+    mPace.interrupt();
     cancelAndJoin();
 }
 
@@ -162,22 +168,65 @@ bool Downloader::transfer(DownloadRequest* request) {
         VEX_LOG(LogWarning) << "Downloader::download() Failed to init curl!";
         return false;
     }
-    mFile = std::make_unique<AppendFile>(name, uint64_t{FileFragment::MaximumFileSize} + FileSizeSlack);
+    const bool isPaced = VexStreamLog::getLevel() < LogDebug; // at debug level an engineer watches
+    const bool isCut = fragment->cutSurplus();
+    const uint64_t rangeSize = fragment->getRangeSize();
+    mFile = std::make_unique<AppendFile>(
+        name, (rangeSize != 0 ? rangeSize : uint64_t{FileFragment::MaximumFileSize}) + AnswerSlack,
+        isPaced ? &mPace : nullptr);
     if (mFile->stream() == nullptr) {
         VEX_LOG(LogWarning) << "Downloader::download() Failure opening file '" << name << "'.";
         VEX_LOG(LogWarning) << "Downloader::download() " << strerror(mFile->error());
         request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
         return false;
     }
+    if (!isCut) {
+        request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        return true;
+    }
+    if (fragment->isRangeOnDisk()) {
+        VEX_LOG(LogInfo) << "Downloader::download() Nothing left to download to '" << name << "'.";
+        request->setDownloadStatus(DownloadRequest::DownloadComplete);
+        return true;
+    }
     const std::string range = fragment->getCurlRange();
     VEX_LOG(LogInfo) << "Downloader::download() Download " << range << " to '" << name << "'.";
-    CURLcode code = setOptions(*mHandle, request->getUrl(), range, mFile->stream());
+    CURLcode code = setOptions(*mHandle, request->getUrl(), range, mFile->stream(), isPaced);
     request->setDownloadStatus(DownloadRequest::DownloadStarted);
     if (code == CURLE_OK)
         code = mHandle->perform();
+    waitIfStopped();
+    checkStatus(fragment);
     setResult(request, code, *mFile);
+    waitIfStopped();
     recordFileSize(fragment);
     return true;
+}
+
+// A pause that was interrupted spoils the transfer, which must not be answered: the thread is about to be
+// cancelled.
+void Downloader::waitIfStopped() {
+    while (mPace.isInterrupted()) {
+        const CancellationPoint point;
+        pause();
+    }
+}
+
+// An answer of another status than asked for has other bytes than asked for, unless it is the whole image and
+// the image's first bytes were asked for.
+void Downloader::checkStatus(FileFragment* fragment) {
+    const long status = mHandle->getHttpStatus();
+    const bool isRange = fragment->getRangeSize() != 0;
+    if (status == 0 || status == (isRange ? HttpPartialContent : HttpOk))
+        return;
+    if (status == HttpOk)
+        VEX_LOG(LogWarning) << "Downloader::download() The server answered with status " << status
+                            << ", the server ignores byte ranges.";
+    else
+        VEX_LOG(LogWarning) << "Downloader::download() The server answered with status " << status << ".";
+    const uint64_t sizeBefore = mFile->initialSize();
+    if (status != HttpOk || sizeBefore != 0 || fragment->getRangeStart() != 0)
+        fragment->setForeignFrom(static_cast<unsigned>(sizeBefore));
 }
 
 // Closes the file and sets the request's status. Bytes that did not reach the file make a success a failure.

@@ -73,7 +73,7 @@ TEST_F(Update, OvercomesAndShowsWhatTheServerDoesWrong) {
         const char* fault;
         Lines requests; // the one with the fault, and those until the next part
     } rows[] = {
-        {"not-found=2", {"716-50272 404 48 not-found", "764-50272 404 48 not-found", "812-50272 206 49461 "}},
+        {"not-found=2", {"716-50272 404 48 not-found", "716-50272 404 48 not-found", "716-50272 206 49557 "}},
         {"close-in-head", {"716-50272 0 0 close-in-head", "716-50272 206 49557 "}},
         {"reset-mid-body", {"716-50272 206 24778 reset-mid-body", "204-50272 206 50069 "}},
         {"close-mid-body", {"716-50272 206 24778 close-mid-body", "25494-50272 206 24779 "}},

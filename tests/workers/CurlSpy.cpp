@@ -76,7 +76,7 @@ extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     if (option >= CURLOPTTYPE_OFF_T) {
         const curl_off_t value = va_arg(arguments, curl_off_t);
         note(handle, option, std::to_string(value));
-        code = set(handle, option, value);
+        code = set(handle, option, value * CurlSpy::get().speedFactor);
     } else if (option >= CURLOPTTYPE_OBJECTPOINT) {
         void* const value = va_arg(arguments, void*);
         const bool isText = option == CURLOPT_URL || option == CURLOPT_RANGE;

@@ -22,6 +22,7 @@ struct CurlSpy {
 
     std::atomic<bool> refusesHandles{false};
     std::atomic<long> lowSpeedSeconds{0};  // not 0: passed to libcurl in place of what was set
+    std::atomic<long> speedFactor{1};      // the receive speed is passed to libcurl so many times as high
     std::atomic<bool> holdsLookups{false}; // of host names: they do not return while it is set
     std::atomic<int> lookups{0};           // that are held
     std::mutex mutex;

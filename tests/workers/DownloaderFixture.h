@@ -36,12 +36,15 @@ class DownloaderFixture : protected WorkerQueues {
         CurlSpy::get().takeOptions();
         start();
     }
-    ~DownloaderFixture() { CurlSpy::get().lowSpeedSeconds = 0; }
+    ~DownloaderFixture() {
+        CurlSpy::get().lowSpeedSeconds = 0;
+        CurlSpy::get().speedFactor = 1;
+    }
     DownloaderFixture(const DownloaderFixture&) = delete;
     DownloaderFixture& operator=(const DownloaderFixture&) = delete;
 
-    void start() {
-        downloader = std::make_unique<Downloader>(in, out);
+    void start(std::chrono::microseconds pieceInterval = Downloader::PieceInterval) {
+        downloader = std::make_unique<Downloader>(in, out, pieceInterval);
         if (downloader->start() != 0)
             throw std::runtime_error("no thread");
     }

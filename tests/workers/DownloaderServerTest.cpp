@@ -61,8 +61,8 @@ std::vector<Row> rows() {
         {"StallsAtOnce", cutAt(0, All, HttpScript::Stall), Transient, 28, ""},
         {"CutsTheHeaders", cutAt(60, All, HttpScript::Close), Complete, 0, ""},
         {"StallsInTheHeaders", cutAt(60, All, HttpScript::Stall), Transient, 28, ""},
-        {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Complete, 0,
-         imageBytes(0, 100000)},
+        {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Permanent, 23,
+         imageBytes(0, 2000 + Downloader::AnswerSlack)},
         {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
         {"Answers404WithAPage", pageWith(404), Complete, 0, Page},
         {"Answers503WithAPage", pageWith(503), Complete, 0, Page},
@@ -118,6 +118,50 @@ TEST_F(DownloaderResumeTest, TransientFailureGoesOnWhereTheFileEnds) {
     EXPECT_EQ(request.getDownloadFailures(), 2U);
     EXPECT_EQ(server.requests()[1].range, "1700-2999");
     EXPECT_EQ(server.requests()[2].range, "1701-2999");
+}
+
+// What came with a page or with other bytes than those asked for stays until the next fetch, and no longer.
+TEST_F(DownloaderResumeTest, FetchGoesOnBehindTheImagesBytesOnly) {
+    server.addScript(cutAt(All, 700, HttpScript::Close));
+    server.addScript(pageWith(404));
+    server.addScript(script([](HttpScript& s) {
+        s.status = 503;
+        s.bodyBytes = 9;
+    }));
+    server.addScript(script([](HttpScript& s) {
+        s.ignoreRange = true;
+        s.bodyBytes = 2500;
+    }));
+    const std::string part = imageBytes(1000, 700);
+    const struct {
+        Status status;
+        std::string onDisk;
+    } steps[] = {{Transient, part},
+                 {Complete, part + Page},
+                 {Transient, part + imageBytes(1700, 9)},
+                 {Transient, part + imageBytes(0, 2500)},
+                 {Complete, imageBytes(1000, 2000)}};
+    for (const auto& [status, bytes] : steps) {
+        DownloadRequest request(server.url(), &fragment);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), status);
+        EXPECT_TRUE(onDisk() == bytes) << onDisk().size() << " bytes";
+    }
+    for (size_t i = 1; i < 5; ++i)
+        EXPECT_EQ(server.requests()[i].range, "1700-2999");
+}
+
+TEST_F(DownloaderResumeTest, NothingIsFetchedWhenTheRangeIsOnDisk) {
+    for (const size_t surplus : {0U, 760U}) {
+        directory.write("ContentPart-x", imageBytes(1000, 2000 + surplus));
+        fragment.setFileSize(static_cast<unsigned>(2000 + surplus));
+        DownloadRequest request(server.url(), &fragment);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), Complete);
+        EXPECT_TRUE(onDisk() == imageBytes(1000, 2000));
+        EXPECT_EQ(fragment.getFileSize(), 2000U);
+    }
+    EXPECT_TRUE(server.requests().empty());
 }
 
 TEST_F(DownloaderResumeTest, ImageSwappedBetweenTwoFetchesIsSplicedOnDisk) {

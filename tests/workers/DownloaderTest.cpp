@@ -1,4 +1,5 @@
 #include "workers/DownloaderFixture.h"
+#include <cmath>
 #include <unistd.h>
 
 namespace {
@@ -90,6 +91,55 @@ TEST_F(DownloaderTest, SpeedCapFollowsTheLogLevel) {
     }
 }
 
+// Time and the stall's limit are scaled alike, so that 8 MB come in seconds. The server is as fast as the
+// loopback.
+TEST_F(DownloaderTest, FastLinkIsTakenEvenlyAtTheCapAndNeverForAStall) {
+    constexpr size_t Size = 8000000;
+    constexpr int Factor = 60;
+    constexpr std::chrono::duration<double> Interval{Downloader::PieceInterval / double{Factor}};
+    CurlSpy::get().lowSpeedSeconds = 1;
+    CurlSpy::get().speedFactor = Factor;
+    VexStreamLog::setLevel(LogInfo);
+    start(std::chrono::duration_cast<std::chrono::microseconds>(Interval));
+    server.setImage(patternOf(Size));
+    fragment.setDownloadRange(0, Size - 1);
+    DownloadRequest request(server.url(), &fragment);
+    struct Sample {
+        Clock::time_point before, after;
+        size_t size;
+    };
+    std::vector<Sample> samples;
+    queue(request);
+    while (out.size() == 0) {
+        const auto before = Clock::now();
+        std::error_code none;
+        const auto size = std::filesystem::file_size(fragment.getFilename(), none);
+        samples.push_back({before, Clock::now(), none ? 0 : static_cast<size_t>(size)});
+        usleep(5000);
+    }
+    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadComplete);
+    EXPECT_TRUE(onDisk() == patternOf(Size));
+    for (size_t i = 0; i < samples.size(); ++i) {
+        for (size_t j = i + 1; j < std::min(samples.size(), i + 20); ++j) {
+            const double pieces = std::floor((samples[j].after - samples[i].before) / Interval) + 1;
+            ASSERT_LE(samples[j].size - samples[i].size, pieces * Downloader::PieceSize);
+        }
+    }
+}
+
+TEST_F(DownloaderTest, StopInAPauseIsPromptAndKeepsWhatWasReceived) {
+    VexStreamLog::setLevel(LogInfo);
+    start(std::chrono::hours(1));
+    DownloadRequest request(server.url(), &fragment);
+    fragment.setDownloadRange(1000, 50000);
+    queue(request);
+    ASSERT_TRUE(eventually([&] { return onDisk().size() == Downloader::PieceSize; }));
+    EXPECT_LT(stopTime(downloader), PromptStop);
+    EXPECT_EQ(out.size(), 0);
+    EXPECT_TRUE(onDisk() == image.substr(1000, onDisk().size()));
+    EXPECT_GT(onDisk().size(), Downloader::PieceSize);
+}
+
 TEST_F(DownloaderTest, ServerThatIsNotReachedIsTransientAndCountsAndABadUrlIsNot) {
     for (const std::string& url :
          {lab::ScriptedHttpServer().url(), std::string("http://no-such-host.invalid/")}) {
@@ -106,7 +156,7 @@ TEST_F(DownloaderTest, ServerThatIsNotReachedIsTransientAndCountsAndABadUrlIsNot
 }
 
 TEST_F(DownloaderTest, FileDoesNotGrowBeyondTheLargestImage) {
-    constexpr auto limit = uint64_t{FileFragment::MaximumFileSize} + Downloader::FileSizeSlack;
+    constexpr auto limit = uint64_t{FileFragment::MaximumFileSize} + Downloader::AnswerSlack;
     FileFragment whole(directory.file("image.zemp"), 0);
     directory.write("image.zemp", "");
     std::filesystem::resize_file(whole.getFilename(), FileFragment::MaximumFileSize - 100); // sparse
@@ -165,6 +215,20 @@ TEST_F(DownloaderTest, StopInAStalledTransferKeepsWhatWasReceived) {
     start();
     ASSERT_TRUE(isAnswered(again));
     EXPECT_TRUE(onDisk() == image.substr(1000, 2000));
+}
+
+// Most of them while certificates are read; whether all memory is found again is for the sanitizer to say.
+TEST_F(DownloaderTest, StopAtAnyMomentOfAHandshakeLosesNothing) {
+    DownloadRequest request("https" + server.url().substr(4), &fragment);
+    for (int ms = 0; ms < 40; ++ms) {
+        request.resetRequest();
+        queue(request);
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        EXPECT_LT(stopTime(downloader), PromptStop);
+        while (out.size() > 0)
+            out.remove();
+        start();
+    }
 }
 
 TEST_F(DownloaderTest, StopsPromptlyDuringANameLookup) {
