@@ -213,9 +213,16 @@ void FwDownloadDaemon::onNewFirmwareNeededEvent(NewFirmwareNeededEvent* event) {
         initializeUpdateHandler();
     }
     VEX_LOG(LogDebug) << "FwDownloadDaemon::onNewFirmwareNeeded() Update current UpdateHandler.";
-    const FwAction::NextAction action =
+    FwAction::NextAction action =
         setUpdateHandler(event->getUrl(), event->getVersion(), event->isForceUpdate(),
                          ConfigDbStatusEvent::ConfigGetNewFirmware);
+    if (action == FwAction::NoAction && mUpdateHandler->isFlagMissing(event->getReadyFlag())) {
+        VEX_LOG(LogInfo)
+            << "FwDownloadDaemon::onNewFirmwareNeeded() The update image lost its flag, set it again.";
+        mUpdateHandler->setNextAction(FwAction::SetReadyForUpdate);
+        action = FwAction::SetReadyForUpdate;
+    }
+    deleteSupersededUpdate(event->getDeleteReadyForUpdateFile());
     handOutRecordedScan(action);
     switch (action) {
     case FwAction::FindNeededParts:

@@ -267,6 +267,10 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
     recordFileScanRequest();
 }
 
+bool UpdateHandler::isFlagMissing(NewFirmwareNeededEvent::ReadyFlag flag) const {
+    return mNextAction == FwAction::WaitForFwUpdate && flag == NewFirmwareNeededEvent::ReadyFlagAbsent;
+}
+
 SetReadyForUpdateRequest* UpdateHandler::createSetReadyForUpdateRequest(const std::string& filename) {
     return mRequests.add(std::make_unique<SetReadyForUpdateRequest>(filename), mVersion);
 }
@@ -287,12 +291,19 @@ void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {
         return;
     VEX_LOG(LogDebug) << "UpdateHandler::onSetReadyResult() Set status " << request->getStatus();
     const bool complete = request->getSetReadyStatus() == SetReadyForUpdateRequest::SetReadyComplete;
+    const bool notNeeded = request->isNotNeeded();
     const bool stale = mRequests.isStale(request);
     const std::string filename = request->getFilename();
     if (!mRequests.remove(request))
         delete request;
     if (stale) {
         askAgainWhenIdle();
+        return;
+    }
+    if (notNeeded) {
+        VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() Installed already, '" << filename << "'";
+        createFileDeleteRequest(filename);
+        setNextAction(FwAction::NoAction);
         return;
     }
     if (!complete) {

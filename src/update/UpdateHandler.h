@@ -53,6 +53,9 @@ class UpdateHandler : public UpdateRecords {
     // A recorded request to flag the update image; the caller queues it.
     SetReadyForUpdateRequest* createSetReadyForUpdateRequest(const std::string& filename);
 
+    // Whether the image that waits for the installer lost its flag.
+    bool isFlagMissing(NewFirmwareNeededEvent::ReadyFlag flag) const;
+
     // Takes back a request that is still to be forwarded and whose version is no longer wanted, with its
     // image. False when it is to be forwarded.
     bool dropStaleReadyRequest(SetReadyForUpdateRequest* request);
@@ -92,6 +95,7 @@ class UpdateHandler : public UpdateRecords {
     void logPendingRequests() const;
 
     bool checkZempStart();
+    void logOtherRelease() const;
     void logSuumZempParts() const;
     Step walkElement(const SuumBlob::Element& element, const SuuInfo& suuInfo, Walk& walk,
                      wqueue<FwWorkItem*>& downloaderQueue);

@@ -179,6 +179,7 @@ bool UpdateHandler::checkZempStart() {
         release = getReleaseHeader();
     if (release == nullptr) {
         VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() Release header is NULL!";
+        logOtherRelease();
         return false;
     }
     if (!release->isContentHeaderValid() || !release->isBodyValid()) {
@@ -201,6 +202,14 @@ bool UpdateHandler::checkZempStart() {
         return false;
     }
     return true;
+}
+
+// A version that is written in another way than the image prints it is none of the image's.
+void UpdateHandler::logOtherRelease() const {
+    for (const auto& [key, part] : mZempParts)
+        if (part->getPartType() == ZempPart::ReleaseHeader)
+            VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() The image is release "
+                                << part->getPartVersion() << ", configured is " << mVersion << ".";
 }
 
 void UpdateHandler::logSuumZempParts() const {

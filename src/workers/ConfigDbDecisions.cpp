@@ -5,6 +5,7 @@
 #include "workers/ConfigNames.h"
 #include "workers/RegularFile.h"
 #include "workitems/Events.h"
+#include <cctype>
 
 using vex::concurrency::scoped_lock;
 
@@ -36,6 +37,19 @@ std::string versionText(const std::string& major, const std::string& minor, char
                         const std::string& label) {
     const std::string padding(minor.size() < 2 ? 2 - minor.size() : 0, '0');
     return major + "." + padding + minor + separator + label;
+}
+
+// Whether a path carries this version, and not one that only begins or ends alike, as 1.05-70 does.
+bool containsVersion(const std::string& path, const std::string& version) {
+    const auto isDigit = [](unsigned char c) { return isdigit(c) != 0; };
+    const auto isAlphanumeric = [](unsigned char c) { return isalnum(c) != 0; };
+    for (size_t at = path.find(version); at != std::string::npos; at = path.find(version, at + 1)) {
+        const size_t end = at + version.size();
+        if ((at == 0 || !isDigit(static_cast<unsigned char>(path[at - 1]))) &&
+            (end == path.size() || !isAlphanumeric(static_cast<unsigned char>(path[end]))))
+            return true;
+    }
+    return false;
 }
 
 void warnMissing(const char* key) {
@@ -77,10 +91,14 @@ std::string ConfigDbMonitor::getSwUpdateUrl() {
     return getString(ConfigKey::UpdateUrl);
 }
 
-std::string ConfigDbMonitor::getSwVersion() {
+std::string ConfigDbMonitor::getConfiguredVersion(char separator) {
     const std::string major = getString(ConfigKey::MajorVersion);
     const std::string minor = getString(ConfigKey::MinorVersion);
-    return versionText(major, minor, '-', getString(ConfigKey::BuildLabel));
+    return versionText(major, minor, separator, getString(ConfigKey::BuildLabel));
+}
+
+std::string ConfigDbMonitor::getSwVersion() {
+    return getConfiguredVersion('-');
 }
 
 bool ConfigDbMonitor::isForcedUpdate() {
@@ -102,6 +120,11 @@ void ConfigDbMonitor::logSwVer() {
                      << getString(ConfigKey::InstalledVersion);
 }
 
+bool ConfigDbMonitor::isConfiguredVersionInstalled() {
+    const std::string installed = getString(ConfigKey::InstalledVersion);
+    return !installed.empty() && getConfiguredVersion(' ') == installed;
+}
+
 bool ConfigDbMonitor::isNewFirmwareNeeded() {
     const std::string status = getString(ConfigKey::ConfigStatus);
     if (status.empty()) {
@@ -120,9 +143,7 @@ bool ConfigDbMonitor::isNewFirmwareNeeded() {
     }
     // Configured values are not tested: an empty one makes a version that differs from any installed one. The
     // installed version is written with a blank where the reported one has a dash.
-    const std::string major = getString(ConfigKey::MajorVersion);
-    const std::string minor = getString(ConfigKey::MinorVersion);
-    const std::string configured = versionText(major, minor, ' ', getString(ConfigKey::BuildLabel));
+    const std::string configured = getConfiguredVersion(' ');
     VEX_LOG(LogDebug) << "ConfigDbMonitor::isNewFirmwareNeeded() Config='" << configured << "' vs Suu='"
                       << installed << "'.";
     if (configured == installed) {
@@ -142,7 +163,7 @@ ConfigDbMonitor::StatusCase ConfigDbMonitor::statusCase(bool needed, const std::
         return NotNeeded;
     if (ready.empty())
         return NothingReady;
-    if (ready.find(version) == std::string::npos) // the image's name carries its version
+    if (!containsVersion(ready, version)) // the image's name carries its version
         return WrongVersionReady;
     return resolveRegularFile(ready).empty() ? ReadyIsMissing : ReadyWaits;
 }
@@ -207,13 +228,32 @@ void ConfigDbMonitor::onConfigUpdated() {
         VEX_LOG(LogDebug) << "ConfigDbMonitor::onCBusSignal() New firmware needed.";
         if (getString(ConfigKey::Force).empty())
             writeKey(ConfigKey::Force, getString(ConfigKey::ForceUpdate));
-        const std::string url = getSwUpdateUrl();
-        masterQueue.add(new NewFirmwareNeededEvent(url, getSwVersion(), isForcedUpdate()));
+        sendNewFirmwareNeeded();
     }
     if (!statusSent) { // the notice stands in for the first status
         statusSent = true;
         resetTimerToRunningInterval();
     }
+}
+
+// An image of another version must not be installed while the configured one is fetched: its flag goes first.
+void ConfigDbMonitor::sendNewFirmwareNeeded() {
+    const std::string url = getSwUpdateUrl();
+    const std::string version = getSwVersion();
+    const std::string ready = getReadyForFirmwareInstall();
+    auto* event = new NewFirmwareNeededEvent(url, version, isForcedUpdate()); // the master's
+    if (containsVersion(ready, version)) {
+        event->setReadyFlag(NewFirmwareNeededEvent::ReadyFlagPresent);
+    } else {
+        event->setReadyFlag(NewFirmwareNeededEvent::ReadyFlagAbsent);
+        if (!ready.empty() && eraseKeyLocked(ConfigKey::ReadyForInstall)) {
+            VEX_LOG(LogInfo) << "ConfigDbMonitor::onCBusSignal() '" << ready << "' is not version " << version
+                             << ", it is ready no more.";
+            setCsmEvent(CsmEvent::UpdateReady, false);
+            event->setDeleteReadyForUpdateFile(ready);
+        }
+    }
+    masterQueue.add(event);
 }
 
 bool ConfigDbMonitor::setReadyForFirmwareInstall(const std::string& file) {
@@ -224,11 +264,12 @@ bool ConfigDbMonitor::setReadyForFirmwareInstall(const std::string& file) {
     const std::string path = resolveRegularFile(file);
     if (path.empty())
         return false;
-    const bool written = writeKey(ConfigKey::ReadyForInstall, path);
+    if (!writeKey(ConfigKey::ReadyForInstall, path))
+        return false; // a reboot without the flag would install nothing, and the next start would ask again
     if (isForcedUpdate() && !cbus.sendSignal(BusName::Reboot, nullptr, 0)) {
         VEX_LOG(LogWarning) << "ConfigDbMonitor::setReadyForFirmwareInstall() Error sending reboot request!";
     }
-    return written;
+    return true;
 }
 
 bool ConfigDbMonitor::delReadyForFirmwareInstall() {
@@ -240,6 +281,11 @@ bool ConfigDbMonitor::delReadyForFirmwareInstall() {
     const bool readyErased = eraseKey(ConfigKey::ReadyForInstall);
     const bool forceErased = eraseKey(ConfigKey::Force);
     return readyErased && forceErased;
+}
+
+bool ConfigDbMonitor::eraseKeyLocked(const char* key) {
+    const scoped_lock lock(mutex);
+    return eraseKey(key);
 }
 
 // The caller holds the mutex.

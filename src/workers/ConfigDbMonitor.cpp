@@ -191,7 +191,14 @@ void ConfigDbMonitor::onSetReadyForUpdateRequest(SetReadyForUpdateRequest* reque
         return;
     }
     const std::string filename = request->getFilename();
-    if (setReadyForFirmwareInstall(filename)) {
+    const bool isInstalled = isConfiguredVersionInstalled();
+    if (isInstalled) {
+        VEX_LOG(LogInfo)
+            << "ConfigDbMonitor::onSetReadyForUpdateRequest() The configured version is installed, "
+            << filename << " is not needed.";
+        request->setNotNeeded();
+    }
+    if (!isInstalled && setReadyForFirmwareInstall(filename)) {
         VEX_LOG(LogInfo) << "ConfigDbMonitor::onSetReadyForUpdateRequest() Set " << filename << ".";
         setCsmEvent(CsmEvent::UpdateReady, true);
         request->setSetReadyStatus(SetReadyForUpdateRequest::SetReadyComplete);
@@ -219,7 +226,6 @@ void ConfigDbMonitor::onCBusSignal(const char* name, const void* /*data*/, unsig
     if (updated) {
         onConfigUpdated();
     } else {
-        const vex::concurrency::scoped_lock lock(mutex);
-        eraseKey(ConfigKey::Force);
+        eraseKeyLocked(ConfigKey::Force);
     }
 }

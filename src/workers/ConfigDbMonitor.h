@@ -72,6 +72,9 @@ class ConfigDbMonitor : public Thread,
     std::string getSwVersion();
     bool isForcedUpdate();
 
+    // Whether the configured version is the installed one; false when either is not known.
+    bool isConfiguredVersionInstalled();
+
     // Path of the update image that waits for installation; empty when there is none.
     std::string getReadyForFirmwareInstall();
 
@@ -79,8 +82,8 @@ class ConfigDbMonitor : public Thread,
     // is allowed. Raises or clears the event of a disabled download as it finds out.
     bool isNewFirmwareNeeded();
 
-    // Flags an update image as ready for installation and, for a forced update, asks for a reboot. False when
-    // there is no such file or the flag could not be written.
+    // Flags an update image as ready for installation and, for a forced update, asks for a reboot. False, and
+    // no reboot, when there is no such file or the flag could not be written.
     [[nodiscard]] bool setReadyForFirmwareInstall(const std::string& file);
 
     // Removes that flag and the one of a forced update. False unless both are gone.
@@ -112,9 +115,12 @@ class ConfigDbMonitor : public Thread,
     static StatusCase statusCase(bool needed, const std::string& ready, const std::string& version);
 
     static void pauseBeforeRetry();
+    std::string getConfiguredVersion(char separator); // that stands before the build label
     void armTimer(unsigned intervalMs);
     void onConfigUpdated();
+    void sendNewFirmwareNeeded();
     bool eraseKey(const char* key);
+    bool eraseKeyLocked(const char* key);
     bool writeKey(const char* key, const std::string& value);
 
     // Used by the worker's thread, and by the destructor when it has ended.

@@ -47,6 +47,9 @@ class ConfigDbStatusEvent : public FwWorkItem {
 // The configured version differs from the installed one. Deleted by the master.
 class NewFirmwareNeededEvent : public FwWorkItem {
   public:
+    // Whether an update image of the configured version is flagged as ready for installation.
+    enum ReadyFlag : int { ReadyFlagUnknown = 0, ReadyFlagAbsent = 1, ReadyFlagPresent = 2 };
+
     NewFirmwareNeededEvent(const std::string& url, const std::string& version, bool forceUpdate)
         : FwWorkItem(WorkItemType::NewFirmwareNeededEvent),
           mUrl(url),
@@ -58,10 +61,19 @@ class NewFirmwareNeededEvent : public FwWorkItem {
     std::string getVersion() const { return mVersion; }
     bool isForceUpdate() const { return mForceUpdate; }
 
+    ReadyFlag getReadyFlag() const { return mReadyFlag; }
+    void setReadyFlag(ReadyFlag flag) { mReadyFlag = flag; }
+
+    // Path of an update image of another version, flagged no more; empty when there is none.
+    std::string getDeleteReadyForUpdateFile() const { return mDeleteReadyForUpdateFile; }
+    void setDeleteReadyForUpdateFile(const std::string& filename) { mDeleteReadyForUpdateFile = filename; }
+
   private:
     const std::string mUrl;
     const std::string mVersion;
     const bool mForceUpdate;
+    ReadyFlag mReadyFlag = ReadyFlagUnknown;
+    std::string mDeleteReadyForUpdateFile;
 };
 
 // The image start is on disk: find the needed parts. Deleted by the master.

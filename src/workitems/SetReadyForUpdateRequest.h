@@ -17,9 +17,14 @@ class SetReadyForUpdateRequest : public FwWorkItem {
 
     std::string getFilename() const { return mFilename; }
 
+    // Why it failed: the configured version is installed by now, so that there is nothing to be ready for.
+    bool isNotNeeded() const { return mNotNeeded; }
+    void setNotNeeded() { mNotNeeded = true; }
+
   private:
     SetReadyStatus mSetReadyStatus = SetReadyPending;
     const std::string mFilename;
+    bool mNotNeeded = false;
 };
 
 #endif

@@ -112,10 +112,6 @@ std::pair<unsigned, unsigned> seedRange() {
     return {first, *end == '-' ? static_cast<unsigned>(strtoul(end + 1, nullptr, 10)) : first};
 }
 
-bool isReadyForConfigured(const Terminal& terminal) {
-    return terminal.config.ready.find(terminal.config.version) != std::string::npos;
-}
-
 // Empty when the history ended well. `requests` is raised to the number of requests after the faults.
 std::string live(unsigned seed, size_t& requests) {
     History history(seed);
@@ -147,14 +143,14 @@ std::string live(unsigned seed, size_t& requests) {
     for (const std::string& violation : terminal.violations())
         problems += violation + "; ";
     // A failed compile waits for a restart, and so does an image whose flag was taken back while it waited.
-    if (!isReadyForConfigured(terminal) && (terminal.action() == FwAction::ScanExistingFiles ||
-                                            terminal.action() == FwAction::WaitForFwUpdate)) {
+    if (!terminal.config.isReadyForVersion() && (terminal.action() == FwAction::ScanExistingFiles ||
+                                                 terminal.action() == FwAction::WaitForFwUpdate)) {
         terminal.restart();
         terminal.runUntilSettled(PatienceTicks);
     }
     if (!terminal.isReady())
         return problems + "not ready, action " + std::to_string(terminal.action());
-    if (!isReadyForConfigured(terminal))
+    if (!terminal.config.isReadyForVersion())
         return problems + "flagged the wrong version";
     const std::string wrong = terminal.checkReadyImage();
     return wrong.empty() ? problems : problems + wrong;

@@ -1,6 +1,7 @@
 // Histories of an update, from the first question to the flagged image: with the ranges, names and actions
 // that a fresh terminal shows, and with what may go wrong in between.
 #include "main/ArgParser.h"
+#include "support/LogCapture.h"
 #include "update/rig/Terminal.h"
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -317,14 +318,55 @@ TEST_F(UpdateCycle, WaitingAtStartTouchesNothing) {
 
 TEST_F(UpdateCycle, ForceWhileWaitingFlagsAgain) {
     terminal.runUntilSettled(Hour);
-    terminal.config.ready.clear();
-    terminal.notify();
-    terminal.run(10);
-    EXPECT_FALSE(terminal.isReady()) << "nothing changed";
     terminal.config.forced = true;
     terminal.notify();
     terminal.run(10);
+    EXPECT_EQ(terminal.config.flagged, 2U);
     expectReady(terminal);
+}
+
+TEST_F(UpdateCycle, FlagThatWentIsSetAgainAndNoOther) {
+    terminal.runUntilSettled(Hour);
+    for (unsigned notices = 0; notices < 3; ++notices) {
+        terminal.notify();
+        terminal.run(10);
+    }
+    EXPECT_EQ(terminal.config.flagged, 1U);
+    for (unsigned flagged = 2; flagged < 4; ++flagged) {
+        terminal.config.disabled = true; // one notice, which takes the flag
+        terminal.notify();
+        EXPECT_FALSE(terminal.isReady());
+        terminal.run(10);
+        terminal.config.disabled = false;
+        terminal.notify();
+        terminal.run(10);
+        EXPECT_EQ(terminal.config.flagged, flagged);
+        expectReady(terminal);
+    }
+}
+
+TEST_F(UpdateCycle, AnotherVersionTakesFlagAndImageOfTheOldOneAway) {
+    terminal.runUntilSettled(Hour);
+    const std::string image = terminal.config.ready;
+    terminal.configure("1.05-8");
+    EXPECT_FALSE(terminal.isReady());
+    terminal.run(5);
+    EXPECT_NE(access(image.c_str(), F_OK), 0);
+    expectCompletes(terminal);
+}
+
+TEST_F(UpdateCycle, ImageOfAVersionThatIsInstalledByNowIsNotFlagged) {
+    const std::string image = terminal.path("fw_download_update.zemp-1.05-7");
+    while (access(image.c_str(), F_OK) != 0)
+        terminal.tick();
+    terminal.config.installed = "1.05-7";
+    terminal.run(Hour);
+    EXPECT_FALSE(terminal.isTerminated());
+    EXPECT_EQ(terminal.config.flagged, 0U);
+    EXPECT_EQ(terminal.action(), FwAction::NoAction);
+    EXPECT_NE(access(image.c_str(), F_OK), 0);
+    terminal.configure("1.05-8");
+    expectCompletes(terminal);
 }
 
 TEST_F(UpdateCycle, DisabledAndEnabledAgainGoesOn) {
@@ -339,6 +381,11 @@ TEST_F(UpdateCycle, DisabledAndEnabledAgainGoesOn) {
 
 TEST_F(UpdateCycle, ImageOfAnotherVersionIsNeverFlagged) {
     terminal.publish("1.05-7", makeImage(8));
+    {
+        const support::LogCapture log(LogWarning);
+        terminal.run(60);
+        EXPECT_GE(log.count("The image is release 1.05-8, configured is 1.05-7."), 1U);
+    }
     terminal.run(24 * Hour);
     EXPECT_FALSE(terminal.isReady());
     EXPECT_TRUE(terminal.isTerminated());

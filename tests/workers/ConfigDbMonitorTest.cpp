@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sqlite3.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -66,6 +67,16 @@ class ConfigDbMonitorTest : public testing::Test, protected WorkerQueues {
         ASSERT_EQ(system(command.c_str()), 0);
     }
 
+    // Lets the database refuse every write of a key.
+    void refuseWrites(const std::string& key) const {
+        sqlite3* database = nullptr;
+        ASSERT_EQ(sqlite3_open(platform.database().c_str(), &database), SQLITE_OK);
+        const std::string trigger = "CREATE TRIGGER refuse BEFORE INSERT ON config WHEN NEW.key = '" + key +
+                                    "' BEGIN SELECT RAISE(ABORT, 'refused'); END";
+        EXPECT_EQ(sqlite3_exec(database, trigger.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(database);
+    }
+
     // The value of a key; empty when it is absent.
     static std::string get(const std::string& key) {
         FILE* process = popen((VEXCTL_PROGRAM " config get " + key + " 2>/dev/null").c_str(), "r");
@@ -115,7 +126,16 @@ class ConfigDbMonitorTest : public testing::Test, protected WorkerQueues {
     std::unique_ptr<ConfigDbMonitor> monitor;
 };
 
-enum Ready { None, RightVersion, RightButMissing, RightButDirectory, WrongVersion }; // image that is flagged
+// Image that is flagged.
+enum Ready {
+    None,
+    RightVersion,
+    RightButMissing,
+    RightButDirectory,
+    WrongVersion,
+    LongerVersion,
+    DigitBefore
+};
 enum After { Keeps, Erases, ErasesAndDeletes }; // the flags, and what the master is asked to delete
 
 constexpr auto UpToDate = ConfigDbStatusEvent::ConfigNoUpdateNeeded;
@@ -152,6 +172,8 @@ std::vector<StatusRow> statusRows() {
         {"NewByAnEmptyLabel", with(Device + "build_label", "", Current), None, GetNew, "2.03-", Keeps, off},
         {"NewByADash", configured("2.03-B17"), None, GetNew, "2.03-B17", Keeps, off},
         {"ReadyForAnother", old, WrongVersion, GetNew, "2.03-B17", ErasesAndDeletes, off},
+        {"ReadyForALongerLabel", old, LongerVersion, GetNew, "2.03-B17", ErasesAndDeletes, off},
+        {"ReadyForALongerNumber", old, DigitBefore, GetNew, "2.03-B17", ErasesAndDeletes, off},
         {"Ready", old, RightVersion, Wait, "2.03-B17", Keeps, {ReadyOn}},
         {"ReadyButMissing", old, RightButMissing, GetNew, "2.03-B17", Erases, off},
         {"ReadyButADirectory", old, RightButDirectory, GetNew, "2.03-B17", Erases, off},
@@ -167,9 +189,13 @@ class ConfigDbStatusTest : public ConfigDbMonitorTest, public testing::WithParam
 
 TEST_P(ConfigDbStatusTest, Row) {
     const StatusRow& row = GetParam();
+    const std::map<Ready, const char*> otherNames = {{WrongVersion, "update-2.02-B16"},
+                                                     {LongerVersion, "update-2.03-B170"},
+                                                     {DigitBefore, "update-12.03-B17"}};
+    const auto other = otherNames.find(row.ready);
     const std::string ready =
-        row.ready == WrongVersion ? platform.directory().file("update-2.02-B16") : imageName;
-    if (row.ready == RightVersion || row.ready == WrongVersion)
+        other != otherNames.end() ? platform.directory().file(other->second) : imageName;
+    if (row.ready == RightVersion || other != otherNames.end())
         std::ofstream(ready) << "image";
     if (row.ready == RightButDirectory)
         fs::create_directory(ready);
@@ -212,6 +238,7 @@ TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
     EXPECT_EQ(event->getVersion(), "2.03-B17");
     EXPECT_EQ(event->getUrl(), "http://h/image");
     EXPECT_TRUE(event->isForceUpdate());
+    EXPECT_EQ(event->getReadyFlag(), NewFirmwareNeededEvent::ReadyFlagAbsent);
     EXPECT_EQ(get(ForceKey), "1");
     EXPECT_TRUE(
         log.has("LOG_INFO ConfigDbMonitor::resetTimerToRunningInterval() Changing timer interval to 1 s."));
@@ -221,6 +248,25 @@ TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
     ASSERT_TRUE(isAnswered(question));
     EXPECT_TRUE(question.isUpdateNeeded());
     EXPECT_EQ(observer.signals(), Strings());
+}
+
+TEST_F(ConfigNoticeTest, AnotherVersionTakesTheOldFlagAwayAndNothingElse) {
+    const std::string old = platform.directory().file("update-2.03-B170");
+    set(configured(Old, {{ForceKey, "1"}, {ReadyKey, old}}));
+    startAndNotify("evt.confd.updated");
+    const auto event = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    EXPECT_EQ(event->getReadyFlag(), NewFirmwareNeededEvent::ReadyFlagAbsent);
+    EXPECT_EQ(event->getDeleteReadyForUpdateFile(), old);
+    EXPECT_TRUE(signalsAre({ReadyOff}));
+    EXPECT_EQ(get(ReadyKey), "");
+    EXPECT_EQ(get(ForceKey), "1");
+
+    set({{ReadyKey, imageName}});
+    observer.send("evt.confd.updated");
+    const auto again = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    EXPECT_EQ(again->getReadyFlag(), NewFirmwareNeededEvent::ReadyFlagPresent);
+    EXPECT_EQ(again->getDeleteReadyForUpdateFile(), "");
+    EXPECT_EQ(get(ReadyKey), imageName);
 }
 
 TEST_F(ConfigNoticeTest, ForceOfThisUpdateIsNotOverwritten) {
@@ -263,7 +309,7 @@ TEST_F(ConfigNoticeTest, OneItemIsHandledPerTick) {
 }
 
 TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdate) {
-    set(configured(Current));
+    set(configured(Old));
     start();
     takeStatus();
     SetReadyForUpdateRequest request(platform.directory().path() + "/./update-2.03-B17.image");
@@ -278,7 +324,26 @@ TEST_F(ConfigDbMonitorTest, FlagsAnImageAsReadyAndAsksForTheRebootOfAForcedUpdat
     EXPECT_EQ(get(ReadyKey), fs::canonical(imageName));
     set({{ForceKey, "1"}});
     EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyComplete);
-    EXPECT_TRUE(signalsAre({DisabledOff, ReadyOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn}));
+    EXPECT_TRUE(signalsAre({ReadyOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn}));
+    EXPECT_FALSE(request.isNotNeeded());
+
+    // A flag that is not written is no reason to reboot: the next start would be the same.
+    set({{ReadyKey, "before"}});
+    refuseWrites(ReadyKey);
+    EXPECT_EQ(status(), SetReadyForUpdateRequest::SetReadyFailed);
+    EXPECT_TRUE(signalsAre({ReadyOff, ReadyOff, ReadyOn, "request.sm.set.Reboot", ReadyOn, ReadyOff}));
+}
+
+TEST_F(ConfigDbMonitorTest, FlagsNothingThatIsInstalledByNow) {
+    set(configured(Current));
+    start();
+    takeStatus();
+    std::ofstream(imageName) << "image";
+    SetReadyForUpdateRequest request(imageName);
+    EXPECT_TRUE(isAnswered(request));
+    EXPECT_EQ(request.getSetReadyStatus(), SetReadyForUpdateRequest::SetReadyFailed);
+    EXPECT_TRUE(request.isNotNeeded());
+    EXPECT_EQ(get(ReadyKey), "");
 }
 
 TEST_F(ConfigDbMonitorTest, OtherItemsAreDroppedAndStopEndsTheThread) {

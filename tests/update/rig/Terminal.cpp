@@ -112,8 +112,10 @@ bool Terminal::onWrite(const std::string& key, const std::string& value) {
         config.forced = value == "1";
     if (key == ConfigKey::ReadyForInstall) {
         config.ready = value;
-        if (isReady())
+        if (isReady()) {
+            ++config.flagged;
             checkFlag("flagged");
+        }
     }
     return true;
 }

@@ -29,7 +29,8 @@ struct Configuration {
     std::string installed; // the same form; equal means that no update is needed
     bool disabled = false;
     bool forced = false;
-    std::string ready; // path of the update image that is flagged
+    std::string ready;    // path of the update image that is flagged
+    unsigned flagged = 0; // how often one was
     std::string status = "complete";
     unsigned failingReads = 0;  // so many of the next fail
     unsigned failingWrites = 0; // the same, erasures included
