@@ -6,10 +6,14 @@
 #include "SqliteStatement.h"
 #include "vex/CBusConnection.h"
 #include "vex/kq.h"
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <thread>
+#include <unistd.h>
 
 namespace common {
 
@@ -54,6 +58,39 @@ bool store(sqlite3* database, const std::string& key, const std::string& value) 
     return insert.step() == SQLITE_DONE;
 }
 
+// Reads again when the file could not be read: one fault of a flash must not look like a key that is absent.
+// A lock was waited for already.
+constexpr int ReadAttempts = 6;
+constexpr std::chrono::milliseconds ReadPause(200);
+
+int readRecords(sqlite3* database, const char* key, std::vector<StoredRecord>& stored) {
+    SqliteStatement select(database, "SELECT type, value FROM config WHERE key = ?1 ORDER BY rowid");
+    select.bind(1, key);
+    stored.clear();
+    int result = select.step();
+    for (; result == SQLITE_ROW; result = select.step()) {
+        const char* const text = select.text(1);
+        stored.push_back(
+            {select.integer(0), text != nullptr ? std::make_optional<std::string>(text) : std::nullopt});
+    }
+    return result;
+}
+
+// What tells a file from another that took its name.
+struct FileId {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    bool exists() const { return inode != 0; }
+    bool operator==(const FileId& other) const { return device == other.device && inode == other.inode; }
+};
+
+// All zero when there is no such file.
+FileId identify(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? FileId{status.st_dev, status.st_ino} : FileId();
+}
+
 } // namespace
 
 struct [[gnu::visibility("hidden")]] ConfigDatabaseConnection::Impl {
@@ -67,8 +104,10 @@ struct [[gnu::visibility("hidden")]] ConfigDatabaseConnection::Impl {
     // The beginning of every call; false, and noted, when there is no database or no key.
     bool begin(const std::string& what, bool complete) {
         lastError.clear();
-        if (database == nullptr)
+        if (!isWanted)
             return fail(what, "not connected");
+        if (database == nullptr ? !open() : isReplaced() && !openReplacement())
+            return false;
         return complete || fail(what, "key or value missing");
     }
 
@@ -76,7 +115,44 @@ struct [[gnu::visibility("hidden")]] ConfigDatabaseConnection::Impl {
         return fail(what, sqlite3_errmsg(database.get()));
     }
 
+    bool open() {
+        isWanted = true;
+        path = configDatabasePath();
+        std::string error;
+        database.reset();
+        database = openConfigDatabase(path, error);
+        if (database == nullptr)
+            return fail("cannot open the configuration database " + path, error);
+        file = identify(path);
+        log = identify(logPath());
+        return true;
+    }
+
+    // The old file's log still stands beside the new file, and would be taken for its own.
+    bool openReplacement() {
+        database.reset();
+        if (log.exists() && identify(logPath()) == log) {
+            unlink(logPath().c_str());
+            unlink((path + "-shm").c_str());
+        }
+        return open();
+    }
+
+    // Whether another file took the name of the open one.
+    bool isReplaced() const {
+        const FileId now = identify(path);
+        return now.exists() && !(now == file);
+    }
+
+    std::string logPath() const {
+        return path + "-wal";
+    }
+
+    bool isWanted = false;   // opened once, and not disconnected
     SqliteDatabase database; // null while not connected
+    std::string path;        // of its file
+    FileId file;
+    FileId log; // the write-ahead log beside it
     std::string lastError;
 };
 
@@ -99,12 +175,11 @@ bool ConfigDatabaseConnection::connect(CBusConnection& bus) {
 
 bool ConfigDatabaseConnection::open() {
     const CancellationBlock block;
-    disconnect();
     mImpl->lastError.clear();
-    const std::string path = configDatabasePath();
-    std::string error;
-    mImpl->database = openConfigDatabase(path, error);
-    return connected() || mImpl->fail("cannot open the configuration database " + path, error);
+    if (mImpl->open())
+        return true;
+    mImpl->isWanted = false;
+    return false;
 }
 
 bool ConfigDatabaseConnection::connected() const {
@@ -113,6 +188,7 @@ bool ConfigDatabaseConnection::connected() const {
 
 void ConfigDatabaseConnection::disconnect() {
     const CancellationBlock block;
+    mImpl->isWanted = false;
     mImpl->database.reset();
 }
 
@@ -123,15 +199,12 @@ bool ConfigDatabaseConnection::read(const char* key, unsigned& count, ConfigData
     const std::string what = std::string("cannot read ") + (key != nullptr ? key : "a key");
     if (!mImpl->begin(what, key != nullptr))
         return false;
-    SqliteStatement select(mImpl->database.get(),
-                           "SELECT type, value FROM config WHERE key = ?1 ORDER BY rowid");
-    select.bind(1, key);
     std::vector<StoredRecord> stored;
-    int result = select.step();
-    for (; result == SQLITE_ROW; result = select.step()) {
-        const char* const text = select.text(1);
-        stored.push_back(
-            {select.integer(0), text != nullptr ? std::make_optional<std::string>(text) : std::nullopt});
+    int result = readRecords(mImpl->database.get(), key, stored);
+    for (int attempt = 1; result != SQLITE_DONE && result != SQLITE_BUSY && attempt < ReadAttempts;
+         ++attempt) {
+        std::this_thread::sleep_for(ReadPause);
+        result = readRecords(mImpl->database.get(), key, stored);
     }
     if (result != SQLITE_DONE)
         return mImpl->failInDatabase(what);

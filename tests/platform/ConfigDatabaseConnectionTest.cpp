@@ -48,6 +48,95 @@ class ConfigDatabase : public testing::Test {
     support::ScopedEnvironment mFile{"VEX_CONFIGDB", mDirectory.file("config.db")};
 };
 
+// Lets reads of the file fail, by a file system of SQLite's between it and the real one.
+class FailingReads {
+  public:
+    FailingReads() {
+        sReal = sqlite3_vfs_find(nullptr);
+        mSystem = *sReal;
+        mSystem.zName = "failing";
+        mSystem.xOpen = [](sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
+            const int result = sReal->xOpen(sReal, name, file, flags, outFlags);
+            if (file->pMethods != nullptr && (flags & SQLITE_OPEN_MAIN_DB) != 0) {
+                sRealMethods = file->pMethods;
+                sMethods = *sRealMethods;
+                sMethods.xRead = [](sqlite3_file* from, void* to, int size, sqlite3_int64 offset) {
+                    return sCount > 0 && sCount-- > 0 ? SQLITE_IOERR_READ
+                                                      : sRealMethods->xRead(from, to, size, offset);
+                };
+                file->pMethods = &sMethods;
+            }
+            return result;
+        };
+        sqlite3_vfs_register(&mSystem, 1);
+    }
+    ~FailingReads() {
+        sCount = 0;
+        sqlite3_vfs_unregister(&mSystem);
+        sqlite3_vfs_register(sReal, 1);
+    }
+    FailingReads(const FailingReads&) = delete;
+    FailingReads& operator=(const FailingReads&) = delete;
+
+    static int sCount; // so many will fail
+
+  private:
+    static sqlite3_vfs* sReal;
+    static const sqlite3_io_methods* sRealMethods;
+    static sqlite3_io_methods sMethods;
+    sqlite3_vfs mSystem{};
+};
+
+int FailingReads::sCount = 0;
+sqlite3_vfs* FailingReads::sReal = nullptr;
+const sqlite3_io_methods* FailingReads::sRealMethods = nullptr;
+sqlite3_io_methods FailingReads::sMethods;
+
+TEST_F(ConfigDatabase, ReadsAgainBeforeItReportsAFailure) {
+    const FailingReads failing;
+    ASSERT_TRUE(database.open());
+    execute("INSERT INTO config VALUES ('cfg.a', 2, 'value'); PRAGMA wal_checkpoint(TRUNCATE)");
+    FailingReads::sCount = 4;
+    EXPECT_EQ(Keys{"2=value"}, read("cfg.a"));
+    EXPECT_EQ(0, FailingReads::sCount) << "it did not read from the file";
+    execute("INSERT INTO config VALUES ('cfg.a', 2, 'value'); PRAGMA wal_checkpoint(TRUNCATE)");
+    FailingReads::sCount = 1000;
+    EXPECT_EQ(Keys{}, read("cfg.a"));
+    EXPECT_NE("", database.lastError());
+    FailingReads::sCount = 0;
+    EXPECT_EQ(Keys({"2=value", "2=value"}), read("cfg.a"));
+    database.disconnect();
+}
+
+TEST_F(ConfigDatabase, FileThatWasReplacedIsOpenedAnew) {
+    const std::string file = mDirectory.file("config.db");
+    const std::string other = mDirectory.file("other.db");
+    const auto replaceBy = [&](const std::string& replacement) {
+        EXPECT_EQ(0, rename(replacement.c_str(), file.c_str()));
+    };
+    ASSERT_TRUE(database.open());
+    ASSERT_TRUE(database.writeString("cfg.a", "before"));
+    database.disconnect();
+    ASSERT_EQ(0, rename(file.c_str(), other.c_str()));
+    ASSERT_TRUE(database.open());
+    ASSERT_TRUE(database.writeString("cfg.a", "after"));
+    EXPECT_EQ(Keys{"2=after"}, read("cfg.a"));
+    replaceBy(other);
+    EXPECT_EQ(Keys{"2=before"}, read("cfg.a")) << "nothing of the old file's log";
+    EXPECT_TRUE(database.writeString("cfg.b", "new"));
+    EXPECT_EQ(Keys{"2=new"}, read("cfg.b"));
+
+    // What takes its place and is no database fails each call, until it is replaced again.
+    replaceBy(mDirectory.write("no.db", std::string(5000, 'x')));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(Keys{}, read("cfg.a"));
+        EXPECT_NE("", database.lastError());
+    }
+    ASSERT_EQ(0, unlink(file.c_str()));
+    EXPECT_TRUE(database.writeString("cfg.a", "anew"));
+    EXPECT_EQ(Keys{"2=anew"}, read("cfg.a"));
+}
+
 TEST_F(ConfigDatabase, WritesReadsErasesAndLists) {
     ASSERT_TRUE(database.open());
     EXPECT_TRUE(database.connected());

@@ -2,7 +2,8 @@
 //
 // The database is the file $VEX_CONFIGDB, else /var/lib/vex/config.db. The connection is used by one thread
 // at a time, and not across a fork. A write is on disk when the call returns; another process that writes at
-// the same moment is waited for, up to 5 s.
+// the same moment is waited for, up to 5 s. A file that took the name of the open one is opened anew by the
+// next call.
 #ifndef VEX_CONFIGDATABASECONNECTION_H
 #define VEX_CONFIGDATABASECONNECTION_H
 
@@ -44,6 +45,7 @@ class VEX_PUBLIC ConfigDatabaseConnection {
 
     // Reads the records of `key`. True when there is at least one; then `records` points at `count` records
     // to be released with free(). False when there is none, or on failure; then `count` is 0, `records` null.
+    // What fails is tried five times more within a second first.
     [[nodiscard]] bool read(const char* key, unsigned& count, ConfigDatabaseRecord*& records);
 
     // Releases what read() gave; null is ignored.
