@@ -1,6 +1,7 @@
 #include "common/VexStreamLog.h"
 
 #include "common/Thread.h"
+#include "common/printable.h"
 #include "vex/concurrency.h"
 #include <cstdio>
 #include <iostream>
@@ -95,7 +96,7 @@ std::ostream& operator<<(std::ostream& os, const LogPriority& priority) {
 
 LogLine::~LogLine() {
     const CancellationBlock block;
-    const std::string text = mText.str();
+    const std::string text = printable(mText.str());
     scoped_lock lock(sLineMutex);
     std::clog << mPriority << text << std::endl;
 }

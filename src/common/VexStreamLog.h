@@ -63,7 +63,8 @@ class VexStreamLog : public std::streambuf {
 std::ostream& operator<<(std::ostream& os, const LogPriority& priority);
 
 // One log line: collects the text and, at the end of the statement, writes priority, text and line end to
-// std::clog under one lock. Used through VEX_LOG.
+// std::clog under one lock. Control characters of the text, which may come from an image, a server or the
+// bus, become "?": nobody else writes lines of this log. Used through VEX_LOG.
 class LogLine {
   public:
     explicit LogLine(LogPriority priority) : mPriority(priority) {}

@@ -1,5 +1,6 @@
 #include "installed/SuuReport.h"
 
+#include "common/printable.h"
 #include "image/ZempPart.h"
 #include <algorithm>
 #include <cstdio>
@@ -16,14 +17,9 @@ std::string format(const char* pattern, Values... values) {
     return line;
 }
 
-// Text of a field, fit for a terminal.
 template <size_t Width>
 std::string printable(const char (&field)[Width]) {
-    std::string text = ZempFormat::text(field);
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; },
-        '?');
-    return text;
+    return ::printable(ZempFormat::text(field));
 }
 
 unsigned usedSets(const suu_data_t& data) {

@@ -1,5 +1,6 @@
 // Process entry: the run modes, the log stream, the HTTP library's start, and the way of a signal.
 #include "common/VexStreamLog.h"
+#include "common/printable.h"
 #include "image/ZempParser.h"
 #include "main/ArgParser.h"
 #include "main/SignalThread.h"
@@ -68,7 +69,7 @@ void parseFile(FileFragment::FragmentType type) {
     for (uint32_t i = 0; i < parser.getNumberOfZempParts(); ++i) {
         const std::unique_ptr<ZempPart> part(parser.getZempPartAt(i));
         if (parsed && part)
-            std::cout << " - " << part->toString() << "\n";
+            std::cout << " - " << printable(part->toString()) << "\n";
     }
     std::cout << std::flush;
 }

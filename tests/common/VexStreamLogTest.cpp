@@ -21,6 +21,9 @@ TEST(VexStreamLog, PrintsIdentPriorityAndText) {
     EXPECT_EQ(logOf(
                   LogDebug, [] { VEX_LOG(LogWarning) << "x"; }, nullptr),
               "(LOG_WARNING): x\n");
+    const std::string foreign = std::string("name\0\t\x1b[2J\x7f\r\n", 13) + "\xc3\xa4 fake(LOG_INFO): line";
+    EXPECT_EQ(logOf(LogDebug, [&] { VEX_LOG(LogInfo) << "'" << foreign << "'"; }),
+              "log(LOG_INFO): 'name???[2J???\xc3\xa4 fake(LOG_INFO): line'\n");
 }
 
 TEST(VexStreamLog, WhatIsAboveTheLevelIsNeitherPrintedNorEvaluated) {

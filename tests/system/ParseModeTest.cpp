@@ -38,6 +38,16 @@ TEST_F(ParseMode, ListsAnImageAndAContentPart) {
     EXPECT_EQ(run("-v 0 -p " + mImage), "\n" + mImage + " :\n - root 1.02-3, root-build\n");
 }
 
+TEST_F(ParseMode, ShowsNoControlCharactersOfAnImage) {
+    ImageBuilder builder = goldenBuilder();
+    builder.software("net", {1, 2, 3}, "a\x1b[2J\nb", Bytes(3, 'x'));
+    builder.write(mImage);
+    const std::string printed = run("-v 7 -f " + mImage);
+    EXPECT_NE(printed.find("\n - net 1.02-3, a?[2J?b\n"), std::string::npos) << printed;
+    EXPECT_EQ(printed.find('\x1b'), std::string::npos);
+    EXPECT_EQ(printed.find("\nb"), std::string::npos);
+}
+
 TEST_F(ParseMode, SaysThatAFileCannotBeParsed) {
     const std::string failure = "\nFailed to parse '" + mImage + "' !\n";
     Bytes damaged = goldenBuilder().build();

@@ -1,13 +1,13 @@
 #include "zemp/Table.h"
 
+#include "common/printable.h"
 #include <algorithm>
+#include <utility>
 
 namespace zemp {
 
 std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; },
-        '?');
+    text = ::printable(std::move(text));
     return text.empty() ? "-" : text;
 }
 
