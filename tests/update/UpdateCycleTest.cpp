@@ -316,6 +316,20 @@ TEST_F(UpdateCycle, WaitingAtStartTouchesNothing) {
     EXPECT_EQ(terminal.action(), FwAction::Unspecified);
 }
 
+TEST_F(UpdateCycle, StartFlagsWhatIsOnDiskAndADisabledOneThrowsItAway) {
+    terminal.runUntilSettled(Hour);
+    const size_t requests = terminal.server.ranges().size();
+    terminal.config.ready.clear(); // while the daemon is stopped
+    terminal.restart();
+    expectCompletes(terminal);
+    EXPECT_EQ(terminal.server.ranges().size(), requests);
+    terminal.config.disabled = true;
+    terminal.restart();
+    terminal.run(60);
+    EXPECT_FALSE(terminal.isReady());
+    EXPECT_THAT(terminal.files(), IsEmpty());
+}
+
 TEST_F(UpdateCycle, ForceWhileWaitingFlagsAgain) {
     terminal.runUntilSettled(Hour);
     terminal.config.forced = true;
