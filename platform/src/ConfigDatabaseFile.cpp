@@ -3,8 +3,10 @@
 #include "SqliteStatement.h"
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -12,6 +14,9 @@ constexpr int sSchemaVersion = 1;
 
 // How long another process's write is waited for.
 constexpr int sBusyTimeoutMs = 5000;
+
+// Passwords and addresses may stand in it. Log and shared memory beside it get the same mode from SQLite.
+constexpr mode_t sDatabaseMode = 0640;
 
 // Between two attempts at what SQLite's own waiting does not cover.
 constexpr std::chrono::milliseconds sRetryPause(20);
@@ -92,6 +97,10 @@ SqliteDatabase openConfigDatabase(const std::string& path, std::string& error) {
         error = "there is no directory " + directory;
         return nullptr;
     }
+    // SQLite would let everybody read a file that it makes itself; what is there already keeps its mode.
+    const int made = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, sDatabaseMode);
+    if (made >= 0)
+        close(made);
     sqlite3* opened = nullptr;
     const int result =
         sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -158,6 +159,11 @@ TEST_F(ConfigDatabase, WritesReadsErasesAndLists) {
     ASSERT_TRUE(database.open()) << "opens anew";
     EXPECT_TRUE(database.list(nullptr, keys));
     EXPECT_EQ((Keys{"cfg.b", "state.c"}), keys);
+    struct stat status {};
+    for (const char* const suffix : {"", "-wal", "-shm"}) {
+        ASSERT_EQ(0, stat(mDirectory.file(std::string("config.db") + suffix).c_str(), &status));
+        EXPECT_EQ(0640U, status.st_mode & 07777) << suffix;
+    }
 }
 
 TEST_F(ConfigDatabase, RecordsOfAnyTypeAndNumberAreRead) {
