@@ -1,0 +1,116 @@
+"""Command line of script/terminal."""
+
+import argparse
+import os
+import signal
+import subprocess
+import sys
+import time
+
+import card
+import images
+import parts
+from machine import MachineError
+from parts import say
+from terminal import SETTINGS, Desk
+
+BYTES_PER_SECOND = 25000  # at level 6 and below
+POLL_SECONDS = 2
+
+
+def words():
+    parser = argparse.ArgumentParser(prog="script/terminal", description="Boots an emulated 32-bit ARM terminal, installs the "
+                                     "project's packages in it, and gives a shell or runs one update.")
+    parser.add_argument("verb", nargs="?", choices=["shell", "update", "build"], default="shell",
+                        help="build only makes what is kept below build/terminal")
+    parser.add_argument("--flavour", choices=parts.FLAVOURS, default="systemd",
+                        help="systemd with the unit, or busybox init with the init script")
+    parser.add_argument("--image", help="the image to update to; without it one that the terminal needs all of")
+    parser.add_argument("--installed", metavar="RECORD", help="host configuration record of what the terminal has")
+    parser.add_argument("--mb", type=int, default=1, help="size of the image that is made (%(default)s)")
+    parser.add_argument("--level", type=int, help="of the daemon's log; at 7 it downloads at full speed")
+    parser.add_argument("--scale", type=float, help="makes the daemon's timers so many times faster")
+    parser.add_argument("--memory", type=int, default=128, help="of the terminal in MiB (%(default)s)")
+    parser.add_argument("--tmp", metavar="SIZE", help="of /tmp, which is memory, for example 16M; without it half of the memory")
+    parser.add_argument("--card", type=int, default=256, metavar="MIB", help="size of the card, a power of two (%(default)s)")
+    parser.add_argument("--packages", metavar="DIRECTORY", help="of armhf packages, in place of those of these sources")
+    parser.add_argument("--keep", metavar="DIRECTORY", help="leave card, root and logs there")
+    return parser.parse_args()
+
+
+def prepare(terminal, options):
+    """Installed and running, with the settings that were asked for."""
+    begin = time.monotonic()
+    terminal.install()
+    values = {}
+    if options.level is not None:
+        values["FW_DOWNLOAD_OPTIONS"] = f'"-v {options.level}"'
+    if options.scale:
+        values["VEX_TIME_SCALE"] = options.scale
+    if options.tmp:
+        terminal.do(f"mount -o remount,size={options.tmp} /tmp")
+    if values:
+        terminal.settings(**values)
+        terminal.service("restart")
+    terminal.wait_service()
+    say(f"packages installed and service running after {time.monotonic() - begin:.0f} s")
+
+
+def update(desk, terminal, options):
+    """One update through the installed service; raises if it is not right. The power is cut when the image is flagged."""
+    source = desk.serve(options.image, options.mb)
+    record = options.installed or desk.record
+    bytes_needed = os.path.getsize(source)
+    seconds = 420 / (options.scale or 1) + 60 + bytes_needed / (BYTES_PER_SECOND if options.level != 7 else 500000) * 1.5
+    terminal.configure(images.configuration(source, desk.url()))
+    terminal.do("vexctl signal send evt.confd.updated")
+    begin = time.monotonic()
+    while not (flag := terminal.value("cfg.fw_ready_for_install")):
+        if time.monotonic() - begin > seconds or terminal.restarts():
+            reason = "the service has ended and was started again" if terminal.restarts() else f"no image after {seconds:.0f} s"
+            raise MachineError(f"{reason}; the daemon's log ends with\n" + "\n".join(terminal.log().splitlines()[-30:]))
+        time.sleep(POLL_SECONDS)
+    say(f"update of {bytes_needed} bytes ready after {time.monotonic() - begin:.0f} s: {flag}")
+    peak = terminal.ask("cat /sys/fs/cgroup/system.slice/fw-download.service/memory.peak 2>/dev/null")
+    if peak:
+        say(f"most memory of the service, page cache and /tmp included: {int(peak) / 2**20:.1f} MiB")
+    terminal.cut()
+    look = card.Look(desk.card)
+    if not look.sound:
+        raise MachineError(f"the card's file system has faults: {look.findings}")
+    compiled = look.image(flag)
+    if compiled is None:
+        raise MachineError(f"the card does not hold {flag}, but {look.files}")
+    if fault := images.fault(compiled, source, record):
+        raise MachineError(f"the image on the card is wrong: {fault}")
+    say(f"the image on the card is right: {len(compiled)} bytes")
+
+
+def shell(desk, terminal, options):
+    desk.serve(options.image, options.mb)
+    say(f"an image is served at {desk.url()}; settings of the service are in {SETTINGS}")
+    say("'poweroff' or Ctrl and ] ends the terminal")
+    terminal.talk()
+
+
+def main():
+    options = words()
+    signal.signal(signal.SIGTERM, lambda *unused: sys.exit(1))  # leaves the scopes
+    parts_only = options.verb == "build"
+    packages = None
+    if options.packages:
+        packages = [os.path.join(options.packages, name) for name in sorted(os.listdir(options.packages))
+                    if name.endswith("_armhf.deb")]
+    try:
+        with Desk(options.flavour, packages, options.keep, options.card) as desk:
+            if parts_only:
+                return
+            terminal = desk.boot(record=options.installed, memory=options.memory)
+            prepare(terminal, options)
+            (update if options.verb == "update" else shell)(desk, terminal, options)
+    except (MachineError, OSError, RuntimeError, subprocess.CalledProcessError) as error:
+        sys.exit(f"terminal: {error}")
+
+
+if __name__ == "__main__":
+    main()
