@@ -1,8 +1,11 @@
-// Preloaded into the daemon: counts what it does to its files, and ends it or asks it to stop at one of these
-// points, named in the environment:
+// Preloaded into the daemon: counts what it does to its files, and at one of these points ends it, asks it to
+// stop, or lets the operation fail, as named in the environment:
 //
-//   FW_POINT       "before write image 3": just before the third write to a file of that class. "amid" lets
-//                  half of a write happen; "after" lets all of it happen.
+//   FW_POINT       "before write image 3": killed just before the third write to a file of that class. "amid"
+//                  lets half of a write happen; "after" lets all of it happen.
+//                  "fail write image 3": that one fails with EIO. "lasting": it and all after it, until there
+//                  is a file /tmp/heal; writes with ENOSPC. "short": half of a write happens, a read finds
+//                  the end of the file. "flip": one bit of what is read or written is wrong.
 //   FW_POINT_LOG   gets a line for every operation, and at last one for the point.
 //   FW_POINT_LOSS  what the disk keeps besides what was synced: "none" keeps all, as after a kill; "cut"
 //                  loses all unsynced bytes at the end of the files written; "zero" keeps half of them and
@@ -15,6 +18,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -34,6 +38,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* Downloads = "/data/fw/";
 constexpr const char* Undo = "/data/fw/.undo";
+constexpr const char* Heal = "/tmp/heal";
 
 // The definition behind the one that is exported here.
 template <typename Function>
@@ -78,7 +83,7 @@ class Journal {
         return *journal;
     }
 
-    // The wanted position at this operation: "before", "amid", "after", or empty.
+    // The wanted position at this operation, or empty. What fails has errno set.
     std::string enter(const std::string& operation, const std::string& path) {
         const std::string type = classOf(path);
         if (type.empty())
@@ -88,10 +93,17 @@ class Journal {
         what += " " + type;
         note(what);
         what += " " + std::to_string(++mCounts[what]);
-        for (const char* const position : {"before", "amid", "after"})
-            if (mPoint == std::string(position) + " " + what)
+        for (const char* const position : {"before", "amid", "after", "fail", "short", "flip", "lasting"})
+            if (mPoint == std::string(position) + " " + what) {
+                mFailing = position == std::string("lasting") ? operation + " " + type : "";
+                noteTime();
+                errno = EIO;
                 return position;
-        return "";
+            }
+        if (mFailing != operation + " " + type || faccessat(AT_FDCWD, Heal, F_OK, 0) == 0)
+            return "";
+        errno = operation == "write" || operation == "sync" ? ENOSPC : EIO;
+        return "lasting";
     }
 
     // Of a watched file.
@@ -134,8 +146,6 @@ class Journal {
     // The point is reached.
     void act() {
         const std::lock_guard<std::mutex> lock(mMutex);
-        const auto now = std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
-        note("at " + std::to_string(now) + " ms " + mPoint);
         mPoint.clear();
         if (mStop != 0)
             kill(getpid(), mStop);
@@ -159,6 +169,11 @@ class Journal {
             lose();
         kill(getpid(), SIGKILL);
         pause();
+    }
+
+    void noteTime() const {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+        note("at " + std::to_string(now) + " ms " + mPoint);
     }
 
     void note(const std::string& text) const {
@@ -193,14 +208,15 @@ class Journal {
     }
 
     // Constant.
-    const int mLog =
-        open64(environmentText("FW_POINT_LOG").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int mLog = next(open64, "open64")(environmentText("FW_POINT_LOG").c_str(),
+                                            O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     const std::string mLoss = environmentText("FW_POINT_LOSS");
     const int mDelayMs = atoi(environmentText("FW_POINT_DELAY_MS").c_str());
     const int mStop = atoi(environmentText("FW_POINT_STOP").c_str());
 
     std::mutex mMutex; // for all below
     std::string mPoint = environmentText("FW_POINT");
+    std::string mFailing; // operation and class that fail from the point on
     std::map<std::string, int> mCounts;
     std::map<std::string, uintmax_t> mSynced; // bytes on disk of each file written
     std::string mRenamedFrom;                 // an image's rename that is not on disk yet
@@ -210,15 +226,16 @@ class Journal {
 
 using Record = void (Journal::*)(const std::string& path);
 
-// One operation with the point before, amid or after it, errno kept. `operation` does `size` of it, or half
-// of that; `record` follows when a watched file was changed.
+// One operation with the point before, amid or after it, or failing there, errno kept. `operation` does
+// `size` of it, or half of that; `record` follows when a watched file was changed.
 template <typename Operation>
-auto perform(const char* name, const std::string& path, const Operation& operation, Record record = nullptr,
-             size_t size = 0) {
-    const std::string position = Journal::get().enter(name, path);
+auto perform(const std::string& position, const std::string& path, const Operation& operation,
+             Record record = nullptr, size_t size = 0) {
+    if (position == "fail" || position == "lasting")
+        return decltype(operation(size))(-1);
     if (position == "before")
         Journal::get().act();
-    const auto result = operation(position == "amid" ? size / 2 : size);
+    const auto result = operation(position == "amid" || position == "short" ? size / 2 : size);
     const int error = errno;
     if (result >= 0 && record != nullptr && !classOf(path).empty())
         (Journal::get().*record)(path);
@@ -226,6 +243,36 @@ auto perform(const char* name, const std::string& path, const Operation& operati
         Journal::get().act();
     errno = error;
     return result;
+}
+
+template <typename Operation>
+ssize_t performWrite(int fd, const void* data, size_t size, const Operation& operation) {
+    const std::string path = pathOf(fd);
+    const std::string position = Journal::get().enter("write", path);
+    std::string bytes;
+    if (position == "flip" && size > 0) {
+        bytes.assign(static_cast<const char*>(data), size);
+        bytes[size / 2] ^= 0x10;
+        data = bytes.data();
+    }
+    return perform(
+        position, path, [&](size_t part) { return operation(data, part); }, &Journal::onWritten, size);
+}
+
+template <typename Operation>
+ssize_t performRead(int fd, void* data, size_t size, const Operation& operation) {
+    const std::string path = pathOf(fd);
+    const std::string position = Journal::get().enter("read", path);
+    const ssize_t result = perform(
+        position, path, [&](size_t) { return position == "short" ? 0 : operation(); }, nullptr, size);
+    if (position == "flip" && result > 0)
+        static_cast<char*>(data)[result / 2] ^= 0x10;
+    return result;
+}
+
+template <typename Operation>
+int performOpen(const char* path, const Operation& operation) {
+    return perform(Journal::get().enter("open", path), path, [&](size_t) { return operation(); });
 }
 
 // The C library's own streams write without a call that can be caught here, so those of watched files are
@@ -238,30 +285,63 @@ std::map<FILE*, int> sStreams; // guarded by sStreamsMutex; those that are close
 extern "C" {
 
 ssize_t write(int fd, const void* data, size_t size) {
-    const auto operation = [&](size_t part) { return next(write, "write")(fd, data, part); };
-    return perform("write", pathOf(fd), operation, &Journal::onWritten, size);
+    return performWrite(fd, data, size,
+                        [fd](const void* from, size_t part) { return next(write, "write")(fd, from, part); });
 }
 
 ssize_t pwrite64(int fd, const void* data, size_t size, off64_t offset) {
-    const auto operation = [&](size_t part) { return next(pwrite64, "pwrite64")(fd, data, part, offset); };
-    return perform("write", pathOf(fd), operation, &Journal::onWritten, size);
+    return performWrite(fd, data, size, [fd, offset](const void* from, size_t part) {
+        return next(pwrite64, "pwrite64")(fd, from, part, offset);
+    });
 }
 
 ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) {
     return pwrite64(fd, data, size, offset);
 }
 
+ssize_t read(int fd, void* data, size_t size) {
+    return performRead(fd, data, size, [&] { return next(read, "read")(fd, data, size); });
+}
+
+ssize_t pread64(int fd, void* data, size_t size, off64_t offset) {
+    return performRead(fd, data, size, [&] { return next(pread64, "pread64")(fd, data, size, offset); });
+}
+
+ssize_t pread(int fd, void* data, size_t size, off_t offset) {
+    return pread64(fd, data, size, offset);
+}
+
+int open64(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return performOpen(path, [&] { return next(open64, "open64")(path, flags, mode); });
+}
+
+int open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return performOpen(path, [&] { return next(open, "open")(path, flags, mode); });
+}
+
 int fsync(int fd) {
-    const auto operation = [&](size_t) { return next(fsync, "fsync")(fd); };
-    return perform("sync", pathOf(fd), operation, &Journal::onSynced);
+    const std::string path = pathOf(fd);
+    return perform(
+        Journal::get().enter("sync", path), path, [&](size_t) { return next(fsync, "fsync")(fd); },
+        &Journal::onSynced);
 }
 
 int fdatasync(int fd) {
-    return perform("sync", pathOf(fd), [&](size_t) { return next(fdatasync, "fdatasync")(fd); });
+    const std::string path = pathOf(fd);
+    return perform(Journal::get().enter("sync", path), path,
+                   [&](size_t) { return next(fdatasync, "fdatasync")(fd); });
 }
 
 int rename(const char* from, const char* to) {
-    return perform("rename", to, [&](size_t) {
+    return perform(Journal::get().enter("rename", to), to, [&](size_t) {
         if (!classOf(to).empty())
             Journal::get().beforeRename(from, to);
         return next(rename, "rename")(from, to);
@@ -269,14 +349,18 @@ int rename(const char* from, const char* to) {
 }
 
 int unlink(const char* path) {
-    const auto operation = [&](size_t) { return next(unlink, "unlink")(path); };
-    return perform("unlink", path, operation, &Journal::onUnlinked);
+    return perform(
+        Journal::get().enter("unlink", path), path, [&](size_t) { return next(unlink, "unlink")(path); },
+        &Journal::onUnlinked);
 }
 
 FILE* fdopen(int fd, const char* mode) {
-    if (*mode != 'w' || classOf(pathOf(fd)).empty())
+    if (classOf(pathOf(fd)).empty())
         return next(fdopen, "fdopen")(fd, mode);
     cookie_io_functions_t functions = {};
+    functions.read = [](void* cookie, char* data, size_t size) {
+        return read(*static_cast<int*>(cookie), data, size);
+    };
     functions.write = [](void* cookie, const char* data, size_t size) {
         return write(*static_cast<int*>(cookie), data, size);
     };

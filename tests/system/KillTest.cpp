@@ -4,6 +4,7 @@
 // FW_KILL_POINTS and FW_KILL_MOMENTS set the number of rounds, FW_SOAK_SEED the first seed: a round that has
 // failed is repeated by its seed with one round.
 #include "system/SoakTerminal.h"
+#include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -37,6 +38,10 @@ std::vector<Point> pointsOf(const std::vector<std::string>& operations) {
                                   operation.find("fragment") == std::string::npos, operation});
     }
     return points;
+}
+
+bool changesNothing(const std::string& operation) {
+    return operation.rfind("open", 0) == 0 || operation.rfind("read", 0) == 0;
 }
 
 class Kill : public testing::Test {
@@ -100,7 +105,8 @@ TEST_F(Kill, AtNamedPoints) {
     mTerminal.start(survey);
     ASSERT_EQ(mTerminal.untilReady(), "");
     ASSERT_EQ(mTerminal.stop(SIGTERM), "");
-    const std::vector<std::string> operations = mTerminal.operations();
+    std::vector<std::string> operations = mTerminal.operations();
+    operations.erase(std::remove_if(operations.begin(), operations.end(), changesNothing), operations.end());
     const std::set<std::string> kinds(operations.begin(), operations.end());
     EXPECT_EQ(kinds, (std::set<std::string>{"rename fragment", "rename image", "sync database",
                                             "sync directory", "sync image", "unlink body", "write body",

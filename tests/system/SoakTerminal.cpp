@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -139,6 +140,7 @@ void SoakTerminal::reset() {
     for (const fs::directory_entry& entry : fs::directory_iterator(mWork.downloads()))
         fs::remove_all(entry.path());
     fs::remove(mWork.temporary() + "/zempparts");
+    fs::remove(mWork.temporary() + "/heal");
     mLab->config()->set(ReadyKey, "");
 }
 
@@ -149,6 +151,10 @@ std::vector<std::string> SoakTerminal::operations() const {
         if (line.rfind("at ", 0) != 0)
             lines.push_back(line);
     return lines;
+}
+
+void SoakTerminal::heal() const {
+    std::ofstream(mWork.temporary() + "/heal").put('1');
 }
 
 std::optional<std::chrono::steady_clock::time_point> SoakTerminal::pointTime() const {

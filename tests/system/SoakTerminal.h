@@ -31,8 +31,8 @@ Milliseconds randomTime(Random& random, Milliseconds most);
 // How one life of the daemon begins.
 struct Life {
     bool isInBackground = false;
-    int verbosity = 7;         // below 7 it fetches 25000 bytes per second
-    std::string point = {};    // where it is killed or stopped, as KillPoint.cpp has it; empty: nowhere
+    int verbosity = 7;      // below 7 it fetches 25000 bytes per second
+    std::string point = {}; // where it is killed, stopped or failed, as KillPoint.cpp has it; empty: nowhere
     std::string loss = "none"; // what the disk loses then
     int stopSignal = 0;        // sent at the point instead of a kill
     Milliseconds delay{0};     // of a kill behind its point
@@ -82,6 +82,9 @@ class SoakTerminal {
 
     // The operations of this life, each as "write image".
     std::vector<std::string> operations() const;
+
+    // Ends a fault that lasts from its point on.
+    void heal() const;
 
     // When the point was reached, if it was.
     std::optional<std::chrono::steady_clock::time_point> pointTime() const;

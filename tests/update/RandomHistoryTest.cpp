@@ -5,102 +5,233 @@
 // FW_HISTORY_SEEDS=FIRST-LAST runs other seeds than the usual 300. A failing seed prints its history.
 #include "update/rig/Terminal.h"
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
+#include <sys/stat.h>
 
 using namespace rig;
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr unsigned Minute = 60;
 constexpr unsigned FaultyTicks = 40 * Minute;        // then everything is right again
 constexpr unsigned PatienceTicks = 14 * 60 * Minute; // for what is left to the four-minute timer
+constexpr uint64_t SmallDisk = 20000;                // holds one version, its image, and that image once more
 constexpr uint64_t MaximumBytesOnDisk = 200000;      // images have 11 kB; whole-file answers add to that
 
-// One thing that happens, as data: at `tick`, `what` with `argument`.
+// A version's number in 1.05-N.
+uint16_t buildFrom(unsigned argument) {
+    return static_cast<uint16_t>(7 + argument % 3);
+}
+
+// A file of the download directory, its full path; empty when there is none. The flagged image is the
+// installer's.
+std::string anyFile(const Terminal& terminal, unsigned argument) {
+    const std::set<std::string> files = terminal.files();
+    if (files.empty())
+        return "";
+    const std::string name = *std::next(files.begin(), argument % static_cast<long>(files.size()));
+    return name.find("zemp") != std::string::npos ? "" : terminal.path(name);
+}
+
+// Something that is no file stands where the daemon has one, or is about to write an image.
+void replaceByOtherKind(Terminal& terminal, unsigned argument) {
+    std::string path = anyFile(terminal, argument / 4);
+    if (argument % 3 == 0)
+        path = terminal.path("fw_download_update.zemp-" + terminal.config.version + ".part");
+    if (path.empty())
+        return;
+    std::error_code none;
+    fs::remove_all(path, none);
+    if (argument % 4 == 0)
+        fs::create_directory(path, none);
+    else if (argument % 4 == 1)
+        mkfifo(path.c_str(), 0644);
+    else if (argument % 4 == 2)
+        fs::create_symlink("nowhere", path, none);
+    else
+        fs::create_symlink(terminal.path("../elsewhere"), path, none);
+}
+
+// The same names and versions as in another release, with other bytes of another length.
+void rebuildUnderOldVersions(Terminal& terminal, unsigned argument) {
+    std::vector<PoolSpec> pools = standardPools();
+    for (size_t i = 0; i < pools.size(); ++i) {
+        if ((argument >> i & 1U) == 0)
+            continue;
+        pools[i].bodySize += 4 * (1 + argument % 3);
+        pools[i].partBuild = buildFrom(argument + 1);
+    }
+    const uint16_t build = buildFrom(argument);
+    terminal.publish(versionOf(build), makeImage(build, pools));
+}
+
+// What may happen, by name.
+struct Kind {
+    const char* name;
+    void (*happen)(Terminal& terminal, unsigned argument);
+    bool isOrdinary; // else only in a run with FW_HISTORY_KINDS=NAME,NAME or "all"
+};
+
+const Kind Kinds[] = {
+    {"fault",
+     [](Terminal& terminal, unsigned argument) {
+         terminal.server.faults.assign(1 + argument % 5, static_cast<Fault>(argument % FaultCount));
+     },
+     true},
+    {"lasting",
+     [](Terminal& terminal, unsigned argument) {
+         terminal.server.fault = static_cast<Fault>(argument % FaultCount);
+     },
+     true},
+    {"version",
+     [](Terminal& terminal, unsigned argument) {
+         terminal.configure(versionOf(argument % 10 == 0 ? uint16_t{70} : buildFrom(argument)));
+     },
+     true},
+    {"restart", [](Terminal& terminal, unsigned) { terminal.restart(); }, true},
+    {"kill", [](Terminal& terminal, unsigned) { terminal.restart(false); }, true},
+    {"disable", [](Terminal& terminal, unsigned argument) { terminal.config.disabled = argument % 2 == 0; },
+     true},
+    {"slow", [](Terminal& terminal, unsigned argument) { terminal.downloadTicks = 1 + argument % 20; }, true},
+    {"delete", [](Terminal& terminal, unsigned argument) { remove(anyFile(terminal, argument).c_str()); },
+     true},
+    {"damage",
+     [](Terminal& terminal, unsigned argument) {
+         const fs::path path = anyFile(terminal, argument);
+         if (!path.empty())
+             terminal.write(path.filename(), bodyOf(argument, argument));
+     },
+     true},
+    {"litter",
+     [](Terminal& terminal, unsigned argument) {
+         terminal.write("ContentPart-" + std::to_string(argument), bodyOf(argument, 3));
+     },
+     true},
+    {"swap", // the parts stay as they are and move in the image
+     [](Terminal& terminal, unsigned argument) {
+         terminal.publish("1.05-7",
+                          makeImage(7, standardPools(), std::string(argument % 120 + 1, 'x') + "\n"));
+     },
+     true},
+    {"notice", [](Terminal& terminal, unsigned) { terminal.notify(); }, true},
+    {"force", [](Terminal& terminal, unsigned argument) { terminal.config.forced = argument % 2 == 0; },
+     true},
+    {"flag", [](Terminal& terminal, unsigned) { terminal.config.ready.clear(); }, true},
+    {"incomplete",
+     [](Terminal& terminal, unsigned) {
+         terminal.config.status = "incomplete";
+         terminal.notify();
+         terminal.config.status = "complete";
+     },
+     true},
+    {"installed", [](Terminal& terminal, unsigned) { terminal.config.installed = terminal.config.version; },
+     true},
+    {"reads", [](Terminal& terminal, unsigned argument) { terminal.config.failingReads = 1 + argument % 12; },
+     true},
+    {"writes",
+     [](Terminal& terminal, unsigned argument) { terminal.config.failingWrites = 1 + argument % 2; }, true},
+    {"rest", [](Terminal& terminal, unsigned argument) { terminal.handlerRests = 1 + argument % 10; }, true},
+    {"rebuilt", rebuildUnderOldVersions, false},
+    {"disk", [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + 10 * argument; },
+     false},
+    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }, false},
+    {"kind", replaceByOtherKind, false},
+    {"gone",
+     [](Terminal& terminal, unsigned argument) {
+         fs::remove_all(terminal.path(""));
+         if (argument % 2 == 0)
+             std::ofstream(terminal.path("")) << "no directory";
+     },
+     false},
+};
+
+// One thing that happens, as data: in `tick`, after `step` of its steps, with `argument`.
 struct Row {
     unsigned tick;
-    std::string what;
+    unsigned step;
+    const Kind* kind;
     unsigned argument;
 };
 
 class History {
   public:
     explicit History(unsigned seed) : mRandom(seed) {
+        const char* const text = getenv("FW_HISTORY_KINDS");
+        const std::string more = std::string(",") + (text != nullptr ? text : "") + ",";
+        std::vector<const Kind*> kinds = {&Kinds[0], &Kinds[0], &Kinds[0]}; // most are faults of the server
+        for (const Kind& kind : Kinds)
+            if (kind.isOrdinary || more == ",all," ||
+                more.find("," + std::string(kind.name) + ",") != std::string::npos)
+                kinds.push_back(&kind);
         const unsigned rows = pick(1, 12);
-        for (unsigned i = 0; i < rows; ++i)
-            mRows.push_back(makeRow());
+        for (unsigned i = 0; i < rows; ++i) {
+            const Kind* const kind = kinds[pick(0, static_cast<unsigned>(kinds.size()) - 1)];
+            mRows.push_back({pick(1, FaultyTicks), pick(0, 4), kind, pick(0, 999)});
+        }
     }
 
-    const std::vector<Row>& rows() const { return mRows; }
-    unsigned pick(unsigned from, unsigned to) {
-        return std::uniform_int_distribution<unsigned>(from, to)(mRandom);
+    // What happens in this tick, in one step of it.
+    void prepare(Terminal& terminal, unsigned tick) const {
+        for (const Row& row : mRows) {
+            if (row.tick != tick)
+                continue;
+            terminal.stepsBefore = row.step;
+            terminal.between = [&terminal, &row] { row.kind->happen(terminal, row.argument); };
+        }
     }
 
     std::string text() const {
         std::ostringstream text;
         for (const Row& row : mRows)
-            text << "  " << row.tick << ": " << row.what << " " << row.argument << "\n";
+            text << "  " << row.tick << "." << row.step << ": " << row.kind->name << " " << row.argument
+                 << "\n";
         return text.str();
     }
 
   private:
-    Row makeRow() {
-        static const char* const kinds[] = {"fault",   "fault",   "fault",  "fault",   "lasting",
-                                            "version", "restart", "kill",   "disable", "slow",
-                                            "delete",  "damage",  "litter", "swap"};
-        const char* kind = kinds[pick(0, sizeof kinds / sizeof *kinds - 1)];
-        return {pick(1, FaultyTicks), kind, pick(0, 999)};
+    unsigned pick(unsigned from, unsigned to) {
+        return std::uniform_int_distribution<unsigned>(from, to)(mRandom);
     }
 
     std::mt19937 mRandom;
     std::vector<Row> mRows;
 };
 
-void damageFile(const Terminal& terminal, unsigned argument, bool isDeletion) {
-    const std::set<std::string> files = terminal.files();
-    if (files.empty())
-        return;
-    const std::string name = *std::next(files.begin(), argument % static_cast<long>(files.size()));
-    if (name.find("zemp") != std::string::npos) // the flagged image is the installer's
-        return;
-    if (isDeletion)
-        remove(terminal.path(name).c_str());
-    else
-        terminal.write(name, bodyOf(argument, argument));
-}
-
-void happen(Terminal& terminal, const Row& row) {
-    if (row.what == "fault")
-        terminal.server.faults.assign(1 + row.argument % 5, static_cast<Fault>(row.argument % FaultCount));
-    else if (row.what == "lasting")
-        terminal.server.fault = static_cast<Fault>(row.argument % FaultCount);
-    else if (row.what == "version")
-        terminal.configure(versionOf(static_cast<uint16_t>(7 + row.argument % 3)));
-    else if (row.what == "restart" || row.what == "kill")
-        terminal.restart(row.what == "restart");
-    else if (row.what == "disable")
-        terminal.config.disabled = row.argument % 2 == 0;
-    else if (row.what == "slow")
-        terminal.downloadTicks = 1 + row.argument % 20;
-    else if (row.what == "delete" || row.what == "damage")
-        damageFile(terminal, row.argument, row.what == "delete");
-    else if (row.what == "litter")
-        terminal.write("ContentPart-" + std::to_string(row.argument), bodyOf(row.argument, 3));
-    else if (row.what == "swap") // the parts stay as they are and move in the image
-        terminal.publish("1.05-7",
-                         makeImage(7, standardPools(), std::string(row.argument % 120 + 1, 'x') + "\n"));
-}
-
+// Everything is as it should be but for the size of the disk. The daemon is told, as by a change notice.
 void makeAllRight(Terminal& terminal) {
     terminal.server.faults.clear();
     terminal.server.fault = Fault::None;
     terminal.downloadTicks = 1;
+    terminal.handlerRests = 0;
+    if (terminal.diskSize < SmallDisk)
+        terminal.diskSize = 0;
+    if (fs::is_regular_file(terminal.path("")))
+        fs::remove(terminal.path(""));
     terminal.config.disabled = false;
+    terminal.config.failingReads = 0;
+    terminal.config.failingWrites = 0;
+    terminal.config.installed = versionOf(0);
     if (terminal.isTerminated())
         terminal.restart();
     terminal.notify();
+}
+
+// Files of the wanted version that the daemon has lost sight of.
+std::string findLostFiles(const Terminal& terminal) {
+    std::string lost;
+    if (terminal.daemon->mUpdateHandler->getFileFragment(
+            terminal.path("ZempStart-" + terminal.config.version)) == nullptr)
+        return ""; // it has not looked at the directory
+    for (const std::string& name : terminal.files())
+        if (fs::path(name).string().find("Blob-" + terminal.config.version) != std::string::npos &&
+            terminal.daemon->mUpdateHandler->getFileFragment(terminal.path(name)) == nullptr)
+            lost += " lost " + name;
+    return lost;
 }
 
 std::pair<unsigned, unsigned> seedRange() {
@@ -114,16 +245,13 @@ std::pair<unsigned, unsigned> seedRange() {
 
 // Empty when the history ended well. `requests` is raised to the number of requests after the faults.
 std::string live(unsigned seed, size_t& requests) {
-    History history(seed);
+    const History history(seed);
     Terminal terminal;
-    for (const uint16_t build : {uint16_t{8}, uint16_t{9}})
+    for (const uint16_t build : {uint16_t{8}, uint16_t{9}, uint16_t{70}})
         terminal.publish(versionOf(build), makeImage(build));
     prepare(terminal, 7);
     for (unsigned tick = 1; tick <= FaultyTicks; ++tick) {
-        for (const Row& row : history.rows()) {
-            if (row.tick == tick)
-                happen(terminal, row);
-        }
+        history.prepare(terminal, tick);
         if (terminal.isTerminated())
             terminal.restart();
         terminal.tick();
@@ -142,9 +270,8 @@ std::string live(unsigned seed, size_t& requests) {
     std::string problems;
     for (const std::string& violation : terminal.violations())
         problems += violation + "; ";
-    // A failed compile waits for a restart, and so does an image whose flag was taken back while it waited.
-    if (!terminal.config.isReadyForVersion() && (terminal.action() == FwAction::ScanExistingFiles ||
-                                                 terminal.action() == FwAction::WaitForFwUpdate)) {
+    // A failed compile waits for a restart.
+    if (!terminal.config.isReadyForVersion() && terminal.action() == FwAction::ScanExistingFiles) {
         terminal.restart();
         terminal.runUntilSettled(PatienceTicks);
     }
@@ -153,7 +280,7 @@ std::string live(unsigned seed, size_t& requests) {
     if (!terminal.config.isReadyForVersion())
         return problems + "flagged the wrong version";
     const std::string wrong = terminal.checkReadyImage();
-    return wrong.empty() ? problems : problems + wrong;
+    return problems + wrong + findLostFiles(terminal);
 }
 
 } // namespace

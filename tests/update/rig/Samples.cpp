@@ -47,7 +47,8 @@ imagefile::ImageBuilder makeImage(uint16_t build, const std::vector<PoolSpec>& p
         element.contentIndex = spec.index;
         element.poolname = spec.pool;
         element.platform = spec.platform;
-        element.version = {1, 2, spec.isInstalled ? uint16_t{1} : build};
+        const uint16_t own = spec.partBuild != 0 ? spec.partBuild : build;
+        element.version = {1, 2, spec.isInstalled ? uint16_t{1} : own};
         manifest.push_back(element);
     }
     image.manifest(manifest);

@@ -17,14 +17,15 @@ struct PoolSpec {
     const char* pool;
     const char* platform;
     size_t bodySize;
-    bool isInstalled; // the installed version equals the image's
+    bool isInstalled;       // the installed version equals the image's
+    uint16_t partBuild = 0; // of a part that is needed; 0: the image's
 };
 
 // kernel, kernel for another platform, root (installed), app, 3rdapp.
 std::vector<PoolSpec> standardPools();
 
-// An image of release 1.05-`build`, all parts of version 1.02-`build`; installed pools keep version 1.02-1.
-// `text` is the release text, at least one line.
+// An image of release 1.05-`build`, all parts of version 1.02-`build` unless their pool says else; installed
+// pools keep version 1.02-1. `text` is the release text, at least one line.
 imagefile::ImageBuilder makeImage(uint16_t build, const std::vector<PoolSpec>& pools = standardPools(),
                                   const std::string& text = "Release\n");
 std::string versionOf(uint16_t build);

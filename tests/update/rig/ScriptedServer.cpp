@@ -1,8 +1,8 @@
 #include "update/rig/ScriptedServer.h"
 
 #include "update/FileFragment.h"
+#include "workers/AppendFile.h"
 #include <algorithm>
-#include <fstream>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -10,6 +10,7 @@ namespace rig {
 
 namespace {
 
+constexpr uint64_t MaximumSpace = 1 << 30;
 const std::string ErrorPage = "<html><body><h1>404 Not Found</h1></body></html>\n";
 
 // The answer to a range as a server gives it: what there is of it, or an error page when nothing is.
@@ -43,6 +44,12 @@ bool ScriptedServer::serve(DownloadRequest& request) {
         request.setDownloadStatus(DownloadRequest::DownloadComplete);
         return true;
     }
+    AppendFile file(fragment.getFilename(), fragment.getFileSize() + std::min(space, MaximumSpace));
+    if (file.stream() == nullptr) {
+        request.setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        request.setWithDownloader(false);
+        return false;
+    }
     const std::string range = fragment.getCurlRange();
     mRanges.push_back(range);
     request.setDownloadStatus(DownloadRequest::DownloadStarted);
@@ -62,18 +69,15 @@ bool ScriptedServer::serve(DownloadRequest& request) {
         status = DownloadRequest::DownloadTransientFailure;
     if (now == Fault::Reset)
         status = DownloadRequest::DownloadPermanentFailure;
-    if (answer.size() > space) {
-        answer.resize(static_cast<size_t>(space));
-        status = DownloadRequest::DownloadPermanentFailure;
-    }
     if (isForeign)
         fragment.setForeignFrom(fragment.getFileSize());
-    std::ofstream(fragment.getFilename(), std::ios::binary | std::ios::app)
-        .write(reinterpret_cast<const char*>(answer.data()), static_cast<std::streamsize>(answer.size()));
+    fwrite(answer.data(), 1, answer.size(), file.stream());
+    if (!file.close())
+        status = DownloadRequest::DownloadPermanentFailure;
     request.setDownloadStatus(status);
-    struct stat file = {};
-    if (stat(fragment.getFilename().c_str(), &file) == 0)
-        fragment.setFileSize(static_cast<unsigned>(file.st_size));
+    struct stat written = {};
+    if (stat(fragment.getFilename().c_str(), &written) == 0)
+        fragment.setFileSize(static_cast<unsigned>(written.st_size));
     return true;
 }
 

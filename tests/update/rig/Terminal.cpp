@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace fs = std::filesystem;
+
 namespace rig {
 
 bool Configuration::isReadyForVersion() const {
@@ -129,19 +131,34 @@ void Terminal::checkFlag(const std::string& occasion) {
     std::string wrong = isReady() ? checkReadyImage() : "nothing is flagged";
     if (!config.isReadyForVersion() && mConfiguredAt + 2 < mNow)
         wrong += " not of version " + config.version;
+    if (config.version == config.installed)
+        wrong += " of the version that is installed";
     if (!wrong.empty())
         mViolations.push_back(occasion + " " + config.ready + ": " + wrong);
 }
 
+void Terminal::interrupt(unsigned step) {
+    if (!between || step != stepsBefore)
+        return;
+    const std::function<void()> event = std::move(between);
+    between = nullptr;
+    event();
+}
+
 void Terminal::tick() {
     ++mNow;
+    interrupt(0);
     if (mNow >= mMonitorAt)
         mMonitor->onFdLoopTimerTimeout();
+    interrupt(1);
     daemon->onFdLoopTimerTimeout();
     if (mNow % DownloadTimerTicks == 0)
         daemon->onDownloadTimerTimeout();
+    interrupt(2);
     serveZempHandler();
+    interrupt(3);
     serveDownloader();
+    interrupt(4);
 }
 
 void Terminal::run(unsigned ticks) {
@@ -203,20 +220,22 @@ void Terminal::serveDownloader() {
 
 std::set<std::string> Terminal::files() const {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path("")))
+    std::error_code none; // the directory may be gone
+    for (const auto& entry : fs::directory_iterator(path(""), none))
         names.insert(entry.path().filename());
     return names;
 }
 
 uint64_t Terminal::bytesOnDisk() const {
     uint64_t bytes = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(path("")))
-        bytes += entry.file_size();
+    for (const std::string& name : files())
+        bytes += fs::is_regular_file(path(name)) ? fs::file_size(path(name)) : 0;
     return bytes;
 }
 
 void Terminal::write(const std::string& name, const imagefile::Bytes& bytes) const {
-    mDirectory.write("fw/" + name, std::string(bytes.begin(), bytes.end()));
+    if (std::error_code none; fs::exists(path(""), none))
+        mDirectory.write("fw/" + name, std::string(bytes.begin(), bytes.end()));
 }
 
 std::string Terminal::checkReadyImage() const {

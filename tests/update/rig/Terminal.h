@@ -13,6 +13,7 @@
 #include "update/rig/ScriptedServer.h"
 #include "workers/ConfigDbMonitor.h"
 #include "workers/ZempHandler.h"
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -69,7 +70,11 @@ class Terminal : private Platform {
     // The daemon as after a power failure; the first status follows three minutes later, or at once.
     void restart(bool statusAtOnce = true);
 
+    // One second. `between` happens after so many of its five steps.
     void tick();
+    std::function<void()> between;
+    unsigned stepsBefore = 0;
+
     void run(unsigned ticks);
 
     // Runs until the update is flagged, not needed, or the daemon has ended; at most `ticks`.
@@ -98,6 +103,7 @@ class Terminal : private Platform {
     void onSignal(const std::string& name) override;
     void checkFlag(const std::string& occasion);
     bool isSpaceFor(const CompileUpdateZempRequest& request) const;
+    void interrupt(unsigned step);
     void serveZempHandler();
     void serveDownloader();
 
