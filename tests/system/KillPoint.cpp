@@ -38,6 +38,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* Downloads = "/data/fw/";
 constexpr const char* Undo = "/data/fw/.undo";
+constexpr int StreamHasFailed = 0x20; // the C library's flag behind ferror()
 constexpr const char* Heal = "/tmp/heal";
 
 // The definition behind the one that is exported here.
@@ -354,13 +355,20 @@ int unlink(const char* path) {
         &Journal::onUnlinked);
 }
 
+// Streams to read from are the C library's own.
+size_t fread(void* data, size_t size, size_t count, FILE* file) {
+    const ssize_t result = performRead(next(fileno, "fileno")(file), data, size * count, [&] {
+        return static_cast<ssize_t>(size * next(fread, "fread")(data, size, count, file));
+    });
+    if (result < 0)
+        file->_flags |= StreamHasFailed;
+    return result < 0 ? 0 : static_cast<size_t>(result) / size;
+}
+
 FILE* fdopen(int fd, const char* mode) {
-    if (classOf(pathOf(fd)).empty())
+    if (*mode != 'w' || classOf(pathOf(fd)).empty())
         return next(fdopen, "fdopen")(fd, mode);
     cookie_io_functions_t functions = {};
-    functions.read = [](void* cookie, char* data, size_t size) {
-        return read(*static_cast<int*>(cookie), data, size);
-    };
     functions.write = [](void* cookie, const char* data, size_t size) {
         return write(*static_cast<int*>(cookie), data, size);
     };
