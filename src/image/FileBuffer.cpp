@@ -2,8 +2,6 @@
 
 #include "common/Thread.h"
 #include "common/VexStreamLog.h"
-#include "image/Crc32Append.h"
-#include "image/SharedCrc.h"
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <cerrno>
@@ -16,9 +14,6 @@ namespace {
 
 // Headers and small bodies come in one read.
 constexpr size_t ReadAheadBytes = 4096;
-
-// Large enough to make system calls cheap, small enough to stay in the processor's cache until the CRC ran.
-constexpr size_t WindowBytes = 131072;
 
 } // namespace
 
@@ -67,18 +62,14 @@ uint32_t FileBuffer::crc(const uint8_t* at, uint32_t length) {
         crc = crc32_calc(crc, at, loaded);
         begin += loaded;
     }
-    if (end - begin >= SharedCrc::MinimumBytes && SharedCrc::isUseful()) {
-        SharedCrc shared([this](uint8_t* to, size_t offset, size_t count) { read(to, offset, count); }, begin,
-                         end);
-        return Crc32Append(end - begin)(crc, shared.get());
-    }
     if (begin < end && mWindow == nullptr)
-        mWindow.reset(new uint8_t[WindowBytes]);
+        mWindow.reset(new Window);
     while (begin < end) {
         CancellationPoint::test();
-        const size_t count = std::min(end - begin, WindowBytes);
-        read(mWindow.get(), begin, count);
-        crc = crc32_calc(crc, mWindow.get(), count);
+        // Pieces of whole pages are copied faster.
+        const size_t count = std::min(end - begin, WindowBytes - begin % WindowBytes);
+        read(mWindow->bytes, begin, count);
+        crc = crc32_calc(crc, mWindow->bytes, count);
         begin += count;
     }
     return crc;
@@ -90,7 +81,8 @@ void FileBuffer::read(uint8_t* to, size_t offset, size_t length) {
         const ssize_t count = pread(mFd, to + done, length - done, static_cast<off_t>(offset + done));
         if (count < 0 && errno == EINTR)
             continue;
-        if (count < 0 && !mReadFailed.exchange(true)) {
+        if (count < 0 && !mHasReadFailed) {
+            mHasReadFailed = true;
             VEX_LOG(LogWarning) << "FileBuffer::read() Failed to read '" << mFilename << "' ("
                                 << strerror(errno) << ").";
         }

@@ -4,11 +4,10 @@
 // Images are large and most of their bytes are only run through a CRC, so bytes are read when they are asked
 // for, and memory is used for headers and small bodies only. Each byte is read once, however often it is
 // asked for, as long as requests move forward: a file that changes meanwhile cannot show two faces. A file
-// that is cut meanwhile reads as zero. Used by one thread, which may have a second one help it.
+// that is cut meanwhile reads as zero. Used by one thread.
 #ifndef IMAGE_FILEBUFFER_H
 #define IMAGE_FILEBUFFER_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -36,8 +35,14 @@ class FileBuffer {
     uint32_t crc(const uint8_t* at, uint32_t length);
 
   private:
+    // Large enough to make system calls cheap, small enough to stay in the second-level cache until the CRC
+    // ran.
+    static constexpr size_t WindowBytes = 131072;
+    struct alignas(4096) Window {
+        uint8_t bytes[WindowBytes];
+    };
+
     // Reads from the file, to the end of `length` unless the file or the medium ends it. The rest is zeroed.
-    // Also called by the second thread of a CRC.
     void read(uint8_t* to, size_t offset, size_t length);
 
     std::string mFilename; // for messages
@@ -46,8 +51,8 @@ class FileBuffer {
     size_t mSize = 0;
     size_t mLoadedBegin = 0; // the bytes between these two offsets stand in memory
     size_t mLoadedEnd = 0;
-    std::atomic<bool> mReadFailed{false}; // logged already; set by either thread of a CRC
-    std::unique_ptr<uint8_t[]> mWindow;
+    bool mHasReadFailed = false; // and that was logged
+    std::unique_ptr<Window> mWindow;
 };
 
 #endif
