@@ -182,6 +182,7 @@ bool UpdateHandler::changeToVersionedFilename(const std::string& filename, ZempP
     if (!fragment->changeFilename(version))
         return false;
     if (fragment->getFilename() != filename) {
+        fragment->setIsFoundInScan(true); // a scan that is out may know it by its old name only
         if (holder != nullptr)
             deleteFileFragment(versioned); // its file has been overwritten
         mFragments.erase(filename);

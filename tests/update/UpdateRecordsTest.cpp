@@ -89,6 +89,16 @@ TEST_F(Records, ScanThatFindsAnotherSizeParsesAgainAndKeepsTheRecordedSize) {
     EXPECT_EQ(queue.remove()->getWorkItemType(), WorkItemType::ParseFileRequest);
 }
 
+TEST_F(Records, RenameDuringAScanKeepsTheFragment) {
+    FileFragment* fragment = addFragment("ContentPart-abcdef", 0);
+    handler.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware);
+    FileScanRequest* scan = handler.createFileScanRequest();
+    scan->setFileScanStatus(FileScanRequest::ScanIsDone); // it began before there was such a file
+    ASSERT_TRUE(handler.changeToVersionedFilename(fragment->getFilename(), ZempPart::RootBlob, "1.05-7"));
+    handler.onScanResult(scan);
+    EXPECT_EQ(handler.getFileFragment("1.05-7", FileFragment::ContentPart, ZempPart::RootBlob), fragment);
+}
+
 TEST_F(Records, DeleteIsAskedForOnceAndForgetsTheFragmentEvenWhenItFails) {
     const std::string name = addFragment("ContentPart-x", 600)->getFilename();
     handler.createFileDeleteRequest(name);
