@@ -1,5 +1,11 @@
 #include "update/FetchGovernor.h"
 
+void FetchGovernor::reset() {
+    const bool givenUp = mGivenUp;
+    *this = FetchGovernor();
+    mGivenUp = givenUp;
+}
+
 FetchGovernor::Verdict FetchGovernor::onFetch(unsigned position) {
     if (!mHasFetched || position > mFurthest) {
         mHasFetched = true;
@@ -18,4 +24,16 @@ bool FetchGovernor::takeStartDoubt() {
         return false;
     mStartDoubted = true;
     return true;
+}
+
+bool FetchGovernor::isStartDoubtVain() const {
+    return mStartDoubted && !mPartsDoubted && mWithoutProgress > FetchesBeforePartsDoubt;
+}
+
+void FetchGovernor::onPartsDoubted() {
+    if (mPartsDoubted)
+        return;
+    mPartsDoubted = true;
+    mFurthest = StartPosition;
+    mWithoutProgress = 0;
 }

@@ -15,9 +15,10 @@ class FetchGovernor {
     static constexpr unsigned ImmediateFetches = 4; // without progress: a body after its header, and slack
     static constexpr unsigned DelayedFetches = 42;  // as many as one request may fail
     static constexpr unsigned FetchesBeforeStartDoubt = 6; // then the image may have changed on the server
+    static constexpr unsigned FetchesBeforePartsDoubt = 9; // then parts may be of another image
 
-    // Begins anew, for another version or URL.
-    void reset() { *this = FetchGovernor(); }
+    // Begins anew, for another version or URL. What was given up stays so.
+    void reset();
 
     // Asked once for each fetch. `position` is the place of the fetched element in the image; going further
     // than ever before is progress, and forgives what was before.
@@ -26,9 +27,21 @@ class FetchGovernor {
     // True once in the life of a version, when the fetches go round: the image start should be fetched anew.
     bool takeStartDoubt();
 
+    // Whether they still go round with the start fetched anew, and the parts have not been doubted yet.
+    bool isStartDoubtVain() const;
+
+    // Parts of another image are fetched anew. Once in the life of a version that forgives what was before.
+    void onPartsDoubted();
+
+    // Nothing is fetched any more: the daemon ends.
+    void giveUp() { mGivenUp = true; }
+    bool hasGivenUp() const { return mGivenUp; }
+
   private:
     bool mHasFetched = false;
     bool mStartDoubted = false;
+    bool mPartsDoubted = false;
+    bool mGivenUp = false;
     unsigned mFurthest = 0;
     unsigned mWithoutProgress = 0;
 };

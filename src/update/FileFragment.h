@@ -74,6 +74,10 @@ class FileFragment {
     bool isFoundInScan() const { return mFoundInScan; }
     void setIsFoundInScan(bool found) { mFoundInScan = found; }
 
+    // Whether all of the fragment was fetched after the image start that is in use.
+    bool isFetchedSinceStart() const { return mFetchedSinceStart; }
+    void setIsFetchedSinceStart(bool since) { mFetchedSinceStart = since; }
+
     FragmentType getFragmentType() const { return mFragmentType; }
 
     // The content part in the file; UnspecifiedPart until it is known.
@@ -130,6 +134,7 @@ class FileFragment {
     std::atomic<unsigned int> mFileSize; // set by the downloader, read by the main thread at any time
     unsigned int mForeignFrom = NothingForeign;
     bool mFoundInScan = false;
+    bool mFetchedSinceStart = false;
     const bool mIsExistingFile;
     bool mFullBlobNeeded = false;
 };

@@ -8,7 +8,7 @@ struct FwAction {
     // What the update handler does or waits for next. When each is set and left:
     //
     //   action                 set by                                          left by
-    //   ScanExistingFiles      the daemon; a failed compile                    scan result
+    //   ScanExistingFiles      the daemon; a failed compile, for the timer     scan result
     //   ParseZempParts         scan result, complete download                  parse result
     //   NoAction               scan result without files; answer "no"          the daemon
     //   GetZempParts           answer "yes" without image start; the walk      download result

@@ -230,7 +230,7 @@ void FwDownloadDaemon::onDownloadTimerTimeout() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadTimerTimeout() Current action='"
                       << mUpdateHandler->whatToDo()
                       << "' Interval=" << mDownloadTimer.getInterval() / MsPerSecond << " secods.";
-    mUpdateHandler->restartDownload(mDownloaderQueue);
+    mUpdateHandler->onDownloadTimer(mDownloaderQueue);
     if (mSuuInfoWanted)
         retrySuuInfo();
 }

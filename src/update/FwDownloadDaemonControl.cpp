@@ -52,6 +52,8 @@ void FwDownloadDaemon::onDownloadRequest(DownloadRequest* request) {
         mUpdateHandler->onDownloadResult(request);
         return;
     }
+    if (mUpdateHandler->holdBack(request))
+        return;
     request->setWithDownloader(true);
     mDownloaderQueue.add(request);
 }

@@ -7,6 +7,18 @@ namespace {
 
 constexpr unsigned MaximumFailures = 42; // of one download request; one more ends the daemon
 
+// So much that it counts as short space, whatever the disk has: an image and its parts take a quarter of it
+// at most, and two versions of 40 parts are fewer files.
+constexpr uint64_t MaximumBytes = 314572800; // 300 MiB
+constexpr size_t MaximumFiles = 200;
+
+bool isTooMuch(const FileScanRequest::FileList& files) {
+    uint64_t bytes = 0;
+    for (const auto& file : files)
+        bytes += file.second;
+    return bytes > MaximumBytes || files.size() > MaximumFiles;
+}
+
 // True for null, which is logged as an error.
 bool isNull(const FwWorkItem* item, const char* text) {
     if (item != nullptr)
@@ -60,8 +72,16 @@ void UpdateHandler::onScanResult(FileScanRequest* request) {
         exitRunLoop();
         return;
     }
-    for (const auto& [name, size] : files)
-        scanFile(name, size);
+    const bool reclaims = mSpaceIsShort;
+    mSpaceIsShort = !reclaims && isTooMuch(files);
+    for (const auto& [name, size] : files) {
+        if (!reclaims || isWorthItsSpace(name)) {
+            scanFile(name, size);
+        } else if (!isFileDeleteRequested(name)) {
+            VEX_LOG(LogInfo) << "UpdateHandler::onScanResult() Make space, delete '" << name << "'.";
+            createFileDeleteRequest(name);
+        }
+    }
     deleteNotFoundFileFragments();
     deleteStrayZempParts();
     deleteFileScanRequest(request);
@@ -69,6 +89,8 @@ void UpdateHandler::onScanResult(FileScanRequest* request) {
         askIsUpdateNeeded();
         VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Wait for response to IsUpdateNeededRequest.";
         setNextAction(FwAction::NoAction);
+    } else if (reclaims) {
+        mAskAgain = true;
     }
     askIfIdle();
 }
@@ -147,8 +169,8 @@ void UpdateHandler::onIsUpdateNeededRequest(IsUpdateNeededRequest* request,
         return;
     }
     VEX_LOG(LogInfo) << "UpdateHandler::onIsUpdateNeededRequest() Need to update to version " << mVersion;
-    if (mNextAction == FwAction::WaitForFwUpdate)
-        return; // the image is flagged; only another version leads on
+    if (mNextAction == FwAction::WaitForFwUpdate || mGovernor.hasGivenUp())
+        return; // the image is flagged, and only another version leads on; or the daemon ends
     if (mRequests.isBusy()) {
         mAskAgain = true;
         return;
@@ -228,14 +250,40 @@ void UpdateHandler::onDownloadFailure(DownloadRequest* request) {
                             << ") ! Reset download request.";
         request->resetRequest();
         fragment->setFileSize(0); // so that the range fits the emptied file
+        if (request->isOutOfSpace())
+            scanForSpace();
         addToMasterQueue(request);
     }
+}
+
+bool UpdateHandler::holdBack(DownloadRequest* request) {
+    if (mGovernor.hasGivenUp())
+        return true;
+    if (request->getDownloadFailures() <= FetchGovernor::ImmediateFetches && !request->isOutOfSpace())
+        return false;
+    VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
+    request->setHeldBack(true);
+    return true;
+}
+
+void UpdateHandler::onDownloadTimer(wqueue<FwWorkItem*>& downloaderQueue) {
+    if (mGovernor.hasGivenUp())
+        return;
+    initDirName();
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+        const unsigned failures = request->getDownloadFailures();
+        if (isWaitingForTimer(*request) && failures > MaximumFailures)
+            failTooOften(request, failures); // such as one whose file could not be opened
+    }
+    restartDownload(downloaderQueue);
+    handOutScanOfFailedCompile();
 }
 
 void UpdateHandler::failTooOften(DownloadRequest* request, unsigned failures) {
     VEX_LOG(LogError) << "UpdateHandler::onDownloadResult() Failed " << failures << " times, "
                       << request->toString();
     VEX_LOG(LogError) << "UpdateHandler::onDownloadResult() To download many failures, exit!";
+    mGovernor.giveUp();
     deleteDownloadRequest(request);
     exitRunLoop();
 }
@@ -248,6 +296,8 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
     const bool complete = request->getCompileStatus() == CompileUpdateZempRequest::CompileComplete;
     const bool stale = mRequests.isStale(request);
     const std::string filename = request->getFilename();
+    if (!complete && !stale)
+        onCompileFailure(*request);
     if (!mRequests.remove(request))
         delete request;
     if (stale) {
@@ -260,11 +310,21 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
         VEX_LOG(LogInfo) << "UpdateHandler::onCompileZempResult() Ready to update from '" << filename << "'";
         setNextAction(FwAction::SetReadyForUpdate);
         masterQueue.add(createSetReadyForUpdateRequest(filename));
-        return;
+        mCompilePace.reset();
     }
-    VEX_LOG(LogWarning) << "UpdateHandler::onCompileZempResult() Failure to compile '" << filename << "'";
+}
+
+// The scan that is recorded is handed out by the timer, or to another version.
+void UpdateHandler::onCompileFailure(const CompileUpdateZempRequest& request) {
+    VEX_LOG(LogWarning) << "UpdateHandler::onCompileZempResult() Failure to compile '"
+                        << request.getFilename() << "'";
     setNextAction(FwAction::ScanExistingFiles);
     recordFileScanRequest();
+    mCompilePace.onFailure();
+    if (request.getFailure() == ZempCreator::Failure::Space)
+        mSpaceIsShort = true;
+    else if (request.getFailure() == ZempCreator::Failure::Parts)
+        deleteFilesOf(request);
 }
 
 bool UpdateHandler::isFlagMissing(NewFirmwareNeededEvent::ReadyFlag flag) const {

@@ -63,6 +63,14 @@ class UpdateHandler : public UpdateRecords {
     // Asks again whether an update is needed, if the update rests: no action, nothing out.
     void askIfAtRest();
 
+    // Keeps back a request that begins anew after several failures, so that it waits for the download timer,
+    // and one that comes when the daemon has given up. False when it is to be forwarded.
+    bool holdBack(DownloadRequest* request);
+
+    // The download timer: makes sure of the directory, gives up requests that failed too often without coming
+    // back, queues those that wait, and hands out the scan that a failed compile left behind.
+    void onDownloadTimer(wqueue<FwWorkItem*>& downloaderQueue);
+
   private:
     // Where the walk stands: offset in the image of the element at `position`, and whether the walk must not
     // end in a compile.
@@ -88,6 +96,17 @@ class UpdateHandler : public UpdateRecords {
     void onDownloadFailure(DownloadRequest* request);
     void failTooOften(DownloadRequest* request, unsigned failures);
 
+    void scanForSpace();
+    bool isWorthItsSpace(const std::string& filename) const;
+    const SuumBlob* findManifest() const;
+    bool isNamedByManifest(const std::string& filename) const;
+    void deleteFilesOf(const CompileUpdateZempRequest& request);
+    bool deletePartsOfAnotherImage();
+    bool doPartsAddUp(uint64_t end) const;
+    void handOutScanOfFailedCompile();
+
+    void onCompileFailure(const CompileUpdateZempRequest& request);
+
     void takeOverParsed(ParseFileRequest* request, const SuuInfo* suuInfo);
     void giveUpParsed(ParseFileRequest* request);
     bool mayReplace(const FileFragment* holder, const FileFragment* fragment) const;
@@ -104,7 +123,8 @@ class UpdateHandler : public UpdateRecords {
                wqueue<FwWorkItem*>& downloaderQueue);
     bool isCompleteButBad(const ZempPart* part, bool fullBlob) const;
 
-    bool mAskAgain = false; // a "yes" came while something was out
+    bool mAskAgain = false;     // a "yes" came while something was out
+    bool mSpaceIsShort = false; // the next scan deletes what the manifest does not name
 };
 
 #endif

@@ -36,6 +36,7 @@ void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
         fitStartRange(fragment);
         request = createDownloadRequest(mUrl, fragment);
     } else {
+        clearFetchedSinceStart();
         request = createDownloadRequest(mUrl, 0, FileFragment::ZempStartSize, FileFragment::ZempStart);
     }
     if (request == nullptr) {
@@ -88,6 +89,7 @@ void UpdateHandler::fitStartRange(FileFragment* fragment) {
 void UpdateHandler::forgetZempStart(FileFragment* fragment) {
     deleteZempPartsOfFile(fragment->getFilename());
     clearSuumZempPartsMap();
+    clearFetchedSinceStart();
     fragment->truncateFile();
     fragment->setFileSize(0);
     fragment->setDownloadRange(0, FileFragment::ZempStartSize);
@@ -95,7 +97,7 @@ void UpdateHandler::forgetZempStart(FileFragment* fragment) {
 
 void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& masterQueue,
                                    wqueue<FwWorkItem*>& downloaderQueue) {
-    if (mNextAction == FwAction::WaitForFwUpdate)
+    if (mNextAction == FwAction::WaitForFwUpdate || mGovernor.hasGivenUp())
         return;
     if (mRequests.isBusy()) {
         mAskAgain = true;
@@ -113,6 +115,10 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
         reRequestZempStart(downloaderQueue);
         return;
     }
+    if (mSpaceIsShort && findManifest() != nullptr)
+        return scanForSpace();
+    if (mGovernor.isStartDoubtVain() && deletePartsOfAnotherImage())
+        return askAgainWhenIdle();
     switch (findNeededParts(suuInfo, downloaderQueue)) {
     case -2:
         reRequestZempStart(downloaderQueue);
@@ -134,6 +140,35 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
             std::make_unique<CompileUpdateZempRequest>(getFwUpdateFilename(), mSuumZempParts), mVersion));
         break;
     }
+}
+
+// --- Parts of another image
+
+// Whether the parts along the manifest end where the main header of the start says that the image ends, give
+// or take the padding of the last one. True as long as that is not known.
+bool UpdateHandler::doPartsAddUp(uint64_t end) const {
+    if (!mZempHeader || !isWantedStart(mZempHeader->getFilename()))
+        return true;
+    const uint64_t imageEnd = uint64_t{ZempPart::ZempFileIdentifierSize} + ZempPart::ZempHeaderSize +
+                              mZempHeader->getZempHeader()->body_length;
+    return imageEnd <= end && end - imageEnd < ZempFormat::Alignment;
+}
+
+// Parts are known by name and version, and another image may have had others under the same. Requests the
+// deletion of all that were not fetched since the start that is in use; false when there are none.
+bool UpdateHandler::deletePartsOfAnotherImage() {
+    bool isAny = false;
+    for (const auto& [name, fragment] : mFragments) {
+        if (fragment->getFragmentType() != FileFragment::ContentPart || fragment->isFetchedSinceStart())
+            continue;
+        VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() '" << name
+                            << "' may be of another image, request delete.";
+        createFileDeleteRequest(name);
+        isAny = true;
+    }
+    if (isAny)
+        mGovernor.onPartsDoubted();
+    return isAny;
 }
 
 // --- Walk
@@ -163,6 +198,8 @@ int UpdateHandler::findNeededParts(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
             return -2;
         }
     }
+    if (!walk.incomplete && !doPartsAddUp(walk.offset))
+        walk.incomplete = deletePartsOfAnotherImage();
     if (!walk.incomplete)
         return 0;
     askAgainWhenIdle(); // when what was requested has been deleted
@@ -274,18 +311,38 @@ UpdateHandler::Step UpdateHandler::walkElement(const SuumBlob::Element& element,
 ZempPart* UpdateHandler::findElementPart(const SuumBlob::Element& element) {
     const unsigned index = element.getContentIndex();
     const std::string pool = element.getPoolname();
-    if (ZempPart* part = getZempPart(index))
-        return part;
+    ZempPart* known = getZempPart(index);
+    if (known != nullptr && !isInStart(known))
+        return known;
     VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Look for a " << pool << " in all parts map.";
     ZempPart* part =
         getZempPart(getPartname(element), element.getMajor(), element.getMinor(), element.getBuild());
-    if (part == nullptr) {
+    if (part == nullptr || isInStart(part)) {
         VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() ZempPart " << pool << " not in all parts map.";
         return nullptr;
     }
     VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Insert " << pool << " in suum parts map.";
     mSuumZempParts[index] = part;
     return part;
+}
+
+// The manifest of the wanted version, also before a walk; null when it is not known.
+const SuumBlob* UpdateHandler::findManifest() const {
+    const auto* suum = dynamic_cast<const SuumBlob*>(getZempPart("suum " + mVersion));
+    return suum != nullptr && suum->isSuumValid() ? suum : nullptr;
+}
+
+bool UpdateHandler::isNamedByManifest(const std::string& filename) const {
+    const SuumBlob* suum = findManifest();
+    for (unsigned i = 0; suum != nullptr && i < suum->getNumberOfElements(); ++i) {
+        const SuumBlob::Element* element = suum->getElementAt(i);
+        const ZempPart* part = element == nullptr ? nullptr
+                                                  : getZempPart(getPartname(*element), element->getMajor(),
+                                                                element->getMinor(), element->getBuild());
+        if (part != nullptr && part->getFilename() == filename)
+            return true;
+    }
+    return false;
 }
 
 UpdateHandler::Step UpdateHandler::issue(DownloadRequest* request, const std::string& pool, Walk& walk,

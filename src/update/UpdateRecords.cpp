@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ios>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,6 +19,12 @@ bool isFile(const std::string& filename) {
     const std::unique_ptr<char, decltype(&free)> resolved(ArgParser::verifyIsFile(filename), &free);
     struct stat status = {};
     return resolved && stat(resolved.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// A file that went away, as with its directory, is fetched from its first byte.
+void forgetLostBytes(FileFragment& fragment) {
+    if (fragment.getFileSize() != 0 && access(fragment.getFilename().c_str(), F_OK) != 0)
+        fragment.setFileSize(0);
 }
 
 } // namespace
@@ -72,6 +79,8 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
         clearSuumZempPartsMap();
     mVersion = version;
     mGovernor.reset();
+    mCompilePace.reset();
+    clearFetchedSinceStart();
     mRequests.markAllStale();
     dropWaitingDownloads();
     mScanToHandOut = mScanIsRecordedOnly;
@@ -263,6 +272,7 @@ DownloadRequest* UpdateRecords::createDownloadRequest(unsigned int offset, bool 
     initDirName();
     auto fragment = std::make_unique<FileFragment>(FileFragment::ContentPart, offset,
                                                    offset + FileFragment::ContentPartInitialSize);
+    fragment->setIsFetchedSinceStart(true);
     if (fullBlob)
         fragment->setFullBlobNeeded();
     return nameAndRequest(mUrl, std::move(fragment));
@@ -308,9 +318,10 @@ void UpdateRecords::restartDownload(wqueue<FwWorkItem*>& downloaderQueue) {
         if (request == nullptr) {
             VEX_LOG(LogWarning)
                 << "UpdateHandler::restartDownload() Found NULL entry in DownloadRequest map!";
-        } else if (!request->isWithDownloader() &&
-                   request->getDownloadStatus() == DownloadRequest::DownloadTransientFailure) {
+        } else if (isWaitingForTimer(*request)) {
             VEX_LOG(LogInfo) << "UpdateHandler::restartDownload() Resubmit '" << request->toString() << "'.";
+            forgetLostBytes(*request->getFileFragment());
+            request->setHeldBack(false);
             request->setWithDownloader(true);
             downloaderQueue.add(request);
         } else {
@@ -319,11 +330,16 @@ void UpdateRecords::restartDownload(wqueue<FwWorkItem*>& downloaderQueue) {
     }
 }
 
+bool UpdateRecords::isWaitingForTimer(const DownloadRequest& request) {
+    return !request.isWithDownloader() &&
+           (request.isHeldBack() || request.getDownloadStatus() == DownloadRequest::DownloadTransientFailure);
+}
+
 bool UpdateRecords::isDownloadInProgress() const {
     for (const DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
         const DownloadRequest::DownloadStatus status = request->getDownloadStatus();
         if (status == DownloadRequest::DownloadStarted ||
-            status == DownloadRequest::DownloadTransientFailure) {
+            status == DownloadRequest::DownloadTransientFailure || request->isHeldBack()) {
             VEX_LOG(LogDebug) << "UpdateHandler::restartDownloadRequest() Found active download request '"
                               << request->toString() << "'.";
             return true;
@@ -332,11 +348,10 @@ bool UpdateRecords::isDownloadInProgress() const {
     return false;
 }
 
-// Downloads that failed and wait for the timer serve nobody once another version or URL is wanted.
+// Downloads that wait for the timer serve nobody once another version or URL is wanted.
 void UpdateRecords::dropWaitingDownloads() {
     for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
-        if (request->isWithDownloader() ||
-            request->getDownloadStatus() != DownloadRequest::DownloadTransientFailure)
+        if (!isWaitingForTimer(*request))
             continue;
         createFileDeleteRequest(request->getFileFragment()->getFilename());
         deleteDownloadRequest(request);

@@ -15,6 +15,7 @@
 #include "update/FileFragment.h"
 #include "update/FwAction.h"
 #include "update/RequestLedger.h"
+#include "update/RetryPace.h"
 #include "workitems/DownloadRequest.h"
 #include "workitems/Events.h"
 #include "workitems/FileDeleteRequest.h"
@@ -111,8 +112,12 @@ class UpdateRecords {
     void deleteDownloadRequest(DownloadRequest* request);
     void deleteAllDownloadRequests();
 
-    // Queues every request that failed transiently and is not with the downloader.
+    // Queues every request that waits for the download timer.
     void restartDownload(wqueue<FwWorkItem*>& downloaderQueue);
+
+    // Whether a request waits for the download timer: it failed transiently or is held back, and is not with
+    // the downloader.
+    static bool isWaitingForTimer(const DownloadRequest& request);
 
     // Whether a download has begun and not ended for good.
     bool isDownloadInProgress() const;
@@ -134,6 +139,9 @@ class UpdateRecords {
     // After a scan: forgets the fragments that it did not find and that no request points at.
     void deleteNotFoundFileFragments();
 
+    // Another image start is in use from now on: nothing has been fetched since.
+    void clearFetchedSinceStart();
+
     // Whether a request points at the fragment.
     bool isFileFragmentInUse(const FileFragment* fragment) const;
 
@@ -142,6 +150,9 @@ class UpdateRecords {
     void updateZempHeader(ZempHeaderPart* part);
     bool isZempHeaderValid() const;
     void updateZempPart(ZempPart* part);
+
+    // Whether the part was found in the file of an image start. Its body is never taken from there.
+    static bool isInStart(const ZempPart* part);
     ZempPart* getZempPart(const std::string& key) const;
     ZempPart* getZempPart(unsigned int index) const;
     ZempPart* getZempPart(const std::string& name, unsigned char major, unsigned char minor,
@@ -190,8 +201,12 @@ class UpdateRecords {
     std::unique_ptr<ZempHeaderPart> mZempHeader;
     std::string mDirName;
     FetchGovernor mGovernor;
+    RetryPace mCompilePace;
+
+    bool isWantedStart(const std::string& filename) const;
 
   private:
+    bool keepsExisting(const ZempPart& existing, const ZempPart& part) const;
     DownloadRequest* nameAndRequest(const std::string& url, std::unique_ptr<FileFragment> fragment);
     void dropWaitingDownloads();
     void freeForgottenFragments();

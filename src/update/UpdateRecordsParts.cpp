@@ -1,5 +1,6 @@
 // The fragments and the parts.
 #include "common/VexStreamLog.h"
+#include "image/SwBlob.h"
 #include "update/UpdateRecords.h"
 #include <algorithm>
 
@@ -59,6 +60,11 @@ void UpdateRecords::deleteNotFoundFileFragments() {
     }
 }
 
+void UpdateRecords::clearFetchedSinceStart() {
+    for (const auto& [name, fragment] : mFragments)
+        fragment->setIsFetchedSinceStart(false);
+}
+
 bool UpdateRecords::isFileFragmentInUse(const FileFragment* fragment) const {
     const auto downloads = mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest);
     const auto parses = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
@@ -85,9 +91,16 @@ void UpdateRecords::updateZempHeader(ZempHeaderPart* part) {
         mZempHeader = std::move(taken);
         return;
     }
+    if (isWantedStart(mZempHeader->getFilename()) && !isWantedStart(part->getFilename()))
+        return; // a start of another version does not hide the wanted one
     VEX_LOG(LogDebug) << "UpdateHandler::updateZempHeader() ZempHeader already exist! Update "
                       << mZempHeader->toString();
     mZempHeader->update(part);
+}
+
+bool UpdateRecords::isWantedStart(const std::string& filename) const {
+    return filename ==
+           FileFragment::getVersionedFilename(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
 }
 
 bool UpdateRecords::isZempHeaderValid() const {
@@ -105,9 +118,7 @@ void UpdateRecords::updateZempPart(ZempPart* part) {
         return;
     const std::unique_ptr<ZempPart> taken(part);
     ZempPart* existing = entry->second;
-    // A second file with less of the part must not hide a good one.
-    if (existing->isBodyValid() && !part->isBodyValid() && existing->getFilename() != part->getFilename() &&
-        getFileFragment(existing->getFilename()) != nullptr) {
+    if (keepsExisting(*existing, *part)) {
         VEX_LOG(LogDebug) << "UpdateHandler::updateZempPart() Keep the good '" << key << "' of "
                           << existing->getFilename() << ".";
         return;
@@ -115,6 +126,20 @@ void UpdateRecords::updateZempPart(ZempPart* part) {
     VEX_LOG(LogDebug) << "UpdateHandler::updateZempPart() ZempPart '" << key
                       << "' already exist! Update the existing.";
     existing->update(part);
+}
+
+// A second file with less of the part must not hide a good one, nor one that the body can be taken from.
+bool UpdateRecords::keepsExisting(const ZempPart& existing, const ZempPart& part) const {
+    if (existing.getFilename() == part.getFilename() || getFileFragment(existing.getFilename()) == nullptr)
+        return false;
+    const bool isSoftware = dynamic_cast<const SwBlob*>(&existing) != nullptr;
+    if (isSoftware && isInStart(&existing) != isInStart(&part))
+        return isInStart(&part);
+    return existing.isBodyValid() && !part.isBodyValid();
+}
+
+bool UpdateRecords::isInStart(const ZempPart* part) {
+    return FileFragment::parseFragmentType(part->getFilename()) == FileFragment::ZempStart;
 }
 
 ZempPart* UpdateRecords::getZempPart(const std::string& key) const {

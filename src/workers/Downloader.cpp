@@ -7,6 +7,7 @@
 #include "workitems/DownloadRequest.h"
 #include "workitems/Events.h"
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <sys/stat.h>
@@ -233,6 +234,7 @@ void Downloader::checkStatus(FileFragment* fragment) {
 void Downloader::setResult(DownloadRequest* request, int result, AppendFile& file) {
     const bool written = file.close();
     const auto code = static_cast<CURLcode>(result);
+    request->setOutOfSpace(file.error() == ENOSPC || file.error() == EDQUOT);
     if (!written) {
         VEX_LOG(LogWarning) << "Downloader::download() Failure writing file '"
                             << request->getFileFragment()->getFilename() << "' (" << strerror(file.error())

@@ -44,6 +44,14 @@ class DownloadRequest : public FwWorkItem {
     bool isWithDownloader() const { return mWithDownloader; }
     void setWithDownloader(bool with) { mWithDownloader = with; }
 
+    // Whether a request that begins anew waits for the download timer. Main thread only.
+    bool isHeldBack() const { return mHeldBack; }
+    void setHeldBack(bool held) { mHeldBack = held; }
+
+    // Whether the last transfer failed because the disk or the quota is full.
+    bool isOutOfSpace() const { return mOutOfSpace; }
+    void setOutOfSpace(bool out) { mOutOfSpace = out; }
+
     // Back to not started, with an emptied file, so that the download begins anew. The fragment's recorded
     // size is left to the caller.
     void resetRequest();
@@ -57,6 +65,8 @@ class DownloadRequest : public FwWorkItem {
     std::atomic<DownloadStatus> mDownloadStatus{DownloadNotStarted}; // set by either thread
     std::atomic<unsigned> mDownloadFailures{0};                      // set by either thread
     std::atomic<bool> mWithDownloader{false};                        // set by either thread
+    bool mOutOfSpace = false;                                        // by whoever holds the request
+    bool mHeldBack = false;                                          // by the main thread
 };
 
 #endif

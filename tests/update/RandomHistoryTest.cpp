@@ -270,11 +270,6 @@ std::string live(unsigned seed, size_t& requests) {
     std::string problems;
     for (const std::string& violation : terminal.violations())
         problems += violation + "; ";
-    // A failed compile waits for a restart.
-    if (!terminal.config.isReadyForVersion() && terminal.action() == FwAction::ScanExistingFiles) {
-        terminal.restart();
-        terminal.runUntilSettled(PatienceTicks);
-    }
     if (!terminal.isReady())
         return problems + "not ready, action " + std::to_string(terminal.action());
     if (!terminal.config.isReadyForVersion())

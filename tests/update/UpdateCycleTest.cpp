@@ -3,7 +3,10 @@
 #include "main/ArgParser.h"
 #include "support/LogCapture.h"
 #include "update/rig/Terminal.h"
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace rig;
@@ -144,13 +147,19 @@ TEST_F(UpdateCycle, NotFoundForEverEndsTheDaemonWithoutAHotLoop) {
     for (const size_t good : {size_t{0}, size_t{1}, size_t{2}}) { // start, header, body
         SCOPED_TRACE(good);
         Fresh fresh;
+        const support::LogCapture log(LogError);
         fresh.server.faults.assign(good, Fault::None);
         fresh.server.fault = Fault::NotFound;
         fresh.run(10 * 60);
         EXPECT_LE(fresh.server.ranges().size(), good + 9) << "requests in the first ten minutes";
         EXPECT_LE(fresh.bytesOnDisk(), 20000u);
         fresh.run(24 * Hour);
-        EXPECT_LE(fresh.server.ranges().size(), good + 60);
+        const size_t requests = fresh.server.ranges().size();
+        EXPECT_LE(requests, good + 60);
+        for (int i = 0; i < 300; ++i) // the loop's end takes effect later
+            fresh.tick();
+        EXPECT_EQ(fresh.server.ranges().size(), requests);
+        EXPECT_EQ(log.count("To download many failures, exit!"), 1U);
         expectEndedAndHealedByRestart(fresh);
     }
 }
@@ -181,6 +190,8 @@ TEST_F(UpdateCycle, FortyTwoFailuresAreBorneAndTheNextEnds) {
             SCOPED_TRACE(testing::Message() << (fault == Fault::Reset ? "reset " : "refused ") << failures);
             Fresh fresh;
             fresh.server.faults.assign(failures, fault);
+            fresh.run(10 * 60);
+            EXPECT_LE(fresh.server.ranges().size(), 8U) << "in the first ten minutes";
             fresh.runUntilSettled(24 * Hour);
             EXPECT_EQ(fresh.isTerminated(), failures > 42);
             EXPECT_EQ(fresh.isReady(), failures <= 42);
@@ -250,17 +261,117 @@ TEST_F(UpdateCycle, ImageCompiledJustBeforeTheChangeIsNotFlagged) {
     EXPECT_NE(access(image.c_str(), F_OK), 0) << "the old image goes";
 }
 
-TEST_F(UpdateCycle, FailedCompileStallsTheVersionAndNotTheNext) {
-    terminal.compileFails = true;
-    terminal.runUntilSettled(Hour);
-    EXPECT_EQ(terminal.action(), FwAction::ScanExistingFiles);
+TEST_F(UpdateCycle, FailedCompileIsTriedAgainByTheTimerAndByAnotherVersionAtOnce) {
+    using Failure = ZempCreator::Failure;
+    for (const Failure failure : {Failure::Surroundings, Failure::Space, Failure::Parts}) {
+        for (const char* version : {"1.05-7", "1.05-8"}) {
+            SCOPED_TRACE(testing::Message() << static_cast<int>(failure) << ", then " << version);
+            Fresh fresh;
+            fresh.write("fw_download_update.zemp-1.05-3.part", bodyOf(100, 1));
+            fresh.compileFailure = failure;
+            fresh.run(30); // the first scan is over
+            for (unsigned i = 0; i < Hour && fresh.action() != FwAction::ScanExistingFiles; ++i)
+                fresh.tick();
+            fresh.run(20);
+            EXPECT_EQ(fresh.action(), FwAction::ScanExistingFiles);
+            EXPECT_EQ(fresh.files().size() == 1, failure == Failure::Parts) << "what it was made of goes";
+            if (failure == Failure::Surroundings)
+                fresh.run(Hour);
+            const size_t requests = fresh.server.ranges().size();
+            fresh.compileFailure = Failure::None;
+            if (version != fresh.config.version)
+                fresh.configure(version);
+            expectCompletes(fresh);
+            EXPECT_EQ(fresh.files().count("fw_download_update.zemp-1.05-3.part"), failure != Failure::Space);
+            EXPECT_EQ(fresh.server.ranges().size() > requests,
+                      failure == Failure::Parts || fresh.config.version != "1.05-7");
+        }
+    }
+}
+
+// A start with a software part between release header and manifest: no walk along the manifest finds it.
+TEST_F(UpdateCycle, StartInAnotherOrderIsFollowedOnceItIsMended) {
+    const std::vector<PoolSpec> pools = {{2, "root", "-", 40, false}};
+    prepare(terminal, 7, pools);
+    const imagefile::ImageBuilder good = makeImage(7, pools);
+    imagefile::ImageBuilder image;
+    for (const size_t index : {0, 2, 1})
+        image.add(imagefile::ImageBuilder(good).at(index));
+    terminal.publish("1.05-7", image);
+    terminal.run(24 * Hour);
     EXPECT_FALSE(terminal.isReady());
-    terminal.compileFails = false;
-    terminal.notify();
-    terminal.run(600);
-    EXPECT_EQ(terminal.action(), FwAction::ScanExistingFiles) << "the same version waits for a restart";
-    terminal.configure("1.05-8");
+    terminal.publish("1.05-7", good);
+    expectEndedAndHealedByRestart(terminal);
+}
+
+TEST_F(UpdateCycle, PartsRebuiltUnderTheirOldVersionAreFetchedAnew) {
+    // The kernel was rebuilt; its version, and so its name here, stayed. Only it, or all parts are on disk.
+    std::vector<PoolSpec> pools = standardPools();
+    for (const int difference : {4, -4, 400}) {
+        pools[0].bodySize = standardPools()[0].bodySize + static_cast<size_t>(difference);
+        const imagefile::ImageBuilder other = makeImage(7, pools);
+        for (const bool isComplete : {false, true}) {
+            SCOPED_TRACE(testing::Message() << difference << (isComplete ? " all" : " kernel"));
+            Fresh fresh;
+            const imagefile::Bytes start = makeImage(7).build();
+            fresh.write("ZempStart-1.05-7", {start.begin(), start.begin() + 512});
+            fresh.write("ContentPart-KernelBlob-1.05-6", other.buildPart(2));
+            for (size_t i = 3; isComplete && i < other.count(); ++i)
+                fresh.write("ContentPart-" + std::to_string(i) + "-1.05-6", other.buildPart(i));
+            expectCompletes(fresh);
+            EXPECT_LE(fresh.server.ranges().size(), 25U);
+        }
+    }
+}
+
+TEST_F(UpdateCycle, FullDiskIsClearedOfWhatTheManifestDoesNotName) {
+    terminal.runUntilSettled(Hour);
+    const uint64_t held = terminal.bytesOnDisk(); // by one version
+    for (const bool isRestarted : {false, true}) {
+        for (const uint64_t more : {uint64_t{300}, held / 4, held / 2}) {
+            SCOPED_TRACE(testing::Message() << more << " bytes left" << (isRestarted ? ", restart" : ""));
+            Fresh fresh;
+            fresh.runUntilSettled(Hour);
+            fresh.write("fw_download_update.zemp-1.05-6.part", bodyOf(10, 1));
+            fresh.diskSize = fresh.bytesOnDisk() + more;
+            fresh.config.ready.clear();
+            fresh.configure("1.05-8");
+            if (isRestarted)
+                fresh.restart();
+            expectCompletes(fresh);
+            EXPECT_THAT(fresh.files(), SizeIs(7));
+            EXPECT_LE(fresh.server.ranges().size(), 30U);
+        }
+    }
+}
+
+TEST_F(UpdateCycle, TooManyFilesAreShortSpaceToo) {
+    for (uint16_t build = 100; build < 310; ++build)
+        terminal.write("ContentPart-AppBlob-" + versionOf(build), makeImage(build).buildPart(5));
     expectCompletes(terminal);
+    EXPECT_THAT(terminal.files(), SizeIs(7));
+}
+
+TEST_F(UpdateCycle, DirectoryThatGoesIsMadeAgainAndOneThatCannotBeEndsTheDaemon) {
+    for (const bool canBeMade : {true, false}) {
+        Fresh fresh;
+        fresh.server.faults = {Fault::None, Fault::None, Fault::Cut};
+        fresh.run(45); // a body is there in part
+        const std::string directory = ArgParser::getInstance()->getDownloadDirectory();
+        std::filesystem::remove_all(directory);
+        if (!canBeMade) {
+            std::ofstream file(directory);
+            fresh.run(24 * Hour);
+            EXPECT_TRUE(fresh.isTerminated());
+            EXPECT_LE(fresh.server.ranges().size(), 50U);
+            std::filesystem::remove(directory);
+            fresh.restart();
+        }
+        fresh.run(240);
+        chmod(directory.c_str(), 0755); // as the user who runs this may not be root
+        expectCompletes(fresh);
+        EXPECT_FALSE(fresh.isTerminated());
+    }
 }
 
 TEST_F(UpdateCycle, OneUpToDatePartitionOfAPoolIsEnough) {

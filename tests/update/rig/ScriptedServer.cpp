@@ -72,7 +72,8 @@ bool ScriptedServer::serve(DownloadRequest& request) {
     if (isForeign)
         fragment.setForeignFrom(fragment.getFileSize());
     fwrite(answer.data(), 1, answer.size(), file.stream());
-    if (!file.close())
+    request.setOutOfSpace(!file.close());
+    if (request.isOutOfSpace())
         status = DownloadRequest::DownloadPermanentFailure;
     request.setDownloadStatus(status);
     struct stat written = {};

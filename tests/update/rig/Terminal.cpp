@@ -191,13 +191,13 @@ void Terminal::serveZempHandler() {
     while (daemon->mZempHandlerQueue.size() > 0) {
         FwWorkItem* item = daemon->mZempHandlerQueue.remove();
         auto* compile = dynamic_cast<CompileUpdateZempRequest*>(item);
-        if (compile == nullptr || (isSpaceFor(*compile) && !compileFails)) {
+        const bool isSpace = compile == nullptr || isSpaceFor(*compile);
+        if (compile == nullptr || (isSpace && compileFailure == ZempCreator::Failure::None)) {
             mZempHandler->onWorkItem(item);
             continue;
         }
         compile->setCompileStatus(CompileUpdateZempRequest::CompileFailed);
-        if (!compileFails)
-            compile->setFailure(ZempCreator::Failure::Space);
+        compile->setFailure(isSpace ? compileFailure : ZempCreator::Failure::Space);
         daemon->mMasterQueue.add(item);
     }
 }

@@ -49,11 +49,11 @@ class Terminal : private Platform {
 
     Configuration config;
     ScriptedServer server;
-    hostcfg::Description installed; // written by install()
-    unsigned downloadTicks = 1;     // how long a download takes
-    bool compileFails = false;      // for no reason of its own
-    unsigned handlerRests = 0;      // for so many ticks the file handler does nothing
-    uint64_t diskSize = 0;          // bytes of the files in the download directory at most; 0: any
+    hostcfg::Description installed;                                   // written by install()
+    unsigned downloadTicks = 1;                                       // how long a download takes
+    ZempCreator::Failure compileFailure = ZempCreator::Failure::None; // of every compile
+    unsigned handlerRests = 0; // for so many ticks the file handler does nothing
+    uint64_t diskSize = 0;     // bytes of the files in the download directory at most; 0: any
 
     // Puts an image on the server under its version's URL.
     void publish(const std::string& version, const imagefile::ImageBuilder& image);
