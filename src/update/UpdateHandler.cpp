@@ -234,10 +234,7 @@ void UpdateHandler::onDownloadResult(DownloadRequest* request) {
 void UpdateHandler::onDownloadFailure(DownloadRequest* request) {
     FileFragment* fragment = request->getFileFragment();
     if (mRequests.isStale(request)) {
-        VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() No longer wanted, " << request->toString();
-        createFileDeleteRequest(fragment->getFilename());
-        deleteDownloadRequest(request);
-        askAgainWhenIdle();
+        dropStaleDownload(request);
         return;
     }
     const unsigned failures = request->getDownloadFailures();
@@ -256,11 +253,22 @@ void UpdateHandler::onDownloadFailure(DownloadRequest* request) {
     }
 }
 
+void UpdateHandler::dropStaleDownload(DownloadRequest* request) {
+    VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() No longer wanted, " << request->toString();
+    createFileDeleteRequest(request->getFileFragment()->getFilename());
+    deleteDownloadRequest(request);
+    askAgainWhenIdle();
+}
+
 bool UpdateHandler::holdBack(DownloadRequest* request) {
     if (mGovernor.hasGivenUp())
         return true;
     if (request->getDownloadFailures() <= FetchGovernor::ImmediateFetches && !request->isOutOfSpace())
         return false;
+    if (mRequests.isStale(request)) {
+        dropStaleDownload(request);
+        return true;
+    }
     VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
     request->setHeldBack(true);
     return true;

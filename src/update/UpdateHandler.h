@@ -95,6 +95,7 @@ class UpdateHandler : public UpdateRecords {
     void forgetZempStart(FileFragment* fragment);
     void onDownloadFailure(DownloadRequest* request);
     void failTooOften(DownloadRequest* request, unsigned failures);
+    void dropStaleDownload(DownloadRequest* request);
 
     void scanForSpace();
     bool isWorthItsSpace(const std::string& filename) const;

@@ -242,11 +242,19 @@ TEST_F(UpdateCycle, VersionChangesAtAnyMoment) {
 }
 
 TEST_F(UpdateCycle, VersionChangeDropsAFailingDownload) {
-    terminal.server.faults = {Fault::None, Fault::None, Fault::Refused};
-    terminal.run(60);
-    terminal.configure("1.05-8");
-    terminal.runUntilSettled(200); // not after the timer's four minutes
-    expectReady(terminal);
+    for (const Fault fault : {Fault::Refused, Fault::Reset}) {
+        for (const unsigned more : {0U, 1U, 2U}) { // the change meets the request at each place of its way
+            Fresh fresh;
+            fresh.server.faults = {Fault::None, Fault::None};
+            fresh.server.faults.resize(2 + (fault == Fault::Reset ? 5 : 1), fault);
+            while (!fresh.server.faults.empty())
+                fresh.tick();
+            fresh.run(more);
+            fresh.configure("1.05-8");
+            fresh.runUntilSettled(200); // not after the timer's four minutes
+            expectReady(fresh);
+        }
+    }
 }
 
 TEST_F(UpdateCycle, ImageCompiledJustBeforeTheChangeIsNotFlagged) {

@@ -180,6 +180,21 @@ TEST(FetchGovernorTest, PacesWhatBringsNothingNew) {
     EXPECT_EQ(governor.onFetch(0), FetchGovernor::FetchNow);
 }
 
+TEST(RetryPaceTest, WaitsLongerAfterEachFailure) {
+    RetryPace pace;
+    EXPECT_FALSE(pace.onBeat()) << "nothing has failed";
+    for (const unsigned beats : {1u, 2u, 4u, 8u, 8u}) {
+        pace.onFailure();
+        for (unsigned i = 1; i < beats; ++i)
+            EXPECT_FALSE(pace.onBeat());
+        EXPECT_TRUE(pace.onBeat());
+        EXPECT_FALSE(pace.onBeat()) << "once";
+    }
+    pace.reset();
+    pace.onFailure();
+    EXPECT_TRUE(pace.onBeat());
+}
+
 TEST(StartRangeTest, ReadsTheManifestsEndFromItsHeader) {
     const support::TemporaryDirectory directory;
     imagefile::ImageBuilder image;
