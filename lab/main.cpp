@@ -181,7 +181,7 @@ void addRunOptions(CLI::App& run, RunOptions& options) {
         ->type_name("VERSION");
     run.add_option("--verbosity", options.lab.verbosity,
                    "Level of the daemon's log; below 7 the daemon limits its downloads to 25000 bytes per "
-                   "second, which its HTTP library keeps only roughly on the loopback interface")
+                   "second")
         ->check(CLI::Range(0, 7))
         ->type_name("LEVEL")
         ->capture_default_str();

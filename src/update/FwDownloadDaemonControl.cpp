@@ -1,5 +1,6 @@
 // Update control: routes requests between the workers and the update handler, and turns events into work.
 #include "common/VexStreamLog.h"
+#include "common/maskedurl.h"
 #include "main/ArgParser.h"
 #include "update/FwDownloadDaemon.h"
 #include <cstdlib>
@@ -206,8 +207,8 @@ void FwDownloadDaemon::onNewFirmwareNeededEvent(NewFirmwareNeededEvent* event) {
     if (isNull(event, "FwDownloadDaemon::onNewFirmwareNeededEvent() Event is NULL!"))
         return;
     VEX_LOG(LogInfo) << "FwDownloadDaemon::onNewFirmwareNeededEvent(" << event->getVersion() << ", "
-                     << event->getUrl() << (event->isForceUpdate() ? "ForceUpdate" : "not ForceUpdate")
-                     << ")";
+                     << maskedUrl(event->getUrl())
+                     << (event->isForceUpdate() ? "ForceUpdate" : "not ForceUpdate") << ")";
     initializeSuuInfo();
     if (!mUpdateHandler) {
         VEX_LOG(LogWarning)
@@ -265,7 +266,7 @@ FwAction::NextAction FwDownloadDaemon::setUpdateHandler(const std::string& url, 
                                                         ConfigDbStatusEvent::ConfigDbStatus status) {
     if (!hasUpdateHandler("FwDownloadDaemon::setUpdateHandler() UpdateHandler is NULL!"))
         return FwAction::NoAction;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler() Configured URL=" << url;
+    VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler() Configured URL=" << maskedUrl(url);
     VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler()        version=" << version;
     VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler()  isForceUpdate="
                       << (forceUpdate ? "yes" : "no");

@@ -1,5 +1,6 @@
 // The image start, and the walk along the manifest that fetches what is needed.
 #include "common/VexStreamLog.h"
+#include "common/maskedurl.h"
 #include "image/ZempParser.h"
 #include "installed/SuuInfo.h"
 #include "update/StartRange.h"
@@ -22,7 +23,7 @@ std::string getPartname(const SuumBlob::Element& element) {
 // --- Image start
 
 void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
-    VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Get ZEMP start from " << mUrl;
+    VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Get ZEMP start from " << maskedUrl(mUrl);
     FileFragment* fragment = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
     for (const DownloadRequest* existing : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
         if (fragment == nullptr || existing->getFileFragment() != fragment || existing->getUrl() != mUrl)
@@ -129,7 +130,7 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
         break;
     case 1:
         VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Need to download more before update to "
-                         << mVersion << " from " << mUrl;
+                         << mVersion << " from " << maskedUrl(mUrl);
         setNextAction(FwAction::GetZempParts);
         break;
     default:

@@ -2,6 +2,7 @@
 #include "update/UpdateRecords.h"
 
 #include "common/VexStreamLog.h"
+#include "common/maskedurl.h"
 #include "main/ArgParser.h"
 #include <algorithm>
 #include <cerrno>
@@ -30,12 +31,12 @@ void forgetLostBytes(FileFragment& fragment) {
 } // namespace
 
 UpdateRecords::UpdateRecords(wqueue<FwWorkItem*>* masterQueue) : mMasterQueue(masterQueue) {
-    VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << mUrl << ", " << mVersion << ")";
+    VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << maskedUrl(mUrl) << ", " << mVersion << ")";
 }
 
 UpdateRecords::~UpdateRecords() {
-    VEX_LOG(LogDebug) << "UpdateHandler::~UpdateHandler(" << mUrl << ", " << mVersion << ", " << whatToDo()
-                      << ")";
+    VEX_LOG(LogDebug) << "UpdateHandler::~UpdateHandler(" << maskedUrl(mUrl) << ", " << mVersion << ", "
+                      << whatToDo() << ")";
     deleteAllDownloadRequests();
     deleteAllParseFileRequests();
     deleteAllFileFragments();
@@ -44,8 +45,8 @@ UpdateRecords::~UpdateRecords() {
 }
 
 bool UpdateRecords::setVersionToDownload(const std::string& url, const std::string& version) {
-    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version " << version << ", URL='" << url
-                      << "'.";
+    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version " << version << ", URL='"
+                      << maskedUrl(url) << "'.";
     if (url.empty()) {
         VEX_LOG(LogWarning) << "UpdateHandler::setVersionToDownload() URL is empty!";
         return false;
@@ -55,17 +56,18 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
         return false;
     }
     if (url == mUrl && version == mVersion) {
-        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Already handling URL='" << url
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Already handling URL='" << maskedUrl(url)
                          << "' version='" << version << "'.";
         return false;
     }
     if (url == mUrl)
-        VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() URL already set to '" << url << "'.";
+        VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() URL already set to '" << maskedUrl(url)
+                          << "'.";
     else if (mUrl.empty())
-        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set URL='" << url << "'.";
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Set URL='" << maskedUrl(url) << "'.";
     else
-        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current URL='" << mUrl
-                         << "' with URL='" << url;
+        VEX_LOG(LogInfo) << "UpdateHandler::setVersionToDownload() Replacing current URL='" << maskedUrl(mUrl)
+                         << "' with URL='" << maskedUrl(url);
     mUrl = url;
     if (version == mVersion)
         VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Version already set to '" << version
@@ -84,8 +86,8 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
     mRequests.markAllStale();
     dropWaitingDownloads();
     mScanToHandOut = mScanIsRecordedOnly;
-    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Now set for URL " << mUrl << " version "
-                      << mVersion << ".";
+    VEX_LOG(LogDebug) << "UpdateHandler::setVersionToDownload() Now set for URL " << maskedUrl(mUrl)
+                      << " version " << mVersion << ".";
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -17,8 +18,9 @@ constexpr mode_t NewFileMode = 0666; // less the process's mask
 
 } // namespace
 
-AppendFile::AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace)
-    : mMaximumSize(maximumSize), mPace(pace) {
+AppendFile::AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace,
+                       std::function<void(uint64_t size)> onProgress)
+    : mMaximumSize(maximumSize), mPace(pace), mOnProgress(std::move(onProgress)) {
     mDescriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, NewFileMode);
     struct stat status = {};
     if (mDescriptor < 0 || fstat(mDescriptor, &status) != 0) {
@@ -77,6 +79,8 @@ bool AppendFile::take(const char* data, size_t size) {
     const size_t lowest = mPace != nullptr ? mPace->size() : BufferSize;
     bool goesOn = true;
     while (mError == 0 && size > 0) {
+        if (mOnProgress)
+            mOnProgress(mSize);
         const size_t taken = std::min(size, BufferSize - mBuffered);
         memcpy(mBuffer.get() + mBuffered, data, taken);
         mBuffered += taken;

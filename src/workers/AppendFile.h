@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,8 +17,10 @@ class AppendFile {
   public:
     // Opens the file as it is, or makes an empty one. Of a write that would make it larger than `maximumSize`
     // bytes, what fits is written, and the rest fails with EFBIG. `pace` may be null, and must outlive this
-    // object; without it bytes go to the file in large pieces, as fast as they come.
-    AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace = nullptr);
+    // object; without it bytes go to the file in large pieces, as fast as they come. `onProgress` is told the
+    // bytes of the file and what is buffered, often while they grow; it may be empty.
+    AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace = nullptr,
+               std::function<void(uint64_t size)> onProgress = {});
 
     // Closes, if that was not done, and ignores the result. Also after a writing thread was stopped.
     ~AppendFile();
@@ -47,6 +50,7 @@ class AppendFile {
 
     const uint64_t mMaximumSize;
     WritePace* const mPace;
+    const std::function<void(uint64_t size)> mOnProgress;
     uint64_t mInitialSize = 0;
     uint64_t mSize = 0; // of the file and what is buffered, bytes
     int mDescriptor = -1;

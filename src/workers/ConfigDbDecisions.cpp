@@ -1,5 +1,6 @@
 // What the monitor reads from the database and writes to it, and what it decides from that.
 #include "common/VexStreamLog.h"
+#include "common/maskedurl.h"
 #include "vex/concurrency.h"
 #include "workers/ConfigDbMonitor.h"
 #include "workers/ConfigNames.h"
@@ -115,7 +116,7 @@ std::string ConfigDbMonitor::getReadyForFirmwareInstall() {
 
 void ConfigDbMonitor::logSwVer() {
     VEX_LOG(LogInfo) << "ConfigDbMonitor::logSwVer() Configured version=" << getSwVersion();
-    VEX_LOG(LogInfo) << "ConfigDbMonitor::logSwVer() Software update URL=" << getSwUpdateUrl();
+    VEX_LOG(LogInfo) << "ConfigDbMonitor::logSwVer() Software update URL=" << maskedUrl(getSwUpdateUrl());
     VEX_LOG(LogInfo) << "ConfigDbMonitor::logSwVer() " << ConfigKey::InstalledVersion << "="
                      << getString(ConfigKey::InstalledVersion);
 }

@@ -48,11 +48,46 @@ CURLcode setOptions(EasyHandle& handle, const std::string& url, const std::strin
     return code;
 }
 
+// Says now and then how far a transfer is.
+class ProgressLog {
+  public:
+    // `total` is 0 when it is not known.
+    ProgressLog(uint64_t total, std::chrono::microseconds interval) : mTotal(total), mInterval(interval) {}
+
+    void operator()(uint64_t size) {
+        const Clock::time_point now = Clock::now();
+        if (mHasBegun && now - mTime < mInterval)
+            return;
+        if (mHasBegun) {
+            const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now - mTime).count();
+            VEX_LOG(LogInfo) << "Downloader::download() " << size << " of "
+                             << (mTotal != 0 ? std::to_string(mTotal) : "?") << " bytes, "
+                             << (size - mSize) * 1000 / static_cast<uint64_t>(std::max<int64_t>(ms, 1))
+                             << " bytes per second.";
+        }
+        mHasBegun = true;
+        mTime = now;
+        mSize = size;
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    const uint64_t mTotal;
+    const std::chrono::microseconds mInterval;
+    bool mHasBegun = false;
+    Clock::time_point mTime; // of the last line, or the begin
+    uint64_t mSize = 0;      // then
+};
+
 } // namespace
 
 Downloader::Downloader(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master,
-                       std::chrono::microseconds pieceInterval)
-    : workQueue(in), masterQueue(master), mPace(PieceSize, pieceInterval) {}
+                       std::chrono::microseconds pieceInterval, std::chrono::microseconds progressInterval)
+    : workQueue(in),
+      masterQueue(master),
+      mProgressInterval(progressInterval),
+      mPace(PieceSize, pieceInterval) {}
 
 Downloader::~Downloader() {
     mPace.interrupt();
@@ -174,7 +209,7 @@ bool Downloader::transfer(DownloadRequest* request) {
     const uint64_t rangeSize = fragment->getRangeSize();
     mFile = std::make_unique<AppendFile>(
         name, (rangeSize != 0 ? rangeSize : uint64_t{FileFragment::MaximumFileSize}) + AnswerSlack,
-        isPaced ? &mPace : nullptr);
+        isPaced ? &mPace : nullptr, ProgressLog(rangeSize, mProgressInterval));
     if (mFile->stream() == nullptr) {
         VEX_LOG(LogWarning) << "Downloader::download() Failure opening file '" << name << "'.";
         VEX_LOG(LogWarning) << "Downloader::download() " << strerror(mFile->error());

@@ -34,13 +34,17 @@ class Downloader : public Thread {
     static constexpr long LowSpeedLimit = 50;
     static constexpr long LowSpeedSeconds = 60;
 
+    // Between two lines of the log about a transfer that runs.
+    static constexpr std::chrono::milliseconds ProgressInterval{60000};
+
     // Bytes a file may have beyond its range, or beyond the largest image: an error page fits.
     static constexpr unsigned AnswerSlack = 65536;
 
     // Takes requests from `workQueue` and answers into `masterQueue`; both must outlive the worker. libcurl
-    // must be initialised. Another `pieceInterval` is for tests that cannot wait for large files.
+    // must be initialised. Other intervals are for tests, which cannot wait for large files.
     Downloader(wqueue<FwWorkItem*>& workQueue, wqueue<FwWorkItem*>& masterQueue,
-               std::chrono::microseconds pieceInterval = PieceInterval);
+               std::chrono::microseconds pieceInterval = PieceInterval,
+               std::chrono::microseconds progressInterval = ProgressInterval);
 
     // Stops the thread wherever it waits, also in the middle of a transfer, and joins it. What was received
     // by then is written to the file and the file closed; the request is not answered.
@@ -75,6 +79,7 @@ class Downloader : public Thread {
     wqueue<FwWorkItem*>& masterQueue;
     std::atomic<bool> running{false};
 
+    const std::chrono::microseconds mProgressInterval;
     WritePace mPace;
 
     // What a running transfer holds. Used by the worker's thread, and by the destructor when it has ended.

@@ -1,15 +1,17 @@
 #include "workitems/DownloadRequest.h"
 
 #include "common/VexStreamLog.h"
+#include "common/maskedurl.h"
 #include "update/FileFragment.h"
 
 DownloadRequest::DownloadRequest(const std::string& url, FileFragment* fragment)
     : FwWorkItem(WorkItemType::DownloadRequest), mUrl(url), mFileFragment(fragment) {
-    VEX_LOG(LogDebug) << "DownloadRequest::DownloadRequest(" << mUrl << ", " << toString() << ")";
+    VEX_LOG(LogDebug) << "DownloadRequest::DownloadRequest(" << maskedUrl(mUrl) << ", " << toString() << ")";
 }
 
 DownloadRequest::~DownloadRequest() {
-    VEX_LOG(LogDebug) << "DownloadRequest::~DownloadRequest(" << mUrl << ", " << getStatus() << ")";
+    VEX_LOG(LogDebug) << "DownloadRequest::~DownloadRequest(" << maskedUrl(mUrl) << ", " << getStatus()
+                      << ")";
 }
 
 const char* DownloadRequest::getString(DownloadStatus status) {

@@ -41,7 +41,8 @@ class Https : public testing::Test {
         mServer = startIn(lab.terminal(), options, mLog);
         ASSERT_TRUE(eventually([&] { return std::filesystem::exists(mWeb + "nginx.pid"); }))
             << readText(mLog);
-        lab.config()->configure(lab.version(), "https" + lab.webServer()->url().substr(strlen("http")));
+        lab.config()->configure(lab.version(),
+                                "https://me:secret@" + lab.webServer()->url().substr(strlen("http://")));
         mTerminal.start();
     }
 
@@ -66,6 +67,8 @@ TEST_F(Https, UpdatesFromAServerThatTheAuthorityVouchesFor) {
     trustAuthority();
     updateFrom("IP:127.0.0.1");
     EXPECT_EQ(mTerminal.untilReady(), "");
+    EXPECT_TRUE(mTerminal.hasLogged("https://***@127.0.0.1"));
+    EXPECT_FALSE(mTerminal.hasLogged("secret"));
 }
 
 TEST_F(Https, RefusesAnAuthorityThatTheSystemDoesNotKnow) {

@@ -43,8 +43,9 @@ class DownloaderFixture : protected WorkerQueues {
     DownloaderFixture(const DownloaderFixture&) = delete;
     DownloaderFixture& operator=(const DownloaderFixture&) = delete;
 
-    void start(std::chrono::microseconds pieceInterval = Downloader::PieceInterval) {
-        downloader = std::make_unique<Downloader>(in, out, pieceInterval);
+    void start(std::chrono::microseconds pieceInterval = Downloader::PieceInterval,
+               std::chrono::microseconds progressInterval = Downloader::ProgressInterval) {
+        downloader = std::make_unique<Downloader>(in, out, pieceInterval, progressInterval);
         if (downloader->start() != 0)
             throw std::runtime_error("no thread");
     }

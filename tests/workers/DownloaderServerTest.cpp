@@ -2,6 +2,7 @@
 // the 2000 bytes 1000-2999, which status follows, and what is on disk.
 #include "workers/DownloaderFixture.h"
 #include <functional>
+#include <libdeflate.h>
 
 namespace {
 
@@ -34,6 +35,15 @@ HttpScript script(const std::function<void(HttpScript&)>& change) {
     return result;
 }
 
+std::string packed(const std::string& bytes) {
+    const std::unique_ptr<libdeflate_compressor, decltype(&libdeflate_free_compressor)> compressor(
+        libdeflate_alloc_compressor(9), &libdeflate_free_compressor);
+    std::string result(libdeflate_gzip_compress_bound(compressor.get(), bytes.size()), '\0');
+    result.resize(
+        libdeflate_gzip_compress(compressor.get(), bytes.data(), bytes.size(), result.data(), result.size()));
+    return result;
+}
+
 HttpScript pageWith(int status, const std::string& headers = "") {
     return script([&](HttpScript& s) {
         s.status = status;
@@ -63,6 +73,13 @@ std::vector<Row> rows() {
         {"StallsInTheHeaders", cutAt(60, All, HttpScript::Stall), Transient, 28, ""},
         {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Permanent, 23,
          imageBytes(0, 2000 + Downloader::AnswerSlack)},
+        {"Swells", script([](HttpScript& s) {
+             s.headers = "Transfer-Encoding: gzip, gzip\r\n";
+             s.withLength = false;
+             s.useBody = true;
+             s.body = packed(packed(std::string(8000000, '\0')));
+         }),
+         Permanent, 23, std::string(2000 + Downloader::AnswerSlack, '\0')},
         {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
         {"Answers404WithAPage", pageWith(404), Complete, 0, Page},
         {"Answers503WithAPage", pageWith(503), Complete, 0, Page},
