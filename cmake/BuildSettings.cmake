@@ -20,7 +20,12 @@ if(CMAKE_BUILD_TYPE MATCHES "^(Release|MinSizeRel)$" AND NOT FW_SANITIZE)
   include(CheckPIESupported)
   check_pie_supported()
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffunction-sections -fdata-sections)
-  add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:--gc-sections LINKER:--as-needed)
+  # Names and lines for the -dbgsym packages, the same wherever the tree lies.
+  set(FW_SHIPPED_OPTIONS -g1 -fdebug-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    list(APPEND FW_SHIPPED_OPTIONS -fcf-protection=full -fstack-clash-protection)
+  endif()
+  add_link_options(LINKER:--build-id=sha1 LINKER:-z,relro LINKER:-z,now LINKER:--gc-sections LINKER:--as-needed)
 endif()
 
 set(FW_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined")

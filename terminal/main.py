@@ -99,8 +99,7 @@ def main():
     parts_only = options.verb == "build"
     packages = None
     if options.packages:
-        packages = [os.path.join(options.packages, name) for name in sorted(os.listdir(options.packages))
-                    if name.endswith("_armhf.deb")]
+        packages = parts.for_terminal(options.packages)
     try:
         with Desk(options.flavour, packages, options.keep, options.card) as desk:
             if parts_only:

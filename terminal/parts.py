@@ -148,6 +148,12 @@ def base_root(flavour, boot):
     return kept(f"root-{flavour}@{made_from}", make)
 
 
+def for_terminal(directory):
+    """What of the project's packages a terminal installs: none of those for the desk and for compilers."""
+    return sorted(package for name in ("fw-download", "fw-download-bin", "libvex-host", "vexctl")
+                  for package in glob.glob(f"{directory}/{name}_*_armhf.deb"))
+
+
 def our_packages():
     """The project's armhf packages, of the sources as they are now."""
     environment = dict(os.environ)
@@ -163,4 +169,4 @@ def our_packages():
         shutil.rmtree(directory, ignore_errors=True)
         run("cpack", "-B", directory, cwd=os.path.join(PROJECT, "build", "arm"), stdout=log, env=environment)
     shutil.rmtree(os.path.join(directory, "_CPack_Packages"), ignore_errors=True)
-    return sorted(glob.glob(f"{directory}/*_armhf.deb"))
+    return for_terminal(directory)

@@ -33,9 +33,8 @@ std::set<std::string> find(const std::string& text, const std::string& pattern) 
 TEST(ToolDocuments, ManualPagesRenderWithoutWarnings) {
     if (outputOf("command -v groff").status != 0)
         GTEST_SKIP() << "no groff";
-    for (const char* const directory : {"/docs/man", "/packaging/man"})
-        for (const auto& page : std::filesystem::directory_iterator(Root + directory))
-            EXPECT_EQ(outputOf("groff -man -ww -z '" + page.path().string() + "'").text, "");
+    for (const auto& page : std::filesystem::directory_iterator(Pages))
+        EXPECT_EQ(outputOf("groff -man -ww -z '" + page.path().string() + "'").text, "");
 }
 
 // Every command and option that the programs know stands in their manual page and in their completion.
