@@ -30,7 +30,7 @@ const char* getPriorityName(LogPriority priority);
 // Collects characters up to a flush and emits them as one line, to syslog or to standard output.
 class VexStreamLog : public std::streambuf {
   public:
-    enum Type { Syslog = 0, Console = 1 }; // any value but 0 means standard output
+    enum Type : int { Syslog = 0, Console = 1 }; // any value but 0 means standard output
 
     // `ident` is not copied and must live as long as the buffer; null prints as an empty text. Sets the
     // level; for the syslog type also opens the system log under `ident` and sets its mask.

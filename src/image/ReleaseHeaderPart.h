@@ -18,7 +18,7 @@ class ReleaseHeaderPart : public ZempPart {
 
     // The release text: the body up to its first zero byte.
     std::string getReleaseHeaderBody() const { return mReleaseHeaderBody; }
-    void setReleaseHeaderBody(const std::string& text) { mReleaseHeaderBody = text; }
+    void setReleaseHeaderBody(std::string text) { mReleaseHeaderBody = std::move(text); }
 
     // Never null; all zero until one was taken over.
     const zemp_content_release_header_t* getReleaseHeader() const { return &mReleaseHeader; }

@@ -70,12 +70,13 @@ const SuumBlob::Element* SuumBlob::getElementAt(uint32_t index) const {
     return index < mElements.size() ? mElements[index].get() : nullptr;
 }
 
-void SuumBlob::setBlob(const uint8_t* data, uint32_t size) {
+void SuumBlob::setBlob(const uint8_t* data, uint32_t size, uint32_t available) {
     mBlob.reset();
     mBlobSize = 0;
     if (data == nullptr || size == 0)
         return;
     mBlob.reset(new uint8_t[size]);
-    std::copy_n(data, size, mBlob.get());
+    uint8_t* const end = std::copy_n(data, std::min(size, available), mBlob.get());
+    std::fill(end, mBlob.get() + size, uint8_t{0});
     mBlobSize = size;
 }

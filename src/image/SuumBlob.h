@@ -72,9 +72,10 @@ class SuumBlob : public ZempPart {
     // Version text of the release that the manifest came with.
     void setPartVersion(const std::string& version) { mPartVersion = version; }
 
-    // The manifest's bytes in the file, body and padding. setBlob() copies; null `data` or a `size` of 0
-    // leaves no copy. getBlob() is null without one.
-    void setBlob(const uint8_t* data, uint32_t size);
+    // The manifest's bytes in the file, body and padding. setBlob() copies as many of them as there are,
+    // zeros follow; null `data` or a `size` of 0 leaves no copy. getBlob() is null without one.
+    void setBlob(const uint8_t* data, uint32_t size) { setBlob(data, size, size); }
+    void setBlob(const uint8_t* data, uint32_t size, uint32_t available);
     const uint8_t* getBlob() const { return mBlob.get(); }
     uint32_t getBlobSize() const { return mBlobSize; }
 

@@ -1,20 +1,24 @@
 #include "image/ZempCreator.h"
 
+#include "common/File.h"
 #include "common/Thread.h"
 #include "common/VexStreamLog.h"
 #include "image/ReleaseHeaderPart.h"
-#include "image/StdioFile.h"
 #include "image/SuumBlob.h"
 #include "image/SwBlob.h"
 #include "image/ZempHeaderPart.h"
+#include "image/ZempReadBack.h"
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <limits.h>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 std::string ZempCreator::sTempFilename = "/tmp/zempparts";
 
@@ -54,7 +58,7 @@ class FileRemover {
 // the number of bytes it took. The steps are such that a file which is written from `position` on gets
 // aligned writes.
 template <typename Take>
-uint64_t readInSteps(StdioFile& file, uint64_t size, uint64_t position, const Take& take) {
+uint64_t readInSteps(File& file, uint64_t size, uint64_t position, const Take& take) {
     const std::unique_ptr<uint8_t[]> buffer(new uint8_t[CopyBytes]);
     uint64_t done = 0;
     while (done < size) {
@@ -98,16 +102,26 @@ bool invalid(const char* type) {
     return false;
 }
 
+// Whether these first 64 bytes of a file are the part's headers, as they were when it was parsed.
+bool isPartsHeader(const SwBlob& part, const uint8_t* bytes) {
+    return memcmp(bytes, part.getHeader(), ZempPart::ZempContentHeaderSize) == 0 &&
+           memcmp(bytes + ZempPart::ZempContentHeaderSize, part.getExtendedHeader(),
+                  ZempPart::ZempSwBlobHeaderSize) == 0;
+}
+
 // Writes the parts to the temporary file.
 class BodyWriter {
   public:
-    BodyWriter(StdioFile& file, zemp_header_t& header) : mFile(file), mHeader(header) {}
+    BodyWriter(File& file, zemp_header_t& header) : mFile(file), mHeader(header) {}
 
     // Takes over the main header, or writes any other part. False, and logged, when that cannot be done.
     bool add(ZempPart* part);
 
     // What made add() return false.
     ZempCreator::Failure failure() const { return mFailure; }
+
+    // The content headers as they were written.
+    const std::vector<zemp_content_header_t>& headers() const { return mHeaders; }
 
   private:
     bool takeHeader(const ZempHeaderPart* part);
@@ -118,14 +132,17 @@ class BodyWriter {
     bool copyFromFile(const SwBlob& part);
     bool write(const void* data, size_t size);
 
-    // Whether the part has a header, and one that ends where the part's kind has it end: no other can be
-    // written.
-    static bool isHeaderUsable(const ZempPart* part, uint32_t length) {
-        return part != nullptr && part->isContentHeaderValid() && part->getHeaderLength() == length;
+    // Writes the part's content header and the bytes of its extended header. Both together have the length
+    // that the part's kind has: what the header declares beyond is no part of the image.
+    bool writeHeaders(const zemp_content_header_t& header, const void* extension, size_t extensionSize);
+
+    static bool isHeaderUsable(const ZempPart* part) {
+        return part != nullptr && part->isContentHeaderValid();
     }
 
-    StdioFile& mFile;
+    File& mFile;
     zemp_header_t& mHeader;
+    std::vector<zemp_content_header_t> mHeaders;
     ZempCreator::Failure mFailure = ZempCreator::Failure::Parts; // unless a write fails
 };
 
@@ -161,31 +178,29 @@ bool BodyWriter::takeHeader(const ZempHeaderPart* part) {
         return refuse("ZempCreator::createZemp: Invalid ZEMP header. Aborting!");
     mHeader = *part->getZempHeader();
     VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.version = " << unsigned{mHeader.version};
-    VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.reserved = " << unsigned{mHeader.reserved};
+    VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.reserved = " << std::hex << std::showbase
+                      << unsigned{mHeader.reserved};
     VEX_LOG(LogDebug) << "ZempCreator::createZemp: zempHeader.hdr_length = " << mHeader.hdr_length;
     return true;
 }
 
 bool BodyWriter::writeRelease(const ReleaseHeaderPart* part) {
-    if (!isHeaderUsable(part, ZempFormat::ReleaseBodyOffset) || !part->isReleaseHeaderValid() ||
-        !part->isBodyValid())
+    if (!isHeaderUsable(part) || !part->isReleaseHeaderValid() || !part->isBodyValid())
         return refuse("ZempCreator::createZemp: Invalid Release header. Aborting!");
     const std::string text = part->getReleaseHeaderBody();
-    return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
-           write(part->getReleaseHeader(), ZempPart::ZempReleaseHeaderSize) &&
+    return writeHeaders(*part->getHeader(), part->getReleaseHeader(), ZempPart::ZempReleaseHeaderSize) &&
            write(text.c_str(), text.size() + 1);
 }
 
 bool BodyWriter::writeManifest(const SuumBlob* part) {
-    if (!isHeaderUsable(part, ZempFormat::BlobBodyOffset) || !part->isSuumValid())
+    if (!isHeaderUsable(part) || !part->isSuumValid())
         return refuse("ZempCreator::createZemp: Invalid SUUM blob. Aborting!");
-    return write(part->getHeader(), ZempPart::ZempContentHeaderSize) &&
-           write(part->getBlob(), part->getBlobSize());
+    return writeHeaders(*part->getHeader(), nullptr, 0) && write(part->getBlob(), part->getBlobSize());
 }
 
 bool BodyWriter::writeSoftware(const SwBlob* part) {
     const char* const type = ZempPart::getString(part->getPartType());
-    if (!isHeaderUsable(part, ZempFormat::SwBlobBodyOffset) || !part->isExtendedHeaderValid())
+    if (!isHeaderUsable(part) || !part->isExtendedHeaderValid())
         return invalid(type);
     if (!part->isBodyValid()) {
         VEX_LOG(LogInfo) << "ZempCreator::createZemp: " << type << " not needed. Only write headers";
@@ -199,12 +214,22 @@ bool BodyWriter::writeHeadersOnly(const SwBlob& part) {
     zemp_content_header_t header = *part.getHeader();
     header.body_length = 0;
     header.body_crc = 0;
-    uint8_t record[ZempFormat::SwBlobBodyOffset];
-    memcpy(record, &header, sizeof header);
-    memcpy(record + sizeof header, part.getExtendedHeader(), ZempPart::ZempSwBlobHeaderSize);
-    ZempFormat::putLe32(
-        record, crc32_calc(0, record + ZempFormat::CrcFieldSize, sizeof record - ZempFormat::CrcFieldSize));
-    return write(record, sizeof record);
+    return writeHeaders(header, part.getExtendedHeader(), ZempPart::ZempSwBlobHeaderSize);
+}
+
+bool BodyWriter::writeHeaders(const zemp_content_header_t& header, const void* extension,
+                              size_t extensionSize) {
+    std::vector<uint8_t> record(sizeof header + extensionSize);
+    zemp_content_header_t written = header;
+    written.hdr_length = static_cast<uint16_t>(record.size());
+    memcpy(record.data(), &written, sizeof written);
+    if (extensionSize > 0)
+        memcpy(record.data() + sizeof written, extension, extensionSize);
+    written.hdr_crc =
+        crc32_calc(0, record.data() + ZempFormat::CrcFieldSize, record.size() - ZempFormat::CrcFieldSize);
+    ZempFormat::putLe32(record.data(), written.hdr_crc);
+    mHeaders.push_back(written);
+    return write(record.data(), record.size());
 }
 
 bool BodyWriter::copyFromFile(const SwBlob& part) {
@@ -214,7 +239,7 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     const uint32_t padding = ZempPart::getPadding(part.getBodyLength());
     VEX_LOG(LogDebug) << "ZempCreator::createZemp: length=" << length << ", padding=" << padding;
 
-    StdioFile file;
+    File file;
     if (!file.openForReading(filename)) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open '" << filename << "' ("
                             << strerror(errno) << ").";
@@ -222,14 +247,13 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     }
     // The file was checked when it was parsed; it may have changed since.
     uint8_t headers[ZempFormat::SwBlobBodyOffset];
-    if (file.read(headers, sizeof headers) != sizeof headers ||
-        memcmp(headers, part.getHeader(), ZempPart::ZempContentHeaderSize) != 0 ||
-        zemp_validate_content_header(reinterpret_cast<const zemp_content_header_t*>(headers)) != ZempValid) {
+    if (file.read(headers, sizeof headers) != sizeof headers || !isPartsHeader(part, headers)) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename
                             << "' does not begin with the part's header.";
         return invalid(type);
     }
-    if (!write(headers, sizeof headers))
+    if (!writeHeaders(*part.getHeader(), headers + ZempPart::ZempContentHeaderSize,
+                      ZempPart::ZempSwBlobHeaderSize))
         return false;
     bool isWritten = true;
     uint32_t crc = 0;
@@ -265,18 +289,15 @@ bool BodyWriter::write(const void* data, size_t size) {
 }
 
 // Completes the main header for the body in the temporary file.
-bool describeBody(const std::string& tempFilename, zemp_header_t& header) {
-    StdioFile temp;
-    if (!temp.openOwnForReading(tempFilename)) {
-        logOpenError(tempFilename);
-        return false;
-    }
+bool describeBody(File& temp, zemp_header_t& header) {
     uint32_t crc = 0;
-    const uint64_t length = readInSteps(temp, UINT32_MAX, 0, [&crc](const uint8_t* data, size_t size) {
-        crc = crc32_calc(crc, data, size);
-        return true;
-    });
-    if (temp.hasFailed() || length == UINT32_MAX) {
+    uint64_t length = 0;
+    if (temp.rewind())
+        length = readInSteps(temp, UINT32_MAX, 0, [&crc](const uint8_t* data, size_t size) {
+            crc = crc32_calc(crc, data, size);
+            return true;
+        });
+    if (length != temp.position() || length == UINT32_MAX) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to read temporary file (" << reason() << ").";
         return false;
     }
@@ -287,6 +308,21 @@ bool describeBody(const std::string& tempFilename, zemp_header_t& header) {
     header.hdr_crc =
         crc32_calc(0, bytes + ZempFormat::CrcFieldSize, sizeof header - ZempFormat::CrcFieldSize);
     return true;
+}
+
+// A name beside the image's; one that is as long as a name may be gives way at its end.
+std::string partialNameOf(const std::string& filename) {
+    const size_t base = filename.rfind('/') + 1; // 0 without a directory
+    return filename.substr(0, base) + filename.substr(base, NAME_MAX - strlen(PartialSuffix)) + PartialSuffix;
+}
+
+// What is there under the image's name already may be an image, but nothing else: a device would be replaced.
+bool mayReplace(const std::string& filename) {
+    struct stat status {};
+    if (stat(filename.c_str(), &status) != 0 || S_ISREG(status.st_mode))
+        return true;
+    VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename << "' is not a regular file.";
+    return false;
 }
 
 bool syncDirectoryOf(const std::string& filename) {
@@ -303,8 +339,8 @@ bool syncDirectoryOf(const std::string& filename) {
 }
 
 // Writes the image's bytes into `file` and syncs them.
-bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
-    if (!file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
+bool fillImage(File& file, File& temp, const zemp_header_t& header) {
+    if (!temp.rewind() || !file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
         !file.write(&header, sizeof header))
         return false;
     uint64_t unsynced = 0;
@@ -323,25 +359,31 @@ bool fillImage(StdioFile& file, StdioFile& temp, const zemp_header_t& header) {
     return true;
 }
 
-// An image of this version may be flagged as ready already, so it stays whole until the new one replaces it.
-bool writeImage(const std::string& filename, const std::string& tempFilename, const zemp_header_t& header,
-                ZempCreator::Failure& failure) {
-    const std::string partial = filename + PartialSuffix;
-    StdioFile temp;
-    if (!temp.openOwnForReading(tempFilename)) {
-        logOpenError(tempFilename);
-        return false;
-    }
-    StdioFile file;
-    if (!file.createForWriting(partial)) {
-        failure = failureOf(errno);
-        logOpenError(partial);
+// An image of this version may be flagged as ready already, so it stays whole until the new one, which was
+// read back, replaces it.
+bool writeImage(const std::string& filename, File& temp, const zemp_header_t& header,
+                const std::vector<zemp_content_header_t>& parts, ZempCreator::Failure& failure) {
+    const std::string partial = partialNameOf(filename);
+    File file;
+    const bool isFree = mayReplace(filename);
+    if (!isFree || !file.createAnew(partial, File::PublicMode)) {
+        if (isFree) {
+            failure = failureOf(errno);
+            logOpenError(partial);
+        }
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open output file.";
         return false;
     }
     FileRemover remover(partial);
-    const bool isReplaced =
-        fillImage(file, temp, header) && file.close() && rename(partial.c_str(), filename.c_str()) == 0;
+    bool isReplaced = fillImage(file, temp, header);
+    if (isReplaced) {
+        file.forgetCached();
+        if (!readBackImage(partial, header, parts)) {
+            failure = ZempCreator::Failure::Parts; // or the disk's: both are fetched and written anew
+            return false;
+        }
+        isReplaced = file.close() && rename(partial.c_str(), filename.c_str()) == 0;
+    }
     if (isReplaced)
         remover.disarm();
     if (!isReplaced || !syncDirectoryOf(filename)) {
@@ -363,8 +405,8 @@ bool ZempCreator::createZemp(std::string filename) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Insufficient ZEMP parts. Aborting!";
         return false;
     }
-    StdioFile temp;
-    if (!temp.createOwnForWriting(sTempFilename)) {
+    File temp;
+    if (!temp.createAnew(sTempFilename, File::PrivateMode)) {
         mFailure = failureOf(errno);
         logOpenError(sTempFilename);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to create temporary file.";
@@ -382,14 +424,8 @@ bool ZempCreator::createZemp(std::string filename) {
             return false;
         }
     }
-    if (!temp.close()) {
-        mFailure = failureOf(errno);
-        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing temporary file ("
-                            << strerror(errno) << ").";
-        return false;
-    }
     mFailure = Failure::Surroundings;
-    if (!describeBody(sTempFilename, header) || !writeImage(filename, sTempFilename, header, mFailure))
+    if (!describeBody(temp, header) || !writeImage(filename, temp, header, writer.headers(), mFailure))
         return false;
     mFailure = Failure::None;
     tempRemover.disarm();

@@ -4,6 +4,7 @@
 #include "image/ParseLog.h"
 #include "image/zemp_validate.h"
 #include <algorithm>
+#include <new>
 #include <sys/stat.h>
 
 int ParseLevel = LogDebug;
@@ -69,9 +70,13 @@ bool ZempParser::parseFile(const std::string& filename, uint32_t size, FileFragm
     bool isParsed = false;
     if (file.open(filename)) {
         const FileLoan loan(mFile, &file);
-        isParsed = type == FileFragment::ContentPart
-                       ? parseSinglePart(filename, size)
-                       : parseImage(filename, size, type == FileFragment::ZempStart);
+        try {
+            isParsed = type == FileFragment::ContentPart
+                           ? parseSinglePart(filename, size)
+                           : parseImage(filename, size, type == FileFragment::ZempStart);
+        } catch (const std::bad_alloc&) { // lengths come from the file
+            VEX_LOG(LogWarning) << "ZempParser::parseFile() Memory allocation failed!";
+        }
     } else {
         VEX_LOG(LogWarning) << "ZempParser::parseFile() Unable to open file '" << filename << "'.";
     }

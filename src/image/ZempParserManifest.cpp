@@ -142,9 +142,7 @@ SuumBlob* ZempParser::parseSuumBlob(const uint8_t* data, uint32_t size,
     auto suum = std::make_unique<SuumBlob>(header);
     const uint32_t length = std::min(size, suum->getBodyLength());
     const uint32_t padding = ZempPart::getPadding(suum->getBodyLength());
-    std::vector<uint8_t> blob(data, data + std::min<uint64_t>(size, uint64_t{length} + padding));
-    blob.resize(size_t{length} + padding);
-    suum->setBlob(blob.data(), static_cast<uint32_t>(blob.size()));
+    suum->setBlob(data, length + padding, size);
 
     const auto* at = reinterpret_cast<const char*>(data);
     const char* const end = at + strnlen(at, length);

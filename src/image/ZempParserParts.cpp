@@ -7,6 +7,7 @@
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -102,10 +103,10 @@ bool ZempParser::parseReleaseBody(const uint8_t* data, uint32_t size, ReleaseHea
         return false;
     }
     const auto* const chars = reinterpret_cast<const char*>(data);
-    const std::string text(chars, strnlen(chars, length));
-    part->setReleaseHeaderBody(text);
-    VEX_LOG(LogDebug) << "ZempParser::parseReleaseBody() Body='"
-                      << text.substr(0, text.find_last_not_of("\r\n") + 1) << "'.";
+    std::string_view text(chars, strnlen(chars, length));
+    part->setReleaseHeaderBody(std::string(text));
+    text = text.substr(0, text.find_last_not_of("\r\n") + 1);
+    VEX_LOG(LogDebug) << "ZempParser::parseReleaseBody() Body='" << text << "'.";
     setBodyParsed(part, true);
     return true;
 }

@@ -23,10 +23,11 @@ class FileFragment {
         UpdateZempFile = 4 // the compiled update image
     };
 
-    static constexpr unsigned ZempStartSize = 511;          // last byte of the image start's range
-    static constexpr unsigned MinimumFileSize = 511;        // smallest plausible image file, bytes
-    static constexpr unsigned MaximumFileSize = 78643200;   // largest accepted image file: 75 MiB
-    static constexpr unsigned ContentPartInitialSize = 511; // span fetched first for a content part
+    static constexpr unsigned ZempStartSize = 511;           // last byte of the image start's range
+    static constexpr unsigned MaximumZempStartSize = 131072; // bytes up to the end of the manifest
+    static constexpr unsigned MinimumFileSize = 511;         // smallest plausible image file, bytes
+    static constexpr unsigned MaximumFileSize = 78643200;    // largest accepted image file: 75 MiB
+    static constexpr unsigned ContentPartInitialSize = 511;  // span fetched first for a content part
     static constexpr const char* TempFileTemplate = "XXXXXX";
 
     // A fragment for a new download of the bytes `rangeStart` to `rangeEnd` (inclusive). It has no file yet.

@@ -2,13 +2,14 @@
 #ifndef UPDATE_STARTRANGE_H
 #define UPDATE_STARTRANGE_H
 
+#include "update/FileFragment.h"
 #include <string>
 
 class ReleaseHeaderPart;
 class ZempHeaderPart;
 
 // Limit of an image start, bytes: far beyond any manifest of 40 lines, and little to fetch in vain.
-constexpr unsigned MaximumZempStartSize = 131072;
+constexpr unsigned MaximumZempStartSize = FileFragment::MaximumZempStartSize;
 
 // Offset in the image of the manifest's last byte, padding included, as its content header in the start file
 // `filename` tells. 0 when the file does not hold a valid manifest header behind the main header and the

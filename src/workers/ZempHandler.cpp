@@ -3,6 +3,7 @@
 #include "common/VexStreamLog.h"
 #include "image/ZempCreator.h"
 #include "update/FileFragment.h"
+#include "workers/Downloader.h"
 #include "workers/RegularFile.h"
 #include "workitems/CompileUpdateZempRequest.h"
 #include "workitems/Events.h"
@@ -21,6 +22,7 @@ namespace {
 
 // Sizes have 31 bits on the terminal.
 constexpr off_t MaximumSize = INT32_MAX;
+constexpr off_t MaximumStartFileSize = FileFragment::MaximumZempStartSize + Downloader::AnswerSlack;
 constexpr unsigned OversizeMark = 0xFFFFFFFF;
 
 struct DirectoryCloser {
@@ -178,6 +180,11 @@ ParseFileRequest::ParseStatus ZempHandler::parse(const ParseFileRequest& request
         VEX_LOG(LogWarning) << "ZempHandler::onParseFileRequest() Filename='" << name << "' has zero size! ("
                             << status.st_size << ").";
         return ParseFileRequest::ParseNoData;
+    }
+    if (request.getFragmentType() == FileFragment::ZempStart && status.st_size > MaximumStartFileSize) {
+        VEX_LOG(LogWarning) << "ZempHandler::onParseFileRequest() Filename='" << name
+                            << "' is too large for the start of an image! (" << status.st_size << ").";
+        return ParseFileRequest::ParseFailed;
     }
     ZempParser* const parser = request.getZempParser();
     const auto size = static_cast<uint32_t>(status.st_size);

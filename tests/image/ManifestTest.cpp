@@ -1,5 +1,8 @@
 #include "image/ImageFixtures.h"
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -103,5 +106,37 @@ TEST(Manifest, NumberOfElements) {
     for (const auto& row : rows)
         EXPECT_EQ(Manifest(row.text).count(), row.elements) << row.text;
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// A manifest of 48 MiB in an address space that has room for so many of it: 0, it was parsed; 1, it was not.
+int parseIn(unsigned roomForHalves) {
+    constexpr uint32_t length = 48U << 20U;
+    const support::TemporaryDirectory directory;
+    const std::string name = directory.file("part");
+    {
+        ImageBuilder image;
+        image.manifest(std::string(length, '#'));
+        writeFile(name, image.buildPart(0));
+    }
+    std::ifstream status("/proc/self/statm");
+    rlim_t pages = 0;
+    status >> pages;
+    const rlimit limit{pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) +
+                           rlim_t{length} / 2 * roomForHalves,
+                       RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &limit);
+    const support::LogCapture log(LogWarning);
+    ZempParser parser;
+    if (parser.parseFile(name, 0, FileFragment::ContentPart))
+        return 0;
+    return log.has("LOG_WARNING ZempParser::parseFile() Memory allocation failed!") ? 1 : 2;
+}
+
+TEST(Manifest, IsHeldAtMostTwiceAndFailsWithoutMemory) {
+    EXPECT_EXIT(_exit(parseIn(5)), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(parseIn(3)), testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(_exit(parseIn(1)), testing::ExitedWithCode(1), "");
+}
+#endif
 
 } // namespace

@@ -71,6 +71,13 @@ TEST_F(ZempHandlerTest, ScanListsFragmentsAndUpdateImagesOnlyAndFailsWithoutADir
 TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
     const std::string golden = directory.file("ZempStart-golden");
     writeFile(golden, goldenBuilder().build());
+    const auto startOf = [&](size_t size) {
+        Bytes bytes = goldenBuilder().build();
+        bytes.resize(size);
+        const std::string name = directory.file("ZempStart-" + std::to_string(size));
+        writeFile(name, bytes);
+        return name;
+    };
     struct Row {
         std::string filename;
         ParseFileRequest::ParseStatus status;
@@ -83,6 +90,8 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
         {directory.file("ZempStart-missing"), ParseFileRequest::ParseNoData, 0},
         {"", ParseFileRequest::ParseNoData, 0},
         {directory.path(), ParseFileRequest::ParseFailed, 0},
+        {startOf(131072 + 65536), ParseFileRequest::ParseCopmplete, 3},
+        {startOf(131072 + 65536 + 1), ParseFileRequest::ParseFailed, 0}, // unparsed
     };
     for (const Row& row : rows) {
         FileFragment fragment(row.filename, 0);

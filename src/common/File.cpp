@@ -1,0 +1,81 @@
+#include "common/File.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int CreateAttempts = 3; // somebody may take the name again while it is being freed
+
+} // namespace
+
+File::~File() {
+    if (mFd >= 0)
+        ::close(mFd);
+}
+
+bool File::openForReading(const std::string& filename) {
+    mFd = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC);
+    return mFd >= 0;
+}
+
+bool File::createAnew(const std::string& filename, unsigned mode) {
+    for (int attempt = 0; attempt < CreateAttempts && mFd < 0; ++attempt) {
+        if (unlink(filename.c_str()) != 0 && errno != ENOENT)
+            return false;
+        mFd = ::open(filename.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        if (mFd < 0 && errno != EEXIST)
+            return false;
+    }
+    return mFd >= 0;
+}
+
+size_t File::read(void* data, size_t size) {
+    size_t done = 0;
+    errno = 0;
+    while (done < size) {
+        const ssize_t count = ::read(mFd, static_cast<uint8_t*>(data) + done, size - done);
+        if (count < 0 && errno == EINTR)
+            continue;
+        mHasFailed = mHasFailed || count < 0;
+        if (count == 0)
+            errno = 0;
+        if (count <= 0)
+            break;
+        done += static_cast<size_t>(count);
+    }
+    return done;
+}
+
+bool File::write(const void* data, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t count = ::write(mFd, static_cast<const uint8_t*>(data) + done, size - done);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return false;
+        done += static_cast<size_t>(count);
+    }
+    mPosition += size;
+    return true;
+}
+
+bool File::rewind() {
+    return lseek(mFd, 0, SEEK_SET) == 0;
+}
+
+bool File::sync() {
+    return fsync(mFd) == 0;
+}
+
+void File::forgetCached() {
+    posix_fadvise(mFd, 0, 0, POSIX_FADV_DONTNEED);
+}
+
+bool File::close() {
+    const int fd = mFd;
+    mFd = -1;
+    return ::close(fd) == 0;
+}
