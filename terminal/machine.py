@@ -172,6 +172,13 @@ class Machine:
             raise MachineError(f"'{command}' ends with status {self.status}: {text}")
         return text
 
+    def write_file(self, path, content):
+        """A small file into the terminal."""
+        self.do(f": >{path}")
+        text = "".join(f"\\{byte:03o}" for byte in content)
+        for begin in range(0, len(text), 4 * 512):
+            self.do(f"printf '{text[begin:begin + 4 * 512]}' >>{path}")
+
     def control(self, command, **arguments):
         """A command to the emulator itself."""
         with self.connect("control") as connection, connection.makefile("rw") as stream:

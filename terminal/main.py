@@ -12,7 +12,7 @@ import images
 import parts
 from machine import MachineError
 from parts import say
-from terminal import SETTINGS, Desk
+from terminal import SETTINGS, Desk, boot_to_end
 
 BYTES_PER_SECOND = 25000  # at level 6 and below
 POLL_SECONDS = 2
@@ -62,8 +62,7 @@ def update(desk, terminal, options):
     record = options.installed or desk.record
     bytes_needed = os.path.getsize(source)
     seconds = 420 / (options.scale or 1) + 60 + bytes_needed / (BYTES_PER_SECOND if options.level != 7 else 500000) * 1.5
-    terminal.configure(images.configuration(source, desk.url()))
-    terminal.do("vexctl signal send evt.confd.updated")
+    terminal.configure(desk.url(), images.configuration(source, desk.url()) if options.image else None)
     begin = time.monotonic()
     while not (flag := terminal.value("cfg.fw_ready_for_install")):
         if time.monotonic() - begin > seconds or terminal.restarts():
@@ -96,13 +95,10 @@ def shell(desk, terminal, options):
 def main():
     options = words()
     signal.signal(signal.SIGTERM, lambda *unused: sys.exit(1))  # leaves the scopes
-    parts_only = options.verb == "build"
-    packages = None
-    if options.packages:
-        packages = parts.for_terminal(options.packages)
     try:
-        with Desk(options.flavour, packages, options.keep, options.card) as desk:
-            if parts_only:
+        with Desk(options.flavour, parts.in_directory(options.packages), options.keep, options.card) as desk:
+            if options.verb == "build":
+                parts.base_root(options.flavour, boot_to_end)
                 return
             terminal = desk.boot(record=options.installed, memory=options.memory)
             prepare(terminal, options)

@@ -18,7 +18,8 @@ GUEST = os.path.join(PROJECT, "terminal", "guest")
 FLAVOURS = ("systemd", "busybox")
 
 # What the daemon and vexctl need of Debian; the project's packages themselves are installed by the terminal.
-LIBRARIES = ["libcurl4", "libdeflate0", "libsqlite3-0", "libsystemd0", "libstdc++6", "libtomlplusplus3", "ca-certificates"]
+LIBRARIES = ["libcurl4", "libdeflate0", "libsqlite3-0", "libsystemd0", "libstdc++6", "libtomlplusplus3", "libsodium23",
+             "ca-certificates"]
 PACKAGES = {
     "systemd": ["?essential", "usr-is-merged", "systemd", "systemd-sysv", "dbus", "udev", "kmod", "procps", "apt",
                 "e2fsprogs", *LIBRARIES],
@@ -170,3 +171,8 @@ def our_packages():
         run("cpack", "-B", directory, cwd=os.path.join(PROJECT, "build", "arm"), stdout=log, env=environment)
     shutil.rmtree(os.path.join(directory, "_CPack_Packages"), ignore_errors=True)
     return for_terminal(directory)
+
+
+def in_directory(directory):
+    """The armhf packages of a directory; None for none, which means our_packages()."""
+    return for_terminal(directory) if directory else None

@@ -2,7 +2,7 @@
 
 import contextlib
 import os
-import shlex
+import re
 import shutil
 import sys
 import tempfile
@@ -10,7 +10,7 @@ import tempfile
 import card
 import images
 import parts
-from machine import HOST, Machine, MachineError
+from machine import HOST, Machine
 from parts import PROJECT, run, say
 
 sys.path.insert(0, f"{PROJECT}/bench/compare")
@@ -31,6 +31,13 @@ def boot_to_end(image, append, text, seconds):
 def root_copy(flavour, path):
     run("cp", "--sparse=always", parts.base_root(flavour, boot_to_end), path)
     return path
+
+
+def documented(number):
+    """The commands of a block of docs/installing.md: 0 installs with a package manager, 1 without, 2 configures."""
+    with open(f"{PROJECT}/docs/installing.md") as file:
+        block = re.findall(r"```console\n(.*?)```", file.read(), re.DOTALL)[number]
+    return [line.removeprefix("# ") for line in block.splitlines()]
 
 
 def packages_for_terminal(packages):
@@ -69,12 +76,12 @@ class Terminal(Machine):
         """As docs/installing.md says. With systemd the service is started; with busybox at the next boot."""
         self.take_packages()
         if self.systemd():
-            return self.do("dpkg -i /root/packages/*.deb", 300)
-        for name in self.do("ls /root/packages").split():
-            self.do(f"dpkg-deb -x /root/packages/{name} /")
-        self.do("mkdir -p /etc/rc.d && ln -sf ../init.d/fw-download /etc/rc.d/S50fw-download && sync")
+            return self.do(f"cd /root/packages && {documented(0)[0]}", 300)
+        *commands, reboot = documented(1)
+        for command in commands:
+            self.do(f"cd /root/packages && {command}")
         self.answers = b""
-        self.control("system_reset")
+        self.do(f"({reboot}) >/dev/null 2>&1 & :")
         self.wait_agent(BOOT_SECONDS)
 
     def service(self, verb):
@@ -89,7 +96,7 @@ class Terminal(Machine):
     def log(self):
         """All that the daemon has logged."""
         return self.ask("journalctl -q -t fw_download -o cat --no-pager" if self.systemd()
-                        else "grep -h fw_download /run/log.0 /run/log")
+                        else "grep fw_download /run/messages")
 
     def restarts(self):
         return int(self.do("systemctl show -P NRestarts fw-download")) if self.systemd() else 0
@@ -99,9 +106,14 @@ class Terminal(Machine):
         lines = "".join(f"{name}={value}\\n" for name, value in values.items())
         self.do(f"printf '{lines}' >>{SETTINGS}")
 
-    def configure(self, values):
-        words = " ".join(f"{name} {shlex.quote(str(value))}" for name, value in values.items())
-        self.do(f"vexctl config set {words}")
+    def configure(self, url, others=None):
+        """As docs/installing.md says, whose image is the one that Desk.serve() makes; others are values that differ."""
+        *settings, tell = documented(2)
+        for command in settings:
+            self.do(command.replace("http://server/update.zemp", url))
+        for name, value in (others or {}).items():
+            self.do(f"vexctl config set {name} '{value}'")
+        self.do(tell)
 
     def value(self, name):
         """Of the configuration database; empty when there is none."""
