@@ -136,10 +136,10 @@ const Kind Kinds[] = {
     {"writes",
      [](Terminal& terminal, unsigned argument) { terminal.config.failingWrites = 1 + argument % 2; }, true},
     {"rest", [](Terminal& terminal, unsigned argument) { terminal.handlerRests = 1 + argument % 10; }, true},
-    {"rebuilt", rebuildUnderOldVersions, false},
+    {"rebuilt", rebuildUnderOldVersions, true},
     {"disk", [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + 10 * argument; },
-     false},
-    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }, false},
+     true},
+    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }, true},
     {"kind", replaceByOtherKind, false},
     {"gone",
      [](Terminal& terminal, unsigned argument) {
@@ -147,7 +147,7 @@ const Kind Kinds[] = {
          if (argument % 2 == 0)
              std::ofstream(terminal.path("")) << "no directory";
      },
-     false},
+     true},
 };
 
 // One thing that happens, as data: in `tick`, after `step` of its steps, with `argument`.
@@ -216,7 +216,8 @@ void makeAllRight(Terminal& terminal) {
     terminal.config.failingReads = 0;
     terminal.config.failingWrites = 0;
     terminal.config.installed = versionOf(0);
-    if (terminal.isTerminated())
+    // A flag whose image is gone is noticed at the next start.
+    if (terminal.isTerminated() || (terminal.isReady() && !fs::exists(terminal.config.ready)))
         terminal.restart();
     terminal.notify();
 }

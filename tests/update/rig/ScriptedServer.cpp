@@ -57,6 +57,8 @@ bool ScriptedServer::serve(DownloadRequest& request) {
     imagefile::Bytes answer = imagefile::bytesOf(ErrorPage);
     if (image != images.end() && now != Fault::NotFound)
         answer = now == Fault::WholeFile ? image->second : answerTo(image->second, range);
+    if (alter)
+        alter(answer);
     const bool isForeign = now == Fault::WholeFile || answer == imagefile::bytesOf(ErrorPage);
     auto status = DownloadRequest::DownloadComplete;
     if (now == Fault::FlipBit && !answer.empty())

@@ -6,6 +6,7 @@
 #include "imagefile/ImageBuilder.h"
 #include "workitems/DownloadRequest.h"
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -30,6 +31,7 @@ class ScriptedServer {
     std::map<std::string, imagefile::Bytes> images; // by URL; any other is not found
     std::deque<Fault> faults;                       // of the next requests
     Fault fault = Fault::None;                      // of all others
+    std::function<void(imagefile::Bytes&)> alter;   // changes an answer before it is served
     uint64_t space = UINT64_MAX;                    // bytes that fit on the disk
 
     // Serves one request. False when it is dropped rather than handed back.

@@ -89,7 +89,8 @@ class Terminal : private Platform {
     uint64_t bytesOnDisk() const;
     void write(const std::string& name, const imagefile::Bytes& bytes) const;
 
-    // What is wrong with the flagged image against the published one; empty when nothing is.
+    // What is wrong with the flagged image against what was published under its version; empty when nothing
+    // is. Parts of two images in one are wrong.
     std::string checkReadyImage() const;
 
     // Faults seen at any time: an image flagged that was not right.
@@ -109,6 +110,7 @@ class Terminal : private Platform {
 
     support::TemporaryDirectory mDirectory;
     const RecordPaths mRecord{mDirectory.path() + "/none", mDirectory.path() + "/hostcfg"};
+    std::multimap<std::string, imagefile::Bytes> mPublished; // by URL, the first one first
     std::unique_ptr<ZempHandler> mZempHandler;
     std::unique_ptr<ConfigDbMonitor> mMonitor;
     uint64_t mNow = 0;
