@@ -108,9 +108,10 @@ TEST_F(Kill, AtNamedPoints) {
     std::vector<std::string> operations = mTerminal.operations();
     operations.erase(std::remove_if(operations.begin(), operations.end(), changesNothing), operations.end());
     const std::set<std::string> kinds(operations.begin(), operations.end());
-    EXPECT_EQ(kinds, (std::set<std::string>{"rename fragment", "rename image", "sync database",
-                                            "sync directory", "sync image", "unlink body", "write body",
-                                            "write database", "write fragment", "write image"}));
+    EXPECT_EQ(kinds,
+              (std::set<std::string>{"rename fragment", "rename image", "sync database", "sync directory",
+                                     "sync image", "unlink body", "unlink image", "write body",
+                                     "write database", "write fragment", "write image"}));
     const std::vector<Point> points = pointsOf(operations);
     countRequests();
 
