@@ -19,6 +19,7 @@ StopSignals::StopSignals() {
     sigemptyset(&mSignals);
     sigaddset(&mSignals, SIGTERM);
     sigaddset(&mSignals, SIGINT);
+    sigaddset(&mSignals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &mSignals, &mBefore);
 }
 
@@ -37,6 +38,7 @@ int StopSignals::start(std::function<void()> action) {
     // A shell may have started us with an interrupt ignored; our children shall not inherit that.
     signal(SIGTERM, SIG_DFL);
     signal(SIGINT, SIG_DFL);
+    signal(SIGHUP, SIG_DFL);
     mAction = std::move(action);
     const int result = pthread_create(&mThread, nullptr, waitForSignals, this);
     mStarted = result == 0;

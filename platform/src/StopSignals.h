@@ -1,4 +1,4 @@
-// SIGTERM and SIGINT, taken by an ordinary thread instead of a handler.
+// SIGTERM, SIGINT and SIGHUP, taken by an ordinary thread instead of a handler.
 #ifndef PLATFORM_STOPSIGNALS_H
 #define PLATFORM_STOPSIGNALS_H
 
@@ -9,7 +9,7 @@
 
 class StopSignals {
   public:
-    // Blocks both signals in the calling thread and in all that it starts.
+    // Blocks these signals in the calling thread and in all that it starts.
     StopSignals();
 
     // The signals stay blocked; see unblock(). The thread must have been stopped.

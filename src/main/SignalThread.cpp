@@ -18,6 +18,7 @@ SignalThread::SignalThread(void (*handler)(int)) : mHandler(handler) {
     sigemptyset(&mSignals);
     sigaddset(&mSignals, SIGINT);
     sigaddset(&mSignals, SIGTERM);
+    sigaddset(&mSignals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &mSignals, &sMaskBefore);
     pthread_atfork(nullptr, nullptr, restoreMask);
     const int error = start();

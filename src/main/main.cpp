@@ -1,21 +1,35 @@
-// Process entry: the run modes, the log stream, the HTTP library's start, and the way of a signal.
+// Process entry: the run modes, the log stream, the HTTP library's start, and what a signal does.
 #include "common/VexStreamLog.h"
 #include "common/printable.h"
 #include "image/ZempParser.h"
 #include "main/ArgParser.h"
 #include "main/SignalThread.h"
 #include "update/FwDownloadDaemon.h"
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <iostream>
 #include <memory>
+#include <unistd.h>
 
 namespace {
 
 constexpr const char* Ident = "fw_download";
 constexpr const char* PidFile = "/var/run/fw_download.pid";
+
+// Descriptors 0 to 2 are taken before any object has one of its own: started without them, the daemon would
+// lose what got their numbers when it turns to the background.
+constexpr int BeforeGlobalObjects = 101; // the first priority that is not the compiler's
+[[gnu::constructor(BeforeGlobalObjects)]] void fillStandardDescriptors() {
+    int fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO)
+        fd = dup(fd);
+    if (fd > STDERR_FILENO)
+        close(fd);
+}
 
 FwDownloadDaemon theDaemon;
 
@@ -77,6 +91,7 @@ void parseFile(FileFragment::FragmentType type) {
 } // namespace
 
 int main(int argc, char** argv) {
+    signal(SIGPIPE, SIG_IGN);                 // whoever reads our output may go away
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // lines show as they come, also in a pipe
     const ArgParser::Actions action = ArgParser::getInstance()->parseArguments(argc, argv);
     std::clog.rdbuf(new VexStreamLog(Ident, static_cast<VexStreamLog::Type>(ArgParser::getLogType()),

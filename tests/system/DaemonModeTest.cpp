@@ -73,4 +73,17 @@ TEST(DaemonMode, RecordsItsPidLogsToTheSystemLogAndEndsOnSigterm) {
     EXPECT_NE(log.find(": FwDownloadDaemon::run() Bye bye."), "");
 }
 
+TEST(DaemonMode, StartsWithoutStandardDescriptorsAndEndsOnSighup) {
+    SoakTerminal terminal;
+    Life life;
+    life.isInBackground = true;
+    life.hasDescriptors = false;
+    terminal.start(life);
+    ASSERT_TRUE(eventually([&] { return terminal.takesSignals(); }));
+    std::this_thread::sleep_for(Milliseconds(200));
+    EXPECT_EQ(terminal.daemon().findProcesses("fw_download").size(), 1U) << "it ended at once";
+    EXPECT_EQ(terminal.stop(SIGHUP), "");
+    EXPECT_FALSE(std::filesystem::exists(terminal.work().run() + "/fw_download.pid"));
+}
+
 } // namespace

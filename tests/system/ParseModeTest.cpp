@@ -59,6 +59,13 @@ TEST_F(ParseMode, SaysThatAFileCannotBeParsed) {
     }
 }
 
+TEST_F(ParseMode, EndsWellWhenItsReaderIsGone) {
+    goldenBuilder().write(mImage);
+    const std::string command = "{ sleep 0.3; exec " + lab::Programs::find().daemon + " -v 7 -f " + mImage +
+                                "; } | true; exit ${PIPESTATUS[0]}";
+    EXPECT_EQ(support::runShell("bash -c '" + command + "' 2>&1").status, 0);
+}
+
 TEST_F(ParseMode, PrintsItsUsage) {
     const std::string usage =
         "VEX Firmware Download Daemon\n\nOptions:\n-c            Start in console mode\n"

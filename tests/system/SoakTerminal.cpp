@@ -58,6 +58,8 @@ lab::ChildOptions SoakTerminal::options(const Life& life) const {
                              "FW_POINT_DELAY_MS=" + std::to_string(life.delay.count()),
                              "FW_POINT_STOP=" + std::to_string(life.stopSignal)};
     }
+    if (!life.hasDescriptors)
+        options.arguments.insert(options.arguments.end(), {"sh", "-c", "exec \"$0\" \"$@\" <&- >&- 2>&-"});
     options.arguments.emplace_back(lab::Terminal::DaemonPath);
     if (!life.isInBackground)
         options.arguments.emplace_back("-c");

@@ -31,7 +31,8 @@ Milliseconds randomTime(Random& random, Milliseconds most);
 // How one life of the daemon begins.
 struct Life {
     bool isInBackground = false;
-    int verbosity = 7;      // below 7 it fetches 25000 bytes per second
+    bool hasDescriptors = true; // 0 to 2 are open
+    int verbosity = 7;          // below 7 it fetches 25000 bytes per second
     std::string point = {}; // where it is killed, stopped or failed, as KillPoint.cpp has it; empty: nowhere
     std::string loss = "none"; // what the disk loses then
     int stopSignal = 0;        // sent at the point instead of a kill
