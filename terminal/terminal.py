@@ -18,7 +18,6 @@ from services import WebServer  # noqa: E402
 
 BOOT_SECONDS = 300
 START_SECONDS = 60
-ON_TERMINAL = ("usr/sbin/fw_download", "usr/bin/vexctl", "libvex.so.1")  # what the packages to install hold
 SETTINGS = "/etc/default/fw-download"
 
 
@@ -38,16 +37,6 @@ def documented(number):
     with open(f"{PROJECT}/docs/installing.md") as file:
         block = re.findall(r"```console\n(.*?)```", file.read(), re.DOTALL)[number]
     return [line.removeprefix("# ") for line in block.splitlines()]
-
-
-def packages_for_terminal(packages):
-    """Those that hold what runs on a terminal."""
-    chosen = []
-    for package in packages:
-        files = parts.output("dpkg-deb", "-c", package)
-        if "/include/" not in files and "-dbgsym" not in package and any(name in files for name in ON_TERMINAL):
-            chosen.append(package)
-    return chosen
 
 
 def archive(packages, path):
@@ -137,7 +126,7 @@ class Desk(contextlib.ExitStack):
         images.make_record(self.record)
         self.card_mib = card_mib
         self.card = f"{self.folder}/card.img"
-        self.packages = packages_for_terminal(packages or parts.our_packages())
+        self.packages = packages or parts.our_packages()
         shutil.rmtree(f"{self.folder}/nginx", ignore_errors=True)
         self.server = self.enter_context(WebServer(f"{self.folder}/nginx", self.served))
 
