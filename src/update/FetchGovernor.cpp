@@ -34,6 +34,5 @@ void FetchGovernor::onPartsDoubted() {
     if (mPartsDoubted)
         return;
     mPartsDoubted = true;
-    mFurthest = StartPosition;
-    mWithoutProgress = 0;
+    mFurthest = StartPosition; // so that the next part is progress
 }
