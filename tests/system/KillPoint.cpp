@@ -225,6 +225,11 @@ class Journal {
     bool mHasUndo = false;
 };
 
+// While there is one thread: the thread sanitizer does not see what orders the threads that come later.
+[[gnu::constructor]] void makeJournal() {
+    Journal::get();
+}
+
 using Record = void (Journal::*)(const std::string& path);
 
 // One operation with the point before, amid or after it, or failing there, errno kept. `operation` does
