@@ -140,31 +140,31 @@ void FwDownloadDaemon::onWorkItem(FwWorkItem* item) {
         return;
     }
     switch (item->getWorkItemType()) {
-    case WorkItemType::ConfigDbStatusEvent:
+    case FwWorkItem::ConfigDbStatusEvent:
         return onConfigDbStatusEvent(static_cast<ConfigDbStatusEvent*>(item));
-    case WorkItemType::NewFirmwareNeededEvent:
+    case FwWorkItem::NewFirmwareNeededEvent:
         return onNewFirmwareNeededEvent(static_cast<NewFirmwareNeededEvent*>(item));
-    case WorkItemType::FileScanRequest:
+    case FwWorkItem::FileScanRequest:
         return onFileScanRequest(static_cast<FileScanRequest*>(item));
-    case WorkItemType::DownloadRequest:
+    case FwWorkItem::DownloadRequest:
         return onDownloadRequest(static_cast<DownloadRequest*>(item));
-    case WorkItemType::ParseFileRequest:
+    case FwWorkItem::ParseFileRequest:
         return onParseFileRequest(static_cast<ParseFileRequest*>(item));
-    case WorkItemType::GotZempStartEvent:
+    case FwWorkItem::GotZempStartEvent:
         return onGotZempStartEvent(static_cast<GotZempStartEvent*>(item));
-    case WorkItemType::SuuInfoInvalidEvent:
+    case FwWorkItem::SuuInfoInvalidEvent:
         return onSuuInfoInvalidEvent(static_cast<SuuInfoInvalidEvent*>(item));
-    case WorkItemType::IsUpdateNeededRequest:
+    case FwWorkItem::IsUpdateNeededRequest:
         return onIsUpdateNeededRequest(static_cast<IsUpdateNeededRequest*>(item));
-    case WorkItemType::CompileUpdateZempRequest:
+    case FwWorkItem::CompileUpdateZempRequest:
         return onCompileUpdateZempFile(static_cast<CompileUpdateZempRequest*>(item));
-    case WorkItemType::SetReadyForUpdateRequest:
+    case FwWorkItem::SetReadyForUpdateRequest:
         return onSetReadyForUpdateRequest(static_cast<SetReadyForUpdateRequest*>(item));
-    case WorkItemType::FileDeleteRequest:
+    case FwWorkItem::FileDeleteRequest:
         return onFileDeleteRequest(static_cast<FileDeleteRequest*>(item));
-    case WorkItemType::ExitRunLoop:
+    case FwWorkItem::ExitRunLoop:
         return onExitRunLoop(static_cast<ExitRunLoop*>(item));
-    case WorkItemType::UnspecifiedWorkItemType:
+    case FwWorkItem::UnspecifiedWorkItemType:
         break;
     }
     VEX_LOG(LogInfo) << "FwDownloadDaemon::onWorkItem() No handling of " << item->toString() << ".";
@@ -245,11 +245,11 @@ void FwDownloadDaemon::freeQueuedItems() {
             if (item == nullptr || item == mExitRunLoop)
                 continue;
             switch (item->getWorkItemType()) {
-            case WorkItemType::ConfigDbStatusEvent:
-            case WorkItemType::NewFirmwareNeededEvent:
-            case WorkItemType::GotZempStartEvent:
-            case WorkItemType::SuuInfoInvalidEvent:
-            case WorkItemType::ExitRunLoop:
+            case FwWorkItem::ConfigDbStatusEvent:
+            case FwWorkItem::NewFirmwareNeededEvent:
+            case FwWorkItem::GotZempStartEvent:
+            case FwWorkItem::SuuInfoInvalidEvent:
+            case FwWorkItem::ExitRunLoop:
                 delete item;
                 break;
             default:

@@ -16,14 +16,14 @@ bool RequestLedger::remove(const FwWorkItem* request) {
     return true;
 }
 
-size_t RequestLedger::count(WorkItemType type) const {
+size_t RequestLedger::count(FwWorkItem::WorkItemType type) const {
     return static_cast<size_t>(std::count_if(mEntries.begin(), mEntries.end(), [type](const Entry& e) {
         return e.item->getWorkItemType() == type;
     }));
 }
 
 bool RequestLedger::isBusy() const {
-    return mEntries.size() > count(WorkItemType::IsUpdateNeededRequest);
+    return mEntries.size() > count(FwWorkItem::IsUpdateNeededRequest);
 }
 
 void RequestLedger::markAllStale() {

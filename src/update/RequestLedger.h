@@ -27,7 +27,7 @@ class RequestLedger {
 
     // Requests of one type, oldest first. `Request` is the class of that type.
     template <typename Request>
-    std::vector<Request*> list(WorkItemType type) const {
+    std::vector<Request*> list(FwWorkItem::WorkItemType type) const {
         std::vector<Request*> requests;
         for (const Entry& entry : mEntries) {
             if (entry.item->getWorkItemType() == type)
@@ -36,7 +36,7 @@ class RequestLedger {
         return requests;
     }
 
-    size_t count(WorkItemType type) const;
+    size_t count(FwWorkItem::WorkItemType type) const;
 
     // Whether anything but questions is out: while it is, files and parts may change under a decision.
     bool isBusy() const;

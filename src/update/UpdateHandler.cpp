@@ -52,7 +52,7 @@ void UpdateHandler::askIfIdle() {
 
 void UpdateHandler::askIfAtRest() {
     if (mNextAction == FwAction::NoAction && !mRequests.isBusy() &&
-        mRequests.count(WorkItemType::IsUpdateNeededRequest) == 0)
+        mRequests.count(FwWorkItem::IsUpdateNeededRequest) == 0)
         askIsUpdateNeeded();
 }
 
@@ -278,7 +278,7 @@ void UpdateHandler::onDownloadTimer(wqueue<FwWorkItem*>& downloaderQueue) {
     if (mGovernor.hasGivenUp())
         return;
     initDirName();
-    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         const unsigned failures = request->getDownloadFailures();
         if (isWaitingForTimer(*request) && failures > MaximumFailures)
             failTooOften(request, failures); // such as one whose file could not be opened

@@ -49,8 +49,8 @@ void UpdateHandler::onParseResult(ParseFileRequest* request, const SuuInfo* suuI
     }
 
     logPendingRequests();
-    const size_t parses = mRequests.count(WorkItemType::ParseFileRequest);
-    const size_t downloads = mRequests.count(WorkItemType::DownloadRequest);
+    const size_t parses = mRequests.count(FwWorkItem::ParseFileRequest);
+    const size_t downloads = mRequests.count(FwWorkItem::DownloadRequest);
     if (mScanRequest != nullptr) {
         VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() Still got a pending FileScanRequest.";
     } else if (parses > 0) {
@@ -195,13 +195,13 @@ bool UpdateHandler::changeToVersionedFilename(const std::string& filename, ZempP
 // is not in use, and nothing good in it would be lost.
 bool UpdateHandler::mayReplace(const FileFragment* holder, const FileFragment* fragment) const {
     const std::string name = holder->getFilename();
-    const auto deletes = mRequests.list<FileDeleteRequest>(WorkItemType::FileDeleteRequest);
+    const auto deletes = mRequests.list<FileDeleteRequest>(FwWorkItem::FileDeleteRequest);
     if (isFileFragmentInUse(holder) ||
         std::any_of(deletes.begin(), deletes.end(),
                     [&name](const auto* request) { return request->getFilename() == name; }))
         return false;
     std::map<std::string, const ZempPart*> newParts;
-    for (const ParseFileRequest* request : mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest)) {
+    for (const ParseFileRequest* request : mRequests.list<ParseFileRequest>(FwWorkItem::ParseFileRequest)) {
         if (request->getFileFragment() != fragment)
             continue;
         for (ZempPart* part : partsOf(request->getZempParser()))
@@ -222,8 +222,8 @@ bool UpdateHandler::mayReplace(const FileFragment* holder, const FileFragment* f
 void UpdateHandler::logPendingRequests() const {
     if (VexStreamLog::getLevel() < LogDebug)
         return;
-    const auto parses = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
-    const auto downloads = mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest);
+    const auto parses = mRequests.list<ParseFileRequest>(FwWorkItem::ParseFileRequest);
+    const auto downloads = mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest);
     VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() "
                       << (mScanRequest != nullptr ? "   1 pending scan request."
                                                   : "   0 pending scan request.");

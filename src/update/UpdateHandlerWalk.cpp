@@ -25,7 +25,7 @@ std::string getPartname(const SuumBlob::Element& element) {
 void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
     VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Get ZEMP start from " << maskedUrl(mUrl);
     FileFragment* fragment = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
-    for (const DownloadRequest* existing : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+    for (const DownloadRequest* existing : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         if (fragment == nullptr || existing->getFileFragment() != fragment || existing->getUrl() != mUrl)
             continue;
         VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Request exist using same FileFragment!";

@@ -180,7 +180,7 @@ void UpdateRecords::createFileDeleteRequest(const std::string& filename) {
 }
 
 bool UpdateRecords::isFileDeleteRequested(const std::string& filename) const {
-    const auto requests = mRequests.list<FileDeleteRequest>(WorkItemType::FileDeleteRequest);
+    const auto requests = mRequests.list<FileDeleteRequest>(FwWorkItem::FileDeleteRequest);
     return std::any_of(requests.begin(), requests.end(),
                        [&](const FileDeleteRequest* request) { return request->getFilename() == filename; });
 }
@@ -206,7 +206,7 @@ void UpdateRecords::deleteParseFileRequest(ParseFileRequest* request) {
 }
 
 void UpdateRecords::deleteAllParseFileRequests() {
-    const auto requests = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
+    const auto requests = mRequests.list<ParseFileRequest>(FwWorkItem::ParseFileRequest);
     VEX_LOG(LogDebug) << "UpdateHandler::deleteAllParseFileRequests() Deleting " << requests.size()
                       << " ParseFileRequests.";
     for (ParseFileRequest* request : requests) {
@@ -308,7 +308,7 @@ void UpdateRecords::deleteDownloadRequest(DownloadRequest* request) {
 }
 
 void UpdateRecords::deleteAllDownloadRequests() {
-    const auto requests = mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest);
+    const auto requests = mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest);
     VEX_LOG(LogDebug) << "UpdateHandler::deleteAllDownloadRequests() Deleting " << requests.size()
                       << " requests.";
     for (DownloadRequest* request : requests)
@@ -316,7 +316,7 @@ void UpdateRecords::deleteAllDownloadRequests() {
 }
 
 void UpdateRecords::restartDownload(wqueue<FwWorkItem*>& downloaderQueue) {
-    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         if (request == nullptr) {
             VEX_LOG(LogWarning)
                 << "UpdateHandler::restartDownload() Found NULL entry in DownloadRequest map!";
@@ -338,7 +338,7 @@ bool UpdateRecords::isWaitingForTimer(const DownloadRequest& request) {
 }
 
 bool UpdateRecords::isDownloadInProgress() const {
-    for (const DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+    for (const DownloadRequest* request : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         const DownloadRequest::DownloadStatus status = request->getDownloadStatus();
         if (status == DownloadRequest::DownloadStarted ||
             status == DownloadRequest::DownloadTransientFailure || request->isHeldBack()) {
@@ -352,7 +352,7 @@ bool UpdateRecords::isDownloadInProgress() const {
 
 // Downloads that wait for the timer serve nobody once another version or URL is wanted.
 void UpdateRecords::dropWaitingDownloads() {
-    for (DownloadRequest* request : mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest)) {
+    for (DownloadRequest* request : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         if (!isWaitingForTimer(*request))
             continue;
         createFileDeleteRequest(request->getFileFragment()->getFilename());

@@ -66,8 +66,8 @@ void UpdateRecords::clearFetchedSinceStart() {
 }
 
 bool UpdateRecords::isFileFragmentInUse(const FileFragment* fragment) const {
-    const auto downloads = mRequests.list<DownloadRequest>(WorkItemType::DownloadRequest);
-    const auto parses = mRequests.list<ParseFileRequest>(WorkItemType::ParseFileRequest);
+    const auto downloads = mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest);
+    const auto parses = mRequests.list<ParseFileRequest>(FwWorkItem::ParseFileRequest);
     const auto pointsAt = [fragment](const auto* request) { return request->getFileFragment() == fragment; };
     return std::any_of(downloads.begin(), downloads.end(), pointsAt) ||
            std::any_of(parses.begin(), parses.end(), pointsAt);

@@ -159,13 +159,13 @@ void ConfigDbMonitor::onWorkItem(FwWorkItem* item) {
     }
     VEX_LOG(LogDebug) << "ConfigDbMonitor::onWorkItem(" << item->toString() << ").";
     switch (item->getWorkItemType()) {
-    case WorkItemType::SetReadyForUpdateRequest:
+    case FwWorkItem::SetReadyForUpdateRequest:
         onSetReadyForUpdateRequest(static_cast<SetReadyForUpdateRequest*>(item));
         break;
-    case WorkItemType::IsUpdateNeededRequest:
+    case FwWorkItem::IsUpdateNeededRequest:
         onIsUpdateNeededRequest(static_cast<IsUpdateNeededRequest*>(item));
         break;
-    case WorkItemType::ExitRunLoop:
+    case FwWorkItem::ExitRunLoop:
         onStopWork(static_cast<ExitRunLoop*>(item));
         break;
     default:

@@ -116,10 +116,10 @@ void Downloader::onWorkItem(FwWorkItem* item) {
     }
     VEX_LOG(LogDebug) << "Downloader::onWorkItem(" << item->toString() << ").";
     switch (item->getWorkItemType()) {
-    case WorkItemType::DownloadRequest:
+    case FwWorkItem::DownloadRequest:
         onDownloadRequest(static_cast<DownloadRequest*>(item));
         break;
-    case WorkItemType::ExitRunLoop:
+    case FwWorkItem::ExitRunLoop:
         onStopWork(static_cast<ExitRunLoop*>(item));
         break;
     default:

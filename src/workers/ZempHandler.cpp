@@ -59,19 +59,19 @@ void ZempHandler::onWorkItem(FwWorkItem* item) {
     }
     VEX_LOG(LogDebug) << "ZempHandler::onWorkItem(" << item->toString() << ").";
     switch (item->getWorkItemType()) {
-    case WorkItemType::FileScanRequest:
+    case FwWorkItem::FileScanRequest:
         onFileScanRequest(static_cast<FileScanRequest*>(item));
         break;
-    case WorkItemType::ParseFileRequest:
+    case FwWorkItem::ParseFileRequest:
         onParseFileRequest(static_cast<ParseFileRequest*>(item));
         break;
-    case WorkItemType::CompileUpdateZempRequest:
+    case FwWorkItem::CompileUpdateZempRequest:
         onCompileUpdateZempFile(static_cast<CompileUpdateZempRequest*>(item));
         break;
-    case WorkItemType::FileDeleteRequest:
+    case FwWorkItem::FileDeleteRequest:
         onFileDeleteRequest(static_cast<FileDeleteRequest*>(item));
         break;
-    case WorkItemType::ExitRunLoop:
+    case FwWorkItem::ExitRunLoop:
         onStopWork(static_cast<ExitRunLoop*>(item));
         break;
     default:

@@ -5,7 +5,7 @@
 #include "update/FileFragment.h"
 
 DownloadRequest::DownloadRequest(const std::string& url, FileFragment* fragment)
-    : FwWorkItem(WorkItemType::DownloadRequest), mUrl(url), mFileFragment(fragment) {
+    : FwWorkItem(FwWorkItem::DownloadRequest), mUrl(url), mFileFragment(fragment) {
     VEX_LOG(LogDebug) << "DownloadRequest::DownloadRequest(" << maskedUrl(mUrl) << ", " << toString() << ")";
 }
 

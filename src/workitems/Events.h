@@ -16,7 +16,7 @@ class ConfigDbStatusEvent : public FwWorkItem {
 
     ConfigDbStatusEvent(ConfigDbStatus status, const std::string& version, const std::string& url,
                         bool forceUpdate)
-        : FwWorkItem(WorkItemType::ConfigDbStatusEvent),
+        : FwWorkItem(FwWorkItem::ConfigDbStatusEvent),
           mConfigDbStatus(status),
           mVersion(version),
           mUrl(url),
@@ -51,7 +51,7 @@ class NewFirmwareNeededEvent : public FwWorkItem {
     enum ReadyFlag : int { ReadyFlagUnknown = 0, ReadyFlagAbsent = 1, ReadyFlagPresent = 2 };
 
     NewFirmwareNeededEvent(const std::string& url, const std::string& version, bool forceUpdate)
-        : FwWorkItem(WorkItemType::NewFirmwareNeededEvent),
+        : FwWorkItem(FwWorkItem::NewFirmwareNeededEvent),
           mUrl(url),
           mVersion(version),
           mForceUpdate(forceUpdate) {}
@@ -79,14 +79,14 @@ class NewFirmwareNeededEvent : public FwWorkItem {
 // The image start is on disk: find the needed parts. Deleted by the master.
 class GotZempStartEvent : public FwWorkItem {
   public:
-    GotZempStartEvent() : FwWorkItem(WorkItemType::GotZempStartEvent) {}
+    GotZempStartEvent() : FwWorkItem(FwWorkItem::GotZempStartEvent) {}
     std::string getStatus() const override { return "No status"; }
 };
 
 // The installed software is not known: load it. Deleted by the master.
 class SuuInfoInvalidEvent : public FwWorkItem {
   public:
-    SuuInfoInvalidEvent() : FwWorkItem(WorkItemType::SuuInfoInvalidEvent) {}
+    SuuInfoInvalidEvent() : FwWorkItem(FwWorkItem::SuuInfoInvalidEvent) {}
     std::string getStatus() const override { return "No status"; }
 };
 
@@ -94,7 +94,7 @@ class SuuInfoInvalidEvent : public FwWorkItem {
 // those that arrive in its own queue.
 class ExitRunLoop : public FwWorkItem {
   public:
-    ExitRunLoop() : FwWorkItem(WorkItemType::ExitRunLoop) {}
+    ExitRunLoop() : FwWorkItem(FwWorkItem::ExitRunLoop) {}
     std::string getStatus() const override { return "No status"; }
 };
 

@@ -14,7 +14,7 @@ class FileScanRequest : public FwWorkItem {
     using FileList = std::vector<std::pair<std::string, unsigned>>;
 
     explicit FileScanRequest(const std::string& directory)
-        : FwWorkItem(WorkItemType::FileScanRequest), mDirectory(directory) {}
+        : FwWorkItem(FwWorkItem::FileScanRequest), mDirectory(directory) {}
 
     std::string getStatus() const override;
     FileScanStatus getFileScanStatus() const { return mFileScanStatus; }

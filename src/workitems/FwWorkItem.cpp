@@ -1,32 +1,32 @@
 #include "workitems/FwWorkItem.h"
 
-const char* FwWorkItem::getString(WorkItemType type) {
+const char* FwWorkItem::getString(FwWorkItem::WorkItemType type) {
     switch (type) {
-    case WorkItemType::UnspecifiedWorkItemType:
+    case FwWorkItem::UnspecifiedWorkItemType:
         return "UnspecifiedWorkItemType";
-    case WorkItemType::ConfigDbStatusEvent:
+    case FwWorkItem::ConfigDbStatusEvent:
         return "ConfigDbStatusEvent";
-    case WorkItemType::NewFirmwareNeededEvent:
+    case FwWorkItem::NewFirmwareNeededEvent:
         return "NewFirmwareNeededEvent";
-    case WorkItemType::FileScanRequest:
+    case FwWorkItem::FileScanRequest:
         return "FileScanRequest";
-    case WorkItemType::DownloadRequest:
+    case FwWorkItem::DownloadRequest:
         return "DownloadRequest";
-    case WorkItemType::ParseFileRequest:
+    case FwWorkItem::ParseFileRequest:
         return "ParseFileRequest";
-    case WorkItemType::GotZempStartEvent:
+    case FwWorkItem::GotZempStartEvent:
         return "GotZempStartEvent";
-    case WorkItemType::SuuInfoInvalidEvent:
+    case FwWorkItem::SuuInfoInvalidEvent:
         return "SuuInfoInvalidEvent";
-    case WorkItemType::IsUpdateNeededRequest:
+    case FwWorkItem::IsUpdateNeededRequest:
         return "IsUpdateNeededRequest";
-    case WorkItemType::CompileUpdateZempRequest:
+    case FwWorkItem::CompileUpdateZempRequest:
         return "CompileUpdateZempRequest";
-    case WorkItemType::SetReadyForUpdateRequest:
+    case FwWorkItem::SetReadyForUpdateRequest:
         return "SetReadyForUpdateRequest";
-    case WorkItemType::FileDeleteRequest:
+    case FwWorkItem::FileDeleteRequest:
         return "FileDeleteRequest";
-    case WorkItemType::ExitRunLoop:
+    case FwWorkItem::ExitRunLoop:
         return "ExitRunLoop";
     }
     return "<unknown WorkItem type>";

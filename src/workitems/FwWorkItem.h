@@ -8,24 +8,24 @@
 
 #include <string>
 
-enum class WorkItemType {
-    UnspecifiedWorkItemType = 0,
-    ConfigDbStatusEvent = 1,
-    NewFirmwareNeededEvent = 2,
-    FileScanRequest = 3,
-    DownloadRequest = 4,
-    ParseFileRequest = 5,
-    GotZempStartEvent = 6,
-    SuuInfoInvalidEvent = 7,
-    IsUpdateNeededRequest = 8,
-    CompileUpdateZempRequest = 9,
-    SetReadyForUpdateRequest = 10,
-    FileDeleteRequest = 11,
-    ExitRunLoop = 12
-};
-
 class FwWorkItem {
   public:
+    enum WorkItemType {
+        UnspecifiedWorkItemType = 0,
+        ConfigDbStatusEvent = 1,
+        NewFirmwareNeededEvent = 2,
+        FileScanRequest = 3,
+        DownloadRequest = 4,
+        ParseFileRequest = 5,
+        GotZempStartEvent = 6,
+        SuuInfoInvalidEvent = 7,
+        IsUpdateNeededRequest = 8,
+        CompileUpdateZempRequest = 9,
+        SetReadyForUpdateRequest = 10,
+        FileDeleteRequest = 11,
+        ExitRunLoop = 12
+    };
+
     virtual ~FwWorkItem() = default;
     FwWorkItem(const FwWorkItem&) = delete;
     FwWorkItem& operator=(const FwWorkItem&) = delete;

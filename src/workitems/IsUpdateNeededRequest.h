@@ -8,7 +8,7 @@ class IsUpdateNeededRequest : public FwWorkItem {
   public:
     enum QuestionStatus : int { QuestionNotAnswered = 0, QuestionAnswered = 1 };
 
-    IsUpdateNeededRequest() : FwWorkItem(WorkItemType::IsUpdateNeededRequest) {}
+    IsUpdateNeededRequest() : FwWorkItem(FwWorkItem::IsUpdateNeededRequest) {}
 
     std::string getStatus() const override;
     QuestionStatus getQuestionStatus() const { return mQuestionStatus; }

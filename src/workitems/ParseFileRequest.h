@@ -13,7 +13,7 @@ class ParseFileRequest : public FwWorkItem {
 
     // `fragment` is not owned, must outlive the request, and may be null.
     explicit ParseFileRequest(FileFragment* fragment)
-        : FwWorkItem(WorkItemType::ParseFileRequest), mFileFragment(fragment) {}
+        : FwWorkItem(FwWorkItem::ParseFileRequest), mFileFragment(fragment) {}
 
     // Frees the parser, not the parts it found: those belong to whoever takes the result.
     ~ParseFileRequest() override = default;

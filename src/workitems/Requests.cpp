@@ -66,7 +66,7 @@ void IsUpdateNeededRequest::setIsUpdateNeeded(bool needed) {
 
 CompileUpdateZempRequest::CompileUpdateZempRequest(const std::string& filename,
                                                    const std::map<const unsigned, ZempPart*>& parts)
-    : FwWorkItem(WorkItemType::CompileUpdateZempRequest), mFilename(filename), mZempParts(parts) {
+    : FwWorkItem(FwWorkItem::CompileUpdateZempRequest), mFilename(filename), mZempParts(parts) {
     VEX_LOG(LogDebug) << "CompileUpdateZempFileRequest::CompileUpdateZempFileRequest(" << mFilename << ")";
 }
 
@@ -99,7 +99,7 @@ std::string SetReadyForUpdateRequest::getStatus() const {
 }
 
 FileDeleteRequest::FileDeleteRequest(const std::string& filename)
-    : FwWorkItem(WorkItemType::FileDeleteRequest), mFilename(filename) {
+    : FwWorkItem(FwWorkItem::FileDeleteRequest), mFilename(filename) {
     VEX_LOG(LogDebug) << "FileDeleteRequest::FileDeleteRequest(" << mFilename << ")";
 }
 

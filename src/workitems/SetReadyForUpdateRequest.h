@@ -9,7 +9,7 @@ class SetReadyForUpdateRequest : public FwWorkItem {
     enum SetReadyStatus : int { SetReadyPending = 0, SetReadyComplete = 1, SetReadyFailed = 2 };
 
     explicit SetReadyForUpdateRequest(const std::string& filename)
-        : FwWorkItem(WorkItemType::SetReadyForUpdateRequest), mFilename(filename) {}
+        : FwWorkItem(FwWorkItem::SetReadyForUpdateRequest), mFilename(filename) {}
 
     std::string getStatus() const override;
     SetReadyStatus getSetReadyStatus() const { return mSetReadyStatus; }

@@ -62,7 +62,7 @@ TEST_F(Records, FileInPlaceOfTheDirectoryIsRefused) {
     EXPECT_EQ(handler.createDownloadRequest("http://u", 0, 511, FileFragment::ZempStart), nullptr);
     ASSERT_EQ(queue.size(), 1);
     const std::unique_ptr<FwWorkItem> item(queue.remove());
-    EXPECT_EQ(item->getWorkItemType(), WorkItemType::ExitRunLoop);
+    EXPECT_EQ(item->getWorkItemType(), FwWorkItem::ExitRunLoop);
 }
 
 TEST_F(Records, OneScanAtATime) {
@@ -86,7 +86,7 @@ TEST_F(Records, ScanThatFindsAnotherSizeParsesAgainAndKeepsTheRecordedSize) {
         EXPECT_EQ(queue.size(), size == 600 ? 0 : 1);
         EXPECT_EQ(fragment->getFileSize(), 600u);
     }
-    EXPECT_EQ(queue.remove()->getWorkItemType(), WorkItemType::ParseFileRequest);
+    EXPECT_EQ(queue.remove()->getWorkItemType(), FwWorkItem::ParseFileRequest);
 }
 
 TEST_F(Records, RenameDuringAScanKeepsTheFragment) {

@@ -99,7 +99,7 @@ class ConfigDbMonitorTest : public testing::Test, protected WorkerQueues {
 
     // The next item for the master, of the type that the caller expects.
     template <typename Item>
-    std::unique_ptr<Item> take(WorkItemType type) {
+    std::unique_ptr<Item> take(FwWorkItem::WorkItemType type) {
         if (!eventually([&] { return out.size() > 0; }))
             throw std::runtime_error("no item");
         FwWorkItem* item = out.remove();
@@ -109,7 +109,7 @@ class ConfigDbMonitorTest : public testing::Test, protected WorkerQueues {
     }
 
     std::unique_ptr<ConfigDbStatusEvent> takeStatus() {
-        return take<ConfigDbStatusEvent>(WorkItemType::ConfigDbStatusEvent);
+        return take<ConfigDbStatusEvent>(FwWorkItem::ConfigDbStatusEvent);
     }
 
     testing::AssertionResult signalsAre(const Strings& expected) {
@@ -234,7 +234,7 @@ class ConfigNoticeTest : public ConfigDbMonitorTest {
 TEST_F(ConfigNoticeTest, NewVersionReplacesTheFirstStatus) {
     set(configured(Old, {{Device + "force_sw_update", "1"}}));
     startAndNotify("evt.confd.updated");
-    const auto event = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    const auto event = take<NewFirmwareNeededEvent>(FwWorkItem::NewFirmwareNeededEvent);
     EXPECT_EQ(event->getVersion(), "2.03-B17");
     EXPECT_EQ(event->getUrl(), "http://h/image");
     EXPECT_TRUE(event->isForceUpdate());
@@ -254,7 +254,7 @@ TEST_F(ConfigNoticeTest, AnotherVersionTakesTheOldFlagAwayAndNothingElse) {
     const std::string old = platform.directory().file("update-2.03-B170");
     set(configured(Old, {{ForceKey, "1"}, {ReadyKey, old}}));
     startAndNotify("evt.confd.updated");
-    const auto event = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    const auto event = take<NewFirmwareNeededEvent>(FwWorkItem::NewFirmwareNeededEvent);
     EXPECT_EQ(event->getReadyFlag(), NewFirmwareNeededEvent::ReadyFlagAbsent);
     EXPECT_EQ(event->getDeleteReadyForUpdateFile(), old);
     EXPECT_TRUE(signalsAre({ReadyOff}));
@@ -263,7 +263,7 @@ TEST_F(ConfigNoticeTest, AnotherVersionTakesTheOldFlagAwayAndNothingElse) {
 
     set({{ReadyKey, imageName}});
     observer.send("evt.confd.updated");
-    const auto again = take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent);
+    const auto again = take<NewFirmwareNeededEvent>(FwWorkItem::NewFirmwareNeededEvent);
     EXPECT_EQ(again->getReadyFlag(), NewFirmwareNeededEvent::ReadyFlagPresent);
     EXPECT_EQ(again->getDeleteReadyForUpdateFile(), "");
     EXPECT_EQ(get(ReadyKey), imageName);
@@ -272,7 +272,7 @@ TEST_F(ConfigNoticeTest, AnotherVersionTakesTheOldFlagAwayAndNothingElse) {
 TEST_F(ConfigNoticeTest, ForceOfThisUpdateIsNotOverwritten) {
     set(configured(Old, {{Device + "force_sw_update", "1"}, {ForceKey, "0"}}));
     startAndNotify("evt.confd.updated");
-    EXPECT_FALSE(take<NewFirmwareNeededEvent>(WorkItemType::NewFirmwareNeededEvent)->isForceUpdate());
+    EXPECT_FALSE(take<NewFirmwareNeededEvent>(FwWorkItem::NewFirmwareNeededEvent)->isForceUpdate());
 }
 
 TEST_F(ConfigNoticeTest, NoNewVersionTidiesUp) {

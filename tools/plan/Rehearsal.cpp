@@ -127,7 +127,7 @@ bool Rehearsal::serveMonitor() {
     if (mDaemon.mConfigDbQueue.size() == 0)
         return false;
     FwWorkItem* const item = mDaemon.mConfigDbQueue.remove();
-    if (item->getWorkItemType() == WorkItemType::IsUpdateNeededRequest)
+    if (item->getWorkItemType() == FwWorkItem::IsUpdateNeededRequest)
         static_cast<IsUpdateNeededRequest*>(item)->setIsUpdateNeeded(true);
     else
         static_cast<SetReadyForUpdateRequest*>(item)->setSetReadyStatus(
@@ -141,17 +141,17 @@ bool Rehearsal::serveFileHandler() {
         return false;
     FwWorkItem* const item = mDaemon.mZempHandlerQueue.remove();
     switch (item->getWorkItemType()) {
-    case WorkItemType::FileScanRequest: // nothing there yet
+    case FwWorkItem::FileScanRequest: // nothing there yet
         static_cast<FileScanRequest*>(item)->setFileScanStatus(FileScanRequest::ScanIsDone);
         break;
-    case WorkItemType::ParseFileRequest:
+    case FwWorkItem::ParseFileRequest:
         parse(*static_cast<ParseFileRequest*>(item));
         break;
-    case WorkItemType::FileDeleteRequest:
+    case FwWorkItem::FileDeleteRequest:
         remove(static_cast<FileDeleteRequest*>(item)->getFilename().c_str());
         static_cast<FileDeleteRequest*>(item)->setFileDeleteStatus(FileDeleteRequest::FileDeleteComplete);
         break;
-    case WorkItemType::CompileUpdateZempRequest:
+    case FwWorkItem::CompileUpdateZempRequest:
         static_cast<CompileUpdateZempRequest*>(item)->setCompileStatus(
             compile(*static_cast<CompileUpdateZempRequest*>(item)) ? CompileUpdateZempRequest::CompileComplete
                                                                    : CompileUpdateZempRequest::CompileFailed);
