@@ -1,5 +1,24 @@
 #include "update/FwAction.h"
 
+#include <cstddef>
+
+namespace {
+
+constexpr bool hasOneRowForEachCauseInOrder() {
+    size_t count = 0;
+    for (const FwAction::Transition& row : FwAction::Transitions)
+        if (row.cause != static_cast<FwAction::Cause>(count++))
+            return false;
+    return count == static_cast<size_t>(FwAction::Cause::ForcedAgain) + 1;
+}
+static_assert(hasOneRowForEachCauseInOrder());
+
+} // namespace
+
+const FwAction::Transition& FwAction::find(Cause cause) {
+    return Transitions[static_cast<size_t>(cause)];
+}
+
 std::string FwAction::getString(NextAction action) {
     switch (action) {
     case Unspecified:

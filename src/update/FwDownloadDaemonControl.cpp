@@ -222,7 +222,7 @@ void FwDownloadDaemon::onNewFirmwareNeededEvent(NewFirmwareNeededEvent* event) {
     if (action == FwAction::NoAction && mUpdateHandler->isFlagMissing(event->getReadyFlag())) {
         VEX_LOG(LogInfo)
             << "FwDownloadDaemon::onNewFirmwareNeeded() The update image lost its flag, set it again.";
-        mUpdateHandler->setNextAction(FwAction::SetReadyForUpdate);
+        mUpdateHandler->setNextAction(FwAction::Cause::FlagLost);
         action = FwAction::SetReadyForUpdate;
     }
     deleteSupersededUpdate(event->getDeleteReadyForUpdateFile());
@@ -278,7 +278,7 @@ FwAction::NextAction FwDownloadDaemon::setUpdateHandler(const std::string& url, 
         if (forceUpdate && mUpdateHandler->getNextAction() == FwAction::WaitForFwUpdate) {
             VEX_LOG(LogInfo) << "FwDownloadDaemon::setUpdateHandler() Ready for update with force flag, set "
                                 "ready for update again.";
-            mUpdateHandler->setNextAction(FwAction::SetReadyForUpdate);
+            mUpdateHandler->setNextAction(FwAction::Cause::ForcedAgain);
             return FwAction::SetReadyForUpdate;
         }
         VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler() No change in UpdateHandler.";
@@ -289,9 +289,9 @@ FwAction::NextAction FwDownloadDaemon::setUpdateHandler(const std::string& url, 
             nullptr) {
             VEX_LOG(LogInfo) << "FwDownloadDaemon::setUpdateHandler() Already have ZEMP start for version="
                              << version;
-            mUpdateHandler->setNextAction(FwAction::FindNeededParts);
+            mUpdateHandler->setNextAction(FwAction::Cause::WantedWithStart);
         } else {
-            mUpdateHandler->setNextAction(FwAction::ScanExistingFiles);
+            mUpdateHandler->setNextAction(FwAction::Cause::WantedWithoutStart);
         }
     }
     return mUpdateHandler->getNextAction();

@@ -88,7 +88,7 @@ void UpdateHandler::onScanResult(FileScanRequest* request) {
     if (mNextAction == FwAction::ScanExistingFiles) {
         askIsUpdateNeeded();
         VEX_LOG(LogDebug) << "UpdateHandler::onScanResult() Wait for response to IsUpdateNeededRequest.";
-        setNextAction(FwAction::NoAction);
+        setNextAction(FwAction::Cause::ScanDone);
     } else if (reclaims) {
         mAskAgain = true;
     }
@@ -146,7 +146,7 @@ void UpdateHandler::deleteScannedFile(const std::string& name, unsigned size,
 
 void UpdateHandler::requestParse(FileFragment* fragment) {
     addToMasterQueue(createParseFileRequest(fragment));
-    setNextAction(FwAction::ParseZempParts);
+    setNextAction(FwAction::Cause::ScanFoundFile);
 }
 
 // --- Question
@@ -165,7 +165,7 @@ void UpdateHandler::onIsUpdateNeededRequest(IsUpdateNeededRequest* request,
     }
     if (!needed) {
         VEX_LOG(LogInfo) << "UpdateHandler::onIsUpdateNeededRequest() No need for update.";
-        setNextAction(FwAction::NoAction);
+        setNextAction(FwAction::Cause::NotNeeded);
         return;
     }
     VEX_LOG(LogInfo) << "UpdateHandler::onIsUpdateNeededRequest() Need to update to version " << mVersion;
@@ -177,14 +177,14 @@ void UpdateHandler::onIsUpdateNeededRequest(IsUpdateNeededRequest* request,
     }
     if (mUrl.empty() || mVersion.empty()) {
         VEX_LOG(LogWarning) << "UpdateHandler::onIsUpdateNeededRequest() No URL or version to update to!";
-        setNextAction(FwAction::NoAction);
+        setNextAction(FwAction::Cause::NothingToFetch);
         return;
     }
     if (getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart) == nullptr) {
-        setNextAction(FwAction::GetZempParts);
+        setNextAction(FwAction::Cause::NeededWithoutStart);
         reRequestZempStart(masterQueue);
     } else {
-        setNextAction(FwAction::FindNeededParts);
+        setNextAction(FwAction::Cause::NeededWithStart);
         masterQueue.add(new GotZempStartEvent);
     }
 }
@@ -220,7 +220,7 @@ void UpdateHandler::onDownloadResult(DownloadRequest* request) {
             exitRunLoop();
             break;
         }
-        setNextAction(FwAction::ParseZempParts);
+        setNextAction(FwAction::Cause::DownloadComplete);
         addToMasterQueue(parse);
         break;
     }
@@ -316,7 +316,7 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
     }
     if (complete) {
         VEX_LOG(LogInfo) << "UpdateHandler::onCompileZempResult() Ready to update from '" << filename << "'";
-        setNextAction(FwAction::SetReadyForUpdate);
+        setNextAction(FwAction::Cause::CompileComplete);
         masterQueue.add(createSetReadyForUpdateRequest(filename));
         mCompilePace.reset();
     }
@@ -326,7 +326,7 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
 void UpdateHandler::onCompileFailure(const CompileUpdateZempRequest& request) {
     VEX_LOG(LogWarning) << "UpdateHandler::onCompileZempResult() Failure to compile '"
                         << request.getFilename() << "'";
-    setNextAction(FwAction::ScanExistingFiles);
+    setNextAction(FwAction::Cause::CompileFailed);
     recordFileScanRequest();
     mCompilePace.onFailure();
     if (request.getFailure() == ZempCreator::Failure::Space)
@@ -371,7 +371,7 @@ void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {
     if (notNeeded) {
         VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() Installed already, '" << filename << "'";
         createFileDeleteRequest(filename);
-        setNextAction(FwAction::NoAction);
+        setNextAction(FwAction::Cause::InstalledAlready);
         return;
     }
     if (!complete) {
@@ -380,7 +380,7 @@ void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {
         return;
     }
     VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() Wait for update from '" << filename << "'";
-    setNextAction(FwAction::WaitForFwUpdate);
+    setNextAction(FwAction::Cause::FlagWritten);
     mAskAgain = false;
 }
 

@@ -19,6 +19,8 @@ class SuuInfo;
 
 class UpdateHandler : public UpdateRecords {
   public:
+    enum WalkResult : int { StartUnusable = -2, NoSuuInfo = -1, AllPartsReady = 0, PartsMissing = 1 };
+
     using UpdateRecords::UpdateRecords;
 
     void onScanResult(FileScanRequest* request);
@@ -38,8 +40,7 @@ class UpdateHandler : public UpdateRecords {
     void onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& masterQueue,
                         wqueue<FwWorkItem*>& downloaderQueue);
 
-    // Walks the manifest. 1: not all parts are ready; 0: all are; -1: the installed software is not known;
-    // -2: the image start is unusable.
+    // Walks the manifest; a WalkResult.
     int findNeededParts(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& downloaderQueue);
     void onCompileZempResult(CompileUpdateZempRequest* request, wqueue<FwWorkItem*>& masterQueue);
     void onSetReadyResult(SetReadyForUpdateRequest* request);

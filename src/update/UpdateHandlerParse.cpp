@@ -60,7 +60,7 @@ void UpdateHandler::onParseResult(ParseFileRequest* request, const SuuInfo* suuI
         VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() Pending file downloads (" << downloads << ").";
     } else {
         VEX_LOG(LogDebug) << "UpdateHandler::onParseResult() All scan, download and parse has completed.";
-        setNextAction(FwAction::CompileUpdateZempFile);
+        setNextAction(FwAction::Cause::AllParsed);
         askIsUpdateNeeded();
     }
     askIfIdle();

@@ -112,7 +112,7 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
     FileFragment* start = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
     if (start != nullptr && mGovernor.takeStartDoubt()) {
         forgetZempStart(start);
-        setNextAction(FwAction::GetZempParts);
+        setNextAction(FwAction::Cause::StartDoubted);
         reRequestZempStart(downloaderQueue);
         return;
     }
@@ -121,22 +121,22 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
     if (mGovernor.isStartDoubtVain() && deletePartsOfAnotherImage())
         return askAgainWhenIdle();
     switch (findNeededParts(suuInfo, downloaderQueue)) {
-    case -2:
+    case StartUnusable:
         reRequestZempStart(downloaderQueue);
         break;
-    case -1:
+    case NoSuuInfo:
         VEX_LOG(LogWarning) << "UpdateHandler::onGotZempStart() SuuInfo is NULL!";
         masterQueue.add(new SuuInfoInvalidEvent);
         break;
-    case 1:
+    case PartsMissing:
         VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Need to download more before update to "
                          << mVersion << " from " << maskedUrl(mUrl);
-        setNextAction(FwAction::GetZempParts);
+        setNextAction(FwAction::Cause::PartsMissing);
         break;
     default:
         VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Ready to compile update zemp ("
                          << getFwUpdateFilename() << ").";
-        setNextAction(FwAction::CompileUpdateZempFile);
+        setNextAction(FwAction::Cause::PartsReady);
         masterQueue.add(mRequests.add(
             std::make_unique<CompileUpdateZempRequest>(getFwUpdateFilename(), mSuumZempParts), mVersion));
         break;
@@ -177,10 +177,10 @@ bool UpdateHandler::deletePartsOfAnotherImage() {
 int UpdateHandler::findNeededParts(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& downloaderQueue) {
     if (suuInfo == nullptr) {
         VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() SuuInfo is NULL!";
-        return -1;
+        return NoSuuInfo;
     }
     if (!checkZempStart())
-        return -2;
+        return StartUnusable;
     logSuumZempParts();
     const SuumBlob* suum = getSuum();
     Walk walk = {ZempParser::getOffsetFirstSwBlob(getReleaseHeader()->getUsedSize(), suum->getUsedSize()), 0,
@@ -194,17 +194,17 @@ int UpdateHandler::findNeededParts(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
         case Step::Next:
             break;
         case Step::Issued:
-            return 1;
+            return PartsMissing;
         case Step::Unusable:
-            return -2;
+            return StartUnusable;
         }
     }
     if (!walk.incomplete && !doPartsAddUp(walk.offset))
         walk.incomplete = deletePartsOfAnotherImage();
     if (!walk.incomplete)
-        return 0;
+        return AllPartsReady;
     askAgainWhenIdle(); // when what was requested has been deleted
-    return 1;
+    return PartsMissing;
 }
 
 bool UpdateHandler::checkZempStart() {

@@ -103,6 +103,14 @@ void UpdateRecords::setNextAction(FwAction::NextAction action) {
     mNextAction = action;
 }
 
+void UpdateRecords::setNextAction(FwAction::Cause cause) {
+    const FwAction::Transition& transition = FwAction::find(cause);
+    if (!transition.from.contains(mNextAction))
+        VEX_LOG(LogError) << "UpdateHandler::setNextAction() " << FwAction::getString(mNextAction)
+                          << " is not left when " << transition.event << ".";
+    setNextAction(transition.to);
+}
+
 bool UpdateRecords::initDirName() {
     if (!mDirName.empty()) {
         if (ArgParser::verifyIsDirectory(mDirName))

@@ -53,6 +53,10 @@ class UpdateRecords {
     FwAction::NextAction getPreviousAction() const { return mPreviousAction; }
     void setNextAction(FwAction::NextAction action);
 
+    // The same as the table of transitions has it. A change that the table does not foresee is logged as an
+    // error.
+    void setNextAction(FwAction::Cause cause);
+
     // Printed name of the next action.
     std::string whatToDo() const { return FwAction::getString(mNextAction); }
 

@@ -5,7 +5,9 @@
 #include "update/StartRange.h"
 #include "update/rig/Terminal.h"
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace {
@@ -19,6 +21,10 @@ class Records : public testing::Test {
         auto* fragment = new FileFragment(directory.write("fw/" + name, std::string(size, 'x')), size);
         EXPECT_TRUE(handler.addFileFragment(fragment));
         return fragment;
+    }
+
+    static std::string nameOf(FwAction::NextAction action) {
+        return action == FwAction::FindNeededParts ? "FindNeededParts" : FwAction::getString(action);
     }
 
     rig::Terminal unused; // keeps the settings of other tests away
@@ -41,6 +47,32 @@ TEST_F(Records, VersionIsSetOnce) {
     EXPECT_EQ(handler.getPreviousAction(), FwAction::Unspecified);
     EXPECT_EQ(handler.whatToDo(), "Unknown action (4)");
     EXPECT_EQ(handler.getFwUpdateFilename(), directory.path() + "/fw/fw_download_update.zemp-1.05-7");
+}
+
+TEST_F(Records, ActionChangesAsTheTableSays) {
+    std::ifstream file(FW_SOURCE_DIR "/docs/architecture.md");
+    std::ostringstream document;
+    document << file.rdbuf();
+    const support::LogCapture log(LogError);
+    size_t unforeseen = 0;
+    for (const FwAction::Transition& row : FwAction::Transitions) {
+        std::string from;
+        for (int value = FwAction::Unspecified; value <= FwAction::WaitForFwUpdate; ++value) {
+            const auto action = static_cast<FwAction::NextAction>(value);
+            handler.setNextAction(action);
+            handler.setNextAction(row.cause);
+            EXPECT_EQ(handler.getNextAction(), row.to) << row.event;
+            if (row.from.contains(action))
+                from += (from.empty() ? "" : ", ") + nameOf(action);
+            else
+                ++unforeseen;
+        }
+        const std::string line = std::string("| ") + row.event + " | " +
+                                 (from.find("Unspecified") == 0 ? "any" : from) + " | " + nameOf(row.to) +
+                                 " |\n";
+        EXPECT_NE(document.str().find(line), std::string::npos) << line;
+    }
+    EXPECT_EQ(log.count("UpdateHandler::setNextAction() "), unforeseen);
 }
 
 TEST_F(Records, DirectoryIsMadeWithItsOddMode) {
