@@ -33,6 +33,9 @@ class FetchGovernor {
     // Parts of another image are fetched anew. Once in the life of a version that forgives what was before.
     void onPartsDoubted();
 
+    // Fetches in a row that brought no progress.
+    unsigned getWithoutProgress() const { return mWithoutProgress; }
+
     // Nothing is fetched any more: the daemon ends.
     void giveUp() { mGivenUp = true; }
     bool hasGivenUp() const { return mGivenUp; }

@@ -11,6 +11,8 @@ namespace {
 
 constexpr const char* OtherPlatform = "4812"; // its kernel is a part of another name
 constexpr const char* OtherPlatformKernel = "kernel4812";
+// Fetches without progress; the last one ends the daemon.
+constexpr unsigned GiveUpAt = FetchGovernor::ImmediateFetches + FetchGovernor::DelayedFetches + 1;
 constexpr uint64_t MaximumOffset = std::numeric_limits<unsigned>::max();
 
 // Name of the content part that a manifest element stands for.
@@ -57,10 +59,13 @@ void UpdateHandler::handOver(DownloadRequest* request, unsigned position, wqueue
         return;
     case FetchGovernor::FetchLater:
         request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
+        VEX_LOG(LogWarning) << "UpdateHandler::handOver() " << mGovernor.getWithoutProgress()
+                            << " fetches brought the update no further, at " << GiveUpAt
+                            << " it ends. The next one waits for the download timer, at most 240 s.";
         VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
         return;
     case FetchGovernor::GiveUp:
-        failTooOften(request, FetchGovernor::ImmediateFetches + FetchGovernor::DelayedFetches + 1);
+        failTooOften(request, GiveUpAt);
         return;
     }
 }

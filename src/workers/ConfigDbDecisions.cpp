@@ -149,13 +149,23 @@ bool ConfigDbMonitor::isNewFirmwareNeeded() {
                       << installed << "'.";
     if (configured == installed) {
         setCsmEvent(CsmEvent::DownloadDisabled, false);
+        logReason("No update is needed, " + getSwVersion() + " is installed.");
         return false;
     }
     if (getString(ConfigKey::DownloadDisabled) == "1") {
         setCsmEvent(CsmEvent::DownloadDisabled, true);
+        logReason("Version " + getSwVersion() + " is not downloaded, '" + ConfigKey::DownloadDisabled +
+                  "' is set.");
         return false;
     }
+    loggedReason.clear();
     return true;
+}
+
+void ConfigDbMonitor::logReason(const std::string& reason) {
+    if (reason != loggedReason)
+        VEX_LOG(LogInfo) << "ConfigDbMonitor::isNewFirmwareNeeded() " << reason;
+    loggedReason = reason;
 }
 
 ConfigDbMonitor::StatusCase ConfigDbMonitor::statusCase(bool needed, const std::string& ready,

@@ -119,6 +119,7 @@ class ConfigDbMonitor : public Thread,
     void armTimer(unsigned intervalMs);
     void onConfigUpdated();
     void sendNewFirmwareNeeded();
+    void logReason(const std::string& reason);
     bool eraseKey(const char* key);
     bool eraseKeyLocked(const char* key);
     bool writeKey(const char* key, const std::string& value);
@@ -132,7 +133,8 @@ class ConfigDbMonitor : public Thread,
     common::ConfigDatabaseConnection* configDb = nullptr; // null while not connected
     wqueue<FwWorkItem*>& workQueue;
     wqueue<FwWorkItem*>& masterQueue;
-    bool statusSent = false; // or replaced by a change notice
+    std::string loggedReason; // why no update is wanted; said once, until another reason or an update comes
+    bool statusSent = false;  // or replaced by a change notice
 
     // Shared with the thread that destroys the worker.
     std::atomic<bool> running{false};

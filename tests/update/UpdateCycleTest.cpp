@@ -147,7 +147,7 @@ TEST_F(UpdateCycle, NotFoundForEverEndsTheDaemonWithoutAHotLoop) {
     for (const size_t good : {size_t{0}, size_t{1}, size_t{2}}) { // start, header, body
         SCOPED_TRACE(good);
         Fresh fresh;
-        const support::LogCapture log(LogError);
+        const support::LogCapture log(LogWarning);
         fresh.server.faults.assign(good, Fault::None);
         fresh.server.fault = Fault::NotFound;
         fresh.run(10 * 60);
@@ -159,6 +159,7 @@ TEST_F(UpdateCycle, NotFoundForEverEndsTheDaemonWithoutAHotLoop) {
         for (int i = 0; i < 300; ++i) // the loop's end takes effect later
             fresh.tick();
         EXPECT_EQ(fresh.server.ranges().size(), requests);
+        EXPECT_EQ(log.count("UpdateHandler::handOver() 5 fetches brought the update no further, at 47 "), 1U);
         EXPECT_EQ(log.count("To download many failures, exit!"), 1U);
         expectEndedAndHealedByRestart(fresh);
     }

@@ -282,6 +282,12 @@ TEST_F(ConfigNoticeTest, NoNewVersionTidiesUp) {
     EXPECT_EQ(get(ReadyKey) + get(ForceKey), "");
     ASSERT_TRUE(eventually([&] { return log.count("resetTimerToRunningInterval") == 1; }));
     EXPECT_EQ(out.size(), 0);
+    observer.send("evt.confd.updated");
+    EXPECT_TRUE(eventually([&] { return log.count("No need for new firmware.") == 2; }));
+    EXPECT_EQ(log.count("No update is needed, 2.03-B17 is installed."), 1U);
+    set(configured(Old, {{"state.fw_download.disabled", "1"}}));
+    observer.send("evt.confd.updated");
+    EXPECT_TRUE(eventually([&] { return log.count("Version 2.03-B17 is not downloaded, ") == 1; }));
 }
 
 TEST_F(ConfigNoticeTest, PushEndsAForcedUpdate) {
