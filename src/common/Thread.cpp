@@ -18,7 +18,6 @@ int Thread::start() {
 }
 
 void* Thread::runThread(void* arg) {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     return static_cast<Thread*>(arg)->run();
 }
 

@@ -1,7 +1,7 @@
 // Base of the workers: one thread that runs run().
 //
-// Cancellation is off in the thread except inside a CancellationPoint, so a worker can only be stopped where
-// it waits, or where its long work says so, and never half-way through a file or a lock.
+// A worker that must not be stopped half-way through a file or a lock begins run() with a CancellationBlock:
+// then it ends only inside a CancellationPoint, where it waits or where its long work says so.
 #ifndef COMMON_THREAD_H
 #define COMMON_THREAD_H
 
@@ -46,7 +46,7 @@ class CancellationPoint {
     CancellationPoint(const CancellationPoint&) = delete;
     CancellationPoint& operator=(const CancellationPoint&) = delete;
 
-    // For long work: ends here if a cancellation has come, in threads made by Thread; else returns at once.
+    // For long work: ends here if a cancellation has come; else returns at once.
     static void test();
 
   private:

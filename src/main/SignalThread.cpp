@@ -34,6 +34,7 @@ SignalThread::~SignalThread() {
 }
 
 void* SignalThread::run() {
+    const CancellationBlock block;
     while (true) {
         int sig = 0;
         int error = 0;

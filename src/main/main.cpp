@@ -5,6 +5,7 @@
 #include "main/ArgParser.h"
 #include "main/SignalThread.h"
 #include "update/FwDownloadDaemon.h"
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <fcntl.h>
 #include <iostream>
 #include <memory>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -31,10 +33,40 @@ constexpr int BeforeGlobalObjects = 101; // the first priority that is not the c
         close(fd);
 }
 
-FwDownloadDaemon theDaemon;
+// The process ends so long after it was told to, whatever holds it up: a log that nobody reads, a resolver,
+// or a worker in a call to the disk, the bus or the database. What is on disk is then as good as after a
+// kill, which the next start heals.
+constexpr itimerval TimeToEnd = {{0, 0}, {1, 250000}};
+
+[[noreturn]] void endNow(int /*sig*/) {
+    _exit(EXIT_SUCCESS);
+}
+
+// Neither logs nor locks. Any thread; the first call counts.
+void armStopDeadline() {
+    static std::atomic_flag isArmed = ATOMIC_FLAG_INIT;
+    if (isArmed.test_and_set())
+        return;
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+    setitimer(ITIMER_REAL, &TimeToEnd, nullptr);
+}
+
+class Daemon : public FwDownloadDaemon {
+  public:
+    void terminated() override {
+        armStopDeadline();
+        FwDownloadDaemon::terminated();
+    }
+};
+
+Daemon theDaemon;
 
 // Called by an ordinary thread.
 void handleSignal(int sig) {
+    armStopDeadline();
     VEX_LOG(LogNotice) << "Received signal(" << strsignal(sig) << " Terminating " << Ident << " ...";
     theDaemon.terminated();
 }
@@ -92,6 +124,7 @@ void parseFile(FileFragment::FragmentType type) {
 
 int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);                 // whoever reads our output may go away
+    signal(SIGALRM, endNow);                  // of the stop's deadline
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // lines show as they come, also in a pipe
     const ArgParser::Actions action = ArgParser::getInstance()->parseArguments(argc, argv);
     std::clog.rdbuf(new VexStreamLog(Ident, static_cast<VexStreamLog::Type>(ArgParser::getLogType()),

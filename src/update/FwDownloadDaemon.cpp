@@ -6,17 +6,12 @@
 #include "workers/ConfigDbMonitor.h"
 #include "workers/Downloader.h"
 #include "workers/ZempHandler.h"
-#include <cstdio>
-#include <cstdlib>
 #include <new>
-#include <poll.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr unsigned MaximumSuuInfoFailures = 6; // the last one stops the daemon
 constexpr unsigned MsPerSecond = 1000;
-constexpr int TimeToEndMs = 1000; // a stop has to be over within 2 s
 
 [[nodiscard]] bool startWorker(Thread& worker, const char* name) {
     const int result = worker.start();
@@ -26,30 +21,6 @@ constexpr int TimeToEndMs = 1000; // a stop has to be over within 2 s
     }
     return result == 0;
 }
-
-// Ends the process when the workers take too long to end. A worker cannot be cancelled amid a call to the
-// disk, the bus or the database, and each of them can hold it up for seconds. What is on disk is then as good
-// as after a kill, which the next start heals.
-class ExitDeadline : public Thread {
-  public:
-    ExitDeadline() {
-        if (start() != 0)
-            VEX_LOG(LogWarning) << "FwDownloadDaemon::run() Without a limit on the time to end.";
-    }
-    ~ExitDeadline() override { cancelAndJoin(); }
-    ExitDeadline(const ExitDeadline&) = delete;
-    ExitDeadline& operator=(const ExitDeadline&) = delete;
-
-    void* run() override {
-        {
-            const CancellationPoint point;
-            poll(nullptr, 0, TimeToEndMs);
-        }
-        VEX_LOG(LogWarning) << "FwDownloadDaemon::run() A worker does not end, exit without it.";
-        fflush(stdout);
-        _exit(EXIT_SUCCESS);
-    }
-};
 
 } // namespace
 
@@ -87,7 +58,6 @@ void FwDownloadDaemon::run() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::run() FdLoop start looping ...";
     while (mRunning && !mTerminated)
         mFdLoop.run();
-    const ExitDeadline deadline;
     mExitRunLoop = new ExitRunLoop;
     mConfigDbQueue.add(mExitRunLoop);
     mDownloaderQueue.add(mExitRunLoop);

@@ -41,8 +41,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
 
     void init() override {}
 
-    // Starts the workers and runs the loop; returns when it has been stopped and the workers have ended. When
-    // they take more than 1 s to end, the process ends here with status 0.
+    // Starts the workers and runs the loop; returns when it has been stopped and the workers have ended.
     void run() override;
 
     // Stops the loop, also one that has not begun. Safe from any thread.

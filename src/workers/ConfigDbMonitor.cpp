@@ -30,6 +30,7 @@ ConfigDbMonitor::~ConfigDbMonitor() {
 }
 
 void* ConfigDbMonitor::run() {
+    const CancellationBlock block;
     VEX_LOG(LogDebug) << "ConfigDbMonitor::run()";
     if (initialize())
         startMonitoring();

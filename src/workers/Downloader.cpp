@@ -95,6 +95,7 @@ Downloader::~Downloader() {
 }
 
 void* Downloader::run() {
+    const CancellationBlock block;
     VEX_LOG(LogDebug) << "Downloader::run()";
     running = true;
     while (running) {

@@ -39,6 +39,7 @@ ZempHandler::~ZempHandler() {
 }
 
 void* ZempHandler::run() {
+    const CancellationBlock block;
     mRunning = true;
     while (mRunning) {
         FwWorkItem* item = mWorkQueue.remove();

@@ -70,10 +70,8 @@ class Sleeper : public Thread {
             ~EndMark() { sEnded = true; }
         } mark;
         sStarted = true;
-        for (;;) {
-            const CancellationPoint point;
+        for (;;)
             pause();
-        }
     }
 };
 
@@ -94,6 +92,7 @@ class LongWorker : public Thread {
     ~LongWorker() override { cancelAndJoin(); }
 
     void* run() override {
+        const CancellationBlock block;
         for (;;) {
             sSteps = 1;
             usleep(2000); // would be a cancellation point

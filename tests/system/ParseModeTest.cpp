@@ -66,6 +66,18 @@ TEST_F(ParseMode, EndsWellWhenItsReaderIsGone) {
     EXPECT_EQ(support::runShell("bash -c '" + command + "' 2>&1").status, 0);
 }
 
+TEST_F(ParseMode, StopsAlthoughNobodyReadsItsLog) {
+    ImageBuilder builder = goldenBuilder();
+    for (int i = 0; i < 500; ++i) // much more than a pipe holds
+        builder.software("net", {1, 2, 3}, "build", Bytes(3, 'x'));
+    builder.write(mImage);
+    const support::ShellOutput output = support::runShell(
+        "bash -c 'exec 3> >(sleep 10); " + lab::Programs::find().daemon + " -v 7 -f " + mImage +
+        " >&3 & sleep 0.5; begin=$(date +%s%N); kill -TERM $!; wait $!;"
+        " echo status $?; [ $((($(date +%s%N) - begin) / 1000000)) -lt 2000 ] && echo within 2 s'");
+    EXPECT_EQ(output.text, "status 0\nwithin 2 s\n");
+}
+
 TEST_F(ParseMode, PrintsItsUsage) {
     const std::string usage =
         "VEX Firmware Download Daemon\n\nOptions:\n-c            Start in console mode\n"
