@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +19,16 @@ File::~File() {
 bool File::openForReading(const std::string& filename) {
     mFd = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC);
     return mFd >= 0;
+}
+
+bool File::openRegularForReading(const std::string& filename, Links links) {
+    const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (links == Links::Refuse ? O_NOFOLLOW : 0);
+    mFd = ::open(filename.c_str(), flags);
+    struct stat status = {};
+    if (mFd < 0 || fstat(mFd, &status) != 0)
+        return false;
+    errno = EINVAL;
+    return S_ISREG(status.st_mode);
 }
 
 bool File::createAnew(const std::string& filename, unsigned mode) {

@@ -22,6 +22,12 @@ class File {
     // False with errno set. Links are followed.
     [[nodiscard]] bool openForReading(const std::string& filename);
 
+    enum class Links { Follow, Refuse };
+
+    // The same for a name that may be anything: nothing is waited for, and what is no regular file is refused
+    // with EINVAL, or ELOOP for a link.
+    [[nodiscard]] bool openRegularForReading(const std::string& filename, Links links);
+
     // Makes a new, empty file, to be written and read, in place of whatever has the name: a file, link or
     // pipe goes, and is never opened. False with errno set, EISDIR for a directory.
     [[nodiscard]] bool createAnew(const std::string& filename, unsigned mode);

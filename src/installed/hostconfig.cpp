@@ -1,6 +1,6 @@
 #include "installed/hostconfig.h"
 
-#include "common/fileutil.h"
+#include "common/File.h"
 #include "image/zemp_validate.h"
 #include "vex/kq.h"
 
@@ -47,6 +47,22 @@ int takePart(zemp_content_header_t* part, uint32_t& remaining) {
     return zemp_validate_content_part(part, reinterpret_cast<uint8_t*>(part) + part->hdr_length);
 }
 
+// 0, or -1. A file is opened once, so that what is tested is what is read.
+int loadRecord(hostconfig_t* hc, const char* path, File::Links links) {
+    const bool isDevice = isRawDevice(path);
+    File file;
+    if (isDevice ? !file.openForReading(path) : !file.openRegularForReading(path, links))
+        return -1;
+    memset(hc->raw, 0, sizeof hc->raw);
+    const size_t size = file.read(hc->raw, sizeof hc->raw);
+    uint8_t more = 0;
+    const bool isSizeGood =
+        isDevice ? size == HostconfigMaximumSize : size >= HostconfigMinimumSize && file.read(&more, 1) == 0;
+    if (!isSizeGood || file.hasFailed())
+        return -1;
+    return hostconfig_check_raw(hc) == ZempValid ? 0 : -1;
+}
+
 } // namespace
 
 int hostconfig_new(hostconfig_t* hc, unsigned capacity) {
@@ -62,16 +78,7 @@ int hostconfig_new(hostconfig_t* hc, unsigned capacity) {
 }
 
 int hostconfig_load_raw(hostconfig_t* hc, const char* path) {
-    int size = static_cast<int>(HostconfigMaximumSize);
-    if (!isRawDevice(path)) {
-        size = fnsize(path);
-        if (size < static_cast<int>(HostconfigMinimumSize) || size > static_cast<int>(HostconfigMaximumSize))
-            return -1;
-    }
-    memset(hc->raw, 0, sizeof hc->raw);
-    if (fnread(path, hc->raw, static_cast<size_t>(size)) != size)
-        return -1;
-    return hostconfig_check_raw(hc) == ZempValid ? 0 : -1;
+    return loadRecord(hc, path, File::Links::Follow);
 }
 
 int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary) {
@@ -79,7 +86,7 @@ int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary
     hc->count = 0;
     int result = 1;
     if (hostconfig_load_raw(hc, primary) != 0) {
-        if (secondary == nullptr || *secondary == '\0' || hostconfig_load_raw(hc, secondary) != 0)
+        if (secondary == nullptr || *secondary == '\0' || loadRecord(hc, secondary, File::Links::Refuse) != 0)
             return -1;
         result = 2;
     }

@@ -36,8 +36,8 @@ int hostconfig_new(hostconfig_t* hc, unsigned capacity);
 int hostconfig_load_raw(hostconfig_t* hc, const char* path);
 
 /* Loads the record at `primary`, or if that cannot be read or is not valid the one at `secondary` (null or
- * empty: there is none), and finds its content parts. 1: loaded from primary; 2: from secondary; -1: failure,
- * and no parts are known. Parts are checked only in the record chosen. */
+ * empty: there is none; it is a regular file, no link), and finds its content parts. 1: loaded from primary;
+ * 2: from secondary; -1: failure, and no parts are known. Parts are checked only in the record chosen. */
 int hostconfig_load(hostconfig_t* hc, const char* primary, const char* secondary);
 
 /* The two checks of a load, for records that come from elsewhere: bytes, at most 5120, copied into raw of a

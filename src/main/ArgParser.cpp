@@ -1,6 +1,7 @@
 #include "main/ArgParser.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
 #include <iostream>
@@ -116,14 +117,14 @@ char* ArgParser::verifyIsFile(const std::string& path) {
     char* resolved = realpath(path.c_str(), nullptr);
     if (resolved == nullptr) {
         if (sVerbosity >= WarnVerbosity)
-            std::cout << "ArgParser::verifiyIsFile() No file name from realpath!" << std::endl;
+            printf("ArgParser::verifiyIsFile() No file name from realpath!\n");
         return nullptr;
     }
     struct stat status = {};
     if (stat(resolved, &status) == 0 && (status.st_mode & RegularFileBit) != 0)
         return resolved;
     if (sVerbosity >= WarnVerbosity)
-        std::cout << "ArgParser::verifiyIsFile() Ups, '" << resolved << "' is not a file!" << std::endl;
+        printf("ArgParser::verifiyIsFile() Ups, '%s' is not a file!\n", resolved);
     return resolved;
 }
 
@@ -132,7 +133,7 @@ bool ArgParser::verifyIsDirectory(const std::string& path) {
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
         return true;
     if (sVerbosity >= WarnVerbosity)
-        std::cout << "ArgParser::verifyIsDirectory() Ups, '" << path << "' is not a directory!" << std::endl;
+        printf("ArgParser::verifyIsDirectory() Ups, '%s' is not a directory!\n", path.c_str());
     return false;
 }
 
