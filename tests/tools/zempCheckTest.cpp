@@ -202,6 +202,33 @@ TEST_F(ZempCheck, TellsWhatWhereWhyAndHowToMend) {
     EXPECT_EQ(err, "zemp: http://127.0.0.1:1/i.zemp: only a file can be checked; fetch it first\n");
 }
 
+TEST_F(ZempCheck, FindsPartsThatChangedUnderTheirVersion) {
+    const auto changed = [](auto& image) { image.at(3).body[5] ^= 1; };
+    const auto relabelled = [](auto& image) {
+        image.at(3).extension = imagefile::softwareExtension({1, 2, 3}, "another");
+    };
+    const auto newVersion = [](auto& image) {
+        image.at(3).extension = imagefile::softwareExtension({1, 2, 4}, "root-build");
+        image.at(3).body[5] ^= 1;
+    };
+    scratch.write("same.zemp", with(nullptr));
+    scratch.write("old.zemp", with(newVersion)); // another version: it may be anything
+    for (const auto& [change, status] :
+         {std::pair<std::function<void(ImageBuilder&)>, int>{nullptr, 0}, {changed, 1}, {relabelled, 1}}) {
+        scratch.write("i.zemp", with(change));
+        EXPECT_EQ(zemp({"check", "@i.zemp", "--against", "@old.zemp", "@same.zemp"}), status);
+        EXPECT_EQ(
+            out.rfind("error: offset 876: root 1.02-3 differs from the one in 1.05-7 [version-reused]\n", 0),
+            status == 1 ? 0U : std::string::npos)
+            << out;
+    }
+    refuses({"check", "@i.zemp", "--against", "@none.zemp"}, "'none.zemp': No such file or directory");
+    scratch.write("old.zemp", flipped(400));
+    refuses({"check", "@i.zemp", "--against", "@old.zemp"}, "old.zemp: is damaged; 'zemp check' says more");
+    refuses({"check", "@i.zemp", "--against", "http://u/o.zemp"},
+            "http://u/o.zemp: only a file can be compared; fetch it first");
+}
+
 // Whatever single byte is damaged, and wherever the image ends, it is found.
 TEST_F(ZempCheck, FindsEveryFlippedByteAndEveryCut) {
     const std::string good = textOf(imageOf(KernelLine + RootLine, {"kernel", "root"}, 6).build());

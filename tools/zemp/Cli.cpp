@@ -56,9 +56,10 @@ class CommandLine {
     void addImageCommands() {
         CLI::App* const build = mApp.add_subcommand("build", "Write an image from a description");
         addBuildOptions(build, "IMAGE");
-        build->footer("Example: zemp build release.toml -o release.zemp\n"
+        addOlder(build);
+        build->footer("Example: zemp build release.toml -o release.zemp --against last.zemp\n"
                       "The same description and files give the same bytes.");
-        onUse(build, [this] { return buildImage(mInput, mOutput, mConsole); });
+        onUse(build, [this] { return buildImage(mInput, mOutput, mOlder, mConsole); });
 
         CLI::App* const list =
             mApp.add_subcommand("list", "List the parts of an image or of a content part file");
@@ -86,9 +87,11 @@ class CommandLine {
         CLI::App* const check =
             mApp.add_subcommand("check", "Find everything in an image that would hurt in the field");
         check->add_option("IMAGE", mInput, "Image")->required()->check(cli::refuseEmpty);
+        addOlder(check);
         addJson(check);
-        check->footer("Example: zemp check release.zemp\nExit status: 1 with errors, 0 with warnings.");
-        onUse(check, [this] { return showFindings(mInput, mIsJson, mConsole); });
+        check->footer("Example: zemp check release.zemp --against last.zemp\nExit status: 1 with errors, 0 "
+                      "with warnings.");
+        onUse(check, [this] { return showFindings(mInput, mOlder, mIsJson, mConsole); });
 
         CLI::App* const plan = mApp.add_subcommand("plan", "Tell what a terminal will do with an image");
         plan->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
@@ -172,6 +175,14 @@ class CommandLine {
             ->type_name(result);
     }
 
+    void addOlder(CLI::App* command) {
+        command
+            ->add_option("--against", mOlder,
+                         "Images released before: a part that changed needs a new version")
+            ->check(cli::refuseEmpty)
+            ->type_name("OLD");
+    }
+
     void addJson(CLI::App* command) {
         command->add_flag("--json", mIsJson, "Print the result as JSON");
     }
@@ -187,6 +198,7 @@ class CommandLine {
     std::string mSignature;
     std::string mSeal;
     std::vector<std::string> mKeys;
+    std::vector<std::string> mOlder;
     bool mIsJson = false;
     std::function<int()> mAction;
 };

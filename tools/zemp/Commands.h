@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace zemp {
 
@@ -18,13 +19,16 @@ constexpr int StatusGood = 0;
 constexpr int StatusBadInput = 1;
 constexpr int StatusWrongUse = 2;
 
-int buildImage(const std::string& description, const std::string& image, const Console& console);
+// Writes nothing when a part has other bytes than one of the same name and version in an `older` image.
+int buildImage(const std::string& description, const std::string& image,
+               const std::vector<std::string>& older, const Console& console);
 int showListing(const std::string& image, bool json, const Console& console);
 
 // `part` is a part's name, or its offset. An empty `output` is the console.
 int extractPart(const std::string& image, const std::string& part, const std::string& output,
                 const Console& console);
-int showFindings(const std::string& image, bool json, const Console& console);
+int showFindings(const std::string& image, const std::vector<std::string>& older, bool json,
+                 const Console& console);
 
 // Writes the picture to `svg`, unless that is empty.
 int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,

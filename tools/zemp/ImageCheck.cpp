@@ -5,6 +5,7 @@
 #include "plan/UpdatePlan.h"
 #include "update/FileFragment.h"
 #include "zemp/InputError.h"
+#include "zemp/ReuseCheck.h"
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -28,7 +29,7 @@ class ImageCheck {
   public:
     explicit ImageCheck(const std::string& file) : mFile(file), mImage(file) {}
 
-    Findings run() {
+    Findings run(const std::vector<std::string>& older) {
         checkMainHeader();
         if (!mImage.isHeaderValid())
             return std::move(mFindings);
@@ -44,6 +45,8 @@ class ImageCheck {
             if (manifest->isBodyValid && manifest->header.hdr_length == ZempFormat::BlobBodyOffset)
                 checkManifest(mImage, *manifest, mFindings);
         }
+        const Findings reused = findReusedVersions(mImage, older);
+        mFindings.insert(mFindings.end(), reused.begin(), reused.end());
         if (std::none_of(mFindings.begin(), mFindings.end(), [](const Finding& f) { return f.isError; }))
             rehearse();
         return std::move(mFindings);
@@ -277,10 +280,10 @@ class ImageCheck {
 
 } // namespace
 
-Findings checkImage(const std::string& file) {
+Findings checkImage(const std::string& file, const std::vector<std::string>& older) {
     if (imagefile::isUrl(file))
         throw InputError(file + ": only a file can be checked; fetch it first");
-    return ImageCheck(file).run();
+    return ImageCheck(file).run(older);
 }
 
 } // namespace zemp

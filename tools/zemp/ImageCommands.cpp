@@ -10,6 +10,7 @@
 #include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
 #include "zemp/Json.h"
+#include "zemp/ReuseCheck.h"
 #include "zemp/Table.h"
 #ifdef FW_SEAL
 #include "zemp/SealCommands.h"
@@ -101,7 +102,8 @@ const ListedPart& findPart(const ImageListing& listing, const std::string& image
 
 } // namespace
 
-int buildImage(const std::string& description, const std::string& image, const Console& console) {
+int buildImage(const std::string& description, const std::string& image,
+               const std::vector<std::string>& older, const Console& console) {
     imagefile::ImageBuilder builder;
     readImageDescription(description, builder);
     imagefile::refuseInput(image, description);
@@ -113,6 +115,13 @@ int buildImage(const std::string& description, const std::string& image, const C
             throwIfInterrupted();
             progress.update(done, total);
         });
+        if (older.empty())
+            return;
+        const Findings reused = findReusedVersions(imagefile::ImageReader(temporary), older);
+        if (!reused.empty())
+            throw InputError(
+                description + ": " + reused[0].what + "; " + reused[0].mend +
+                (reused.size() > 1 ? "; so do " + std::to_string(reused.size() - 1) + " more" : ""));
     });
     console.out << image << ": " << builder.size() << " bytes, " << builder.count() << " parts\n";
     return StatusGood;
@@ -164,8 +173,9 @@ int extractPart(const std::string& image, const std::string& part, const std::st
     return StatusGood;
 }
 
-int showFindings(const std::string& image, bool json, const Console& console) {
-    const Findings findings = checkImage(image);
+int showFindings(const std::string& image, const std::vector<std::string>& older, bool json,
+                 const Console& console) {
+    const Findings findings = checkImage(image, older);
     const auto errors = static_cast<size_t>(
         std::count_if(findings.begin(), findings.end(), [](const Finding& f) { return f.isError; }));
     const size_t warnings = findings.size() - errors;
