@@ -1,6 +1,7 @@
 // A table of images that are damaged or unwise, each in one way, and what `zemp check` says to each.
 #include "tools/zempRun.h"
 #include "tools/zempSamples.h"
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -227,6 +228,30 @@ TEST_F(ZempCheck, FindsPartsThatChangedUnderTheirVersion) {
     refuses({"check", "@i.zemp", "--against", "@old.zemp"}, "old.zemp: is damaged; 'zemp check' says more");
     refuses({"check", "@i.zemp", "--against", "http://u/o.zemp"},
             "http://u/o.zemp: only a file can be compared; fetch it first");
+}
+
+TEST_F(ZempCheck, TakesTimeInProportionToTheParts) {
+    const auto leastTime = [this](int parts, bool isSoftware) {
+        ImageBuilder builder = imageOf(KernelLine, {"kernel"}, 4);
+        for (int i = 0; i < parts; ++i) {
+            if (isSoftware)
+                builder.software("root", {1, 2, 3}, "b", {1});
+            else
+                builder.blob("other", {});
+        }
+        builder.software("root", {1, 2, 3}, "b", {1});
+        builder.write(scratch.file("i.zemp"));
+        clock_t least = 0;
+        for (int i = 0; i < 3; ++i) {
+            const clock_t begin = clock();
+            zemp({"check", "@i.zemp"});
+            const clock_t time = clock() - begin;
+            least = i == 0 ? time : std::min(least, time);
+        }
+        return least;
+    };
+    for (const bool isSoftware : {true, false})
+        EXPECT_LT(leastTime(32000, isSoftware), leastTime(4000, isSoftware) * 20) << isSoftware;
 }
 
 // Whatever single byte is damaged, and wherever the image ends, it is found.

@@ -5,6 +5,7 @@
 #include "plan/UpdatePlan.h"
 #include "update/FileFragment.h"
 #include "zemp/InputError.h"
+#include "zemp/Interrupt.h"
 #include "zemp/ReuseCheck.h"
 #include <algorithm>
 #include <cstring>
@@ -18,6 +19,7 @@ using imagefile::ImageReader;
 namespace {
 
 constexpr uint64_t StartBytes = uint64_t{FileFragment::ZempStartSize} + 1;
+constexpr uint64_t LongestHeader = 256; // that is looked for behind a gap: the ordinary ones have 76 at most
 constexpr const char* Rebuild = "build the image again, with 'zemp build'";
 constexpr const char* NotRead = "the daemon would never finish the update";
 
@@ -35,7 +37,12 @@ class ImageCheck {
             return std::move(mFindings);
         checkSize();
         for (const ImagePart& part : mImage.parts())
+            if (part.isType(ZempFormat::SwBlobType))
+                mLastSoftware = part.offset;
+        for (const ImagePart& part : mImage.parts()) {
+            throwIfInterrupted();
             checkPart(part);
+        }
         checkEnd();
         checkOrder();
         if (const ImagePart* const release = mImage.release())
@@ -147,11 +154,7 @@ class ImageCheck {
     }
 
     // What stands before software is in its way; behind all of it, nothing reads it.
-    bool isBeforeSoftware(const ImagePart& part) const {
-        return std::any_of(mImage.parts().begin(), mImage.parts().end(), [&](const ImagePart& other) {
-            return other.isType(ZempFormat::SwBlobType) && other.offset > part.offset;
-        });
-    }
+    bool isBeforeSoftware(const ImagePart& part) const { return part.offset < mLastSoftware; }
 
     void checkSoftware(const ImagePart& part, const std::string& name) {
         const std::unique_ptr<ZempPart> blob(ZempPart::createZempPart(&part.header));
@@ -184,7 +187,8 @@ class ImageCheck {
         if (end - at < sizeof header)
             return false;
         memcpy(&header, mImage.data() + at, sizeof header);
-        return header.hdr_crc != 0 && header.hdr_length >= sizeof header && header.hdr_length <= end - at &&
+        return header.hdr_crc != 0 && header.hdr_length >= sizeof header &&
+               header.hdr_length <= std::min(end - at, LongestHeader) &&
                zemp_validate_content_header(
                    reinterpret_cast<const zemp_content_header_t*>(mImage.data() + at)) == ZempValid;
     }
@@ -196,8 +200,10 @@ class ImageCheck {
         if (at >= end || (mImage.size() < mImage.declaredSize() && end - at < UINT16_MAX))
             return;
         uint64_t next = at + 1;
-        while (next < end && !isHeaderAt(next, end))
+        while (next < end && !isHeaderAt(next, end)) {
+            throwIfInterrupted();
             ++next;
+        }
         if (next < end)
             error("gap", at,
                   "there are " + number(next - at) + " bytes before the next part, at offset " + number(next),
@@ -264,7 +270,8 @@ class ImageCheck {
     }
 
     void rehearse() {
-        const std::unique_ptr<imagefile::ImageSource> source = imagefile::openImage(mFile);
+        const std::unique_ptr<imagefile::ImageSource> source =
+            imagefile::openImage(mFile, [] { return interruptedBy() != 0; });
         const plan::UpdatePlan plan = plan::makePlan(*source, "");
         if (plan.isReady)
             return;
@@ -275,6 +282,7 @@ class ImageCheck {
 
     const std::string mFile;
     const ImageReader mImage;
+    uint64_t mLastSoftware = 0; // its offset; 0 without one
     Findings mFindings;
 };
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace zemp {
 
@@ -306,14 +307,14 @@ class ManifestCheck {
 
     void checkParts() {
         const std::vector<ImagePart>& parts = mImage.parts();
-        const auto isUsed = [this](const ImagePart& part) {
-            return std::any_of(mLines.begin(), mLines.end(),
-                               [&](const ElementLine& line) { return line.part == &part; });
-        };
+        std::set<const ImagePart*> used = {nullptr};
+        for (const ElementLine& line : mLines)
+            used.insert(line.part);
+        const ImagePart* const lastUsed = *used.rbegin(); // the parts are in a row
         for (size_t i = 0; i < parts.size(); ++i) {
-            if (!parts[i].isType(ZempFormat::SwBlobType) || isUsed(parts[i]))
+            if (!parts[i].isType(ZempFormat::SwBlobType) || used.count(&parts[i]) != 0)
                 continue;
-            const bool isLast = std::none_of(parts.begin() + static_cast<long>(i), parts.end(), isUsed);
+            const bool isLast = &parts[i] > lastUsed;
             Finding finding;
             finding.isError = !isLast;
             finding.id = "part-without-element";
