@@ -76,80 +76,64 @@ void rebuildUnderOldVersions(Terminal& terminal, unsigned argument) {
 struct Kind {
     const char* name;
     void (*happen)(Terminal& terminal, unsigned argument);
-    bool isOrdinary; // else only in a run with FW_HISTORY_KINDS=NAME,NAME or "all"
 };
 
 const Kind Kinds[] = {
     {"fault",
      [](Terminal& terminal, unsigned argument) {
          terminal.server.faults.assign(1 + argument % 5, static_cast<Fault>(argument % FaultCount));
-     },
-     true},
-    {"lasting",
-     [](Terminal& terminal, unsigned argument) {
-         terminal.server.fault = static_cast<Fault>(argument % FaultCount);
-     },
-     true},
+     }},
+    {"lasting", [](Terminal& terminal,
+                   unsigned argument) { terminal.server.fault = static_cast<Fault>(argument % FaultCount); }},
     {"version",
      [](Terminal& terminal, unsigned argument) {
          terminal.configure(versionOf(argument % 10 == 0 ? uint16_t{70} : buildFrom(argument)));
-     },
-     true},
-    {"restart", [](Terminal& terminal, unsigned) { terminal.restart(); }, true},
-    {"kill", [](Terminal& terminal, unsigned) { terminal.restart(false); }, true},
-    {"disable", [](Terminal& terminal, unsigned argument) { terminal.config.disabled = argument % 2 == 0; },
-     true},
-    {"slow", [](Terminal& terminal, unsigned argument) { terminal.downloadTicks = 1 + argument % 20; }, true},
-    {"delete", [](Terminal& terminal, unsigned argument) { remove(anyFile(terminal, argument).c_str()); },
-     true},
+     }},
+    {"restart", [](Terminal& terminal, unsigned) { terminal.restart(); }},
+    {"kill", [](Terminal& terminal, unsigned) { terminal.restart(false); }},
+    {"disable", [](Terminal& terminal, unsigned argument) { terminal.config.disabled = argument % 2 == 0; }},
+    {"slow", [](Terminal& terminal, unsigned argument) { terminal.downloadTicks = 1 + argument % 20; }},
+    {"delete", [](Terminal& terminal, unsigned argument) { remove(anyFile(terminal, argument).c_str()); }},
     {"damage",
      [](Terminal& terminal, unsigned argument) {
          const fs::path path = anyFile(terminal, argument);
          if (!path.empty())
              terminal.write(path.filename(), bodyOf(argument, argument));
-     },
-     true},
+     }},
     {"litter",
      [](Terminal& terminal, unsigned argument) {
          terminal.write("ContentPart-" + std::to_string(argument), bodyOf(argument, 3));
-     },
-     true},
+     }},
     {"swap", // the parts stay as they are and move in the image
      [](Terminal& terminal, unsigned argument) {
          terminal.publish("1.05-7",
                           makeImage(7, standardPools(), std::string(argument % 120 + 1, 'x') + "\n"));
-     },
-     true},
-    {"notice", [](Terminal& terminal, unsigned) { terminal.notify(); }, true},
-    {"force", [](Terminal& terminal, unsigned argument) { terminal.config.forced = argument % 2 == 0; },
-     true},
-    {"flag", [](Terminal& terminal, unsigned) { terminal.config.ready.clear(); }, true},
+     }},
+    {"notice", [](Terminal& terminal, unsigned) { terminal.notify(); }},
+    {"force", [](Terminal& terminal, unsigned argument) { terminal.config.forced = argument % 2 == 0; }},
+    {"flag", [](Terminal& terminal, unsigned) { terminal.config.ready.clear(); }},
     {"incomplete",
      [](Terminal& terminal, unsigned) {
          terminal.config.status = "incomplete";
          terminal.notify();
          terminal.config.status = "complete";
-     },
-     true},
-    {"installed", [](Terminal& terminal, unsigned) { terminal.config.installed = terminal.config.version; },
-     true},
-    {"reads", [](Terminal& terminal, unsigned argument) { terminal.config.failingReads = 1 + argument % 12; },
-     true},
+     }},
+    {"installed", [](Terminal& terminal, unsigned) { terminal.config.installed = terminal.config.version; }},
+    {"reads",
+     [](Terminal& terminal, unsigned argument) { terminal.config.failingReads = 1 + argument % 12; }},
     {"writes",
-     [](Terminal& terminal, unsigned argument) { terminal.config.failingWrites = 1 + argument % 2; }, true},
-    {"rest", [](Terminal& terminal, unsigned argument) { terminal.handlerRests = 1 + argument % 10; }, true},
-    {"rebuilt", rebuildUnderOldVersions, true},
-    {"disk", [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + 10 * argument; },
-     true},
-    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }, true},
-    {"kind", replaceByOtherKind, false},
+     [](Terminal& terminal, unsigned argument) { terminal.config.failingWrites = 1 + argument % 2; }},
+    {"rest", [](Terminal& terminal, unsigned argument) { terminal.handlerRests = 1 + argument % 10; }},
+    {"rebuilt", rebuildUnderOldVersions},
+    {"disk", [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + 10 * argument; }},
+    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }},
+    {"kind", replaceByOtherKind},
     {"gone",
      [](Terminal& terminal, unsigned argument) {
          fs::remove_all(terminal.path(""));
          if (argument % 2 == 0)
              std::ofstream(terminal.path("")) << "no directory";
-     },
-     true},
+     }},
 };
 
 // One thing that happens, as data: in `tick`, after `step` of its steps, with `argument`.
@@ -163,13 +147,9 @@ struct Row {
 class History {
   public:
     explicit History(unsigned seed) : mRandom(seed) {
-        const char* const text = getenv("FW_HISTORY_KINDS");
-        const std::string more = std::string(",") + (text != nullptr ? text : "") + ",";
         std::vector<const Kind*> kinds = {&Kinds[0], &Kinds[0], &Kinds[0]}; // most are faults of the server
         for (const Kind& kind : Kinds)
-            if (kind.isOrdinary || more == ",all," ||
-                more.find("," + std::string(kind.name) + ",") != std::string::npos)
-                kinds.push_back(&kind);
+            kinds.push_back(&kind);
         const unsigned rows = pick(1, 12);
         for (unsigned i = 0; i < rows; ++i) {
             const Kind* const kind = kinds[pick(0, static_cast<unsigned>(kinds.size()) - 1)];
@@ -214,6 +194,10 @@ void makeAllRight(Terminal& terminal) {
         terminal.diskSize = 0;
     if (fs::is_regular_file(terminal.path("")))
         fs::remove(terminal.path(""));
+    std::error_code none; // a directory at the name of a file is not the daemon's to remove
+    for (const fs::directory_entry& entry : fs::directory_iterator(terminal.path(""), none))
+        if (entry.is_directory(none))
+            fs::remove(entry, none);
     terminal.config.disabled = false;
     terminal.config.failingReads = 0;
     terminal.config.failingWrites = 0;
