@@ -21,7 +21,7 @@ std::string nameOf(const ImagePart& part) {
 bool isEqual(const ImageReader& a, const ImagePart& partA, const ImageReader& b, const ImagePart& partB) {
     const uint64_t size = uint64_t{partA.header.hdr_length} + partA.header.body_length;
     return size == uint64_t{partB.header.hdr_length} + partB.header.body_length &&
-           memcmp(a.data() + partA.offset, b.data() + partB.offset, size) == 0;
+           memcmp(a.data() + partA.offset, b.data() + partB.offset, static_cast<size_t>(size)) == 0;
 }
 
 std::unique_ptr<ImageReader> openOlder(const std::string& file) {
