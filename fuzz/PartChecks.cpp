@@ -1,7 +1,6 @@
 #include "fuzz/PartChecks.h"
 
 #include "fuzz/FuzzTarget.h"
-#include "image/zemp_validate.h"
 #include <algorithm>
 #include <memory>
 
@@ -98,12 +97,14 @@ void checkBody(const ZempPart& part, const View& bytes, size_t offset) {
 } // namespace
 
 uint32_t referenceCrc(const View& bytes, size_t begin, size_t length) {
-    uint32_t crc = 0;
+    constexpr uint32_t Polynomial = 0xEDB88320; // of CRC-32, its bits reversed
+    uint32_t crc = UINT32_MAX;
     for (size_t i = 0; i < length; ++i) {
-        const uint8_t byte = bytes[begin + i];
-        crc = crc32_calc(crc, &byte, 1);
+        crc ^= bytes[begin + i];
+        for (int bit = 0; bit < 8; ++bit)
+            crc = crc >> 1 ^ ((crc & 1) != 0 ? Polynomial : 0);
     }
-    return crc;
+    return ~crc;
 }
 
 Parts::~Parts() {
