@@ -209,6 +209,8 @@ void Terminal::serveDownloader() {
             return;
         mCurrent = static_cast<DownloadRequest*>(daemon->mDownloaderQueue.remove());
         mCurrentTicks = 0;
+        if (mCurrent->getDownloadStatus() == DownloadRequest::DownloadNotStarted)
+            mCurrent->setDownloadStatus(DownloadRequest::DownloadStarted);
     }
     if (++mCurrentTicks < downloadTicks)
         return;
