@@ -73,13 +73,6 @@ std::vector<Row> rows() {
         {"StallsInTheHeaders", cutAt(60, All, HttpScript::Stall), Transient, 28, ""},
         {"IgnoresTheRange", script([](HttpScript& s) { s.ignoreRange = true; }), Permanent, 23,
          imageBytes(0, 2000 + Downloader::AnswerSlack)},
-        {"Swells", script([](HttpScript& s) {
-             s.headers = "Transfer-Encoding: gzip, gzip\r\n";
-             s.withLength = false;
-             s.useBody = true;
-             s.body = packed(packed(std::string(8000000, '\0')));
-         }),
-         Permanent, 23, std::string(2000 + Downloader::AnswerSlack, '\0')},
         {"TellsAWrongRange", script([](HttpScript& s) { s.contentRangeShift = 512; }), Complete, 0, wanted},
         {"Answers404WithAPage", pageWith(404), Complete, 0, Page},
         {"Answers503WithAPage", pageWith(503), Complete, 0, Page},
@@ -92,6 +85,25 @@ std::vector<Row> rows() {
          }),
          Complete, 0, wanted},
     };
+}
+
+class DownloaderSwellTest : public testing::Test, protected DownloaderFixture {};
+
+TEST_F(DownloaderSwellTest, AnswerThatUnpacksFarBeyondTheRangeIsCutOrRefused) {
+    server.setScript(script([](HttpScript& s) {
+        s.headers = "Transfer-Encoding: gzip, gzip\r\n";
+        s.withLength = false;
+        s.useBody = true;
+        s.body = packed(packed(std::string(8000000, '\0')));
+    }));
+    DownloadRequest request(server.url(), &fragment);
+    ASSERT_TRUE(isAnswered(request));
+    if (log.count(", 61) Transient.") == 1) { // newer libraries unpack nothing that was not asked for
+        EXPECT_EQ(onDisk(), "");
+    } else {
+        EXPECT_EQ(log.count(", 23) Permanent."), 1U);
+        EXPECT_TRUE(onDisk() == std::string(2000 + Downloader::AnswerSlack, '\0')) << onDisk().size();
+    }
 }
 
 class DownloaderServerTest : public testing::TestWithParam<Row>, protected DownloaderFixture {};
