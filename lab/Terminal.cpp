@@ -3,7 +3,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -33,7 +32,9 @@ std::string readAll(int fd) {
 
 std::string readFile(const std::string& file) {
     std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream text;
+    text << in.rdbuf(); // a process may end meanwhile; then it has no more text
+    return text.str();
 }
 
 void append(std::vector<std::string>& to, const std::vector<std::string>& more) {
