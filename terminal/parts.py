@@ -155,20 +155,26 @@ def for_terminal(directory):
                   for package in glob.glob(f"{directory}/{name}_*_armhf.deb"))
 
 
+def build(preset, targets, log):
+    for command in (["cmake", "--preset", preset, "--log-level=WARNING"],
+                    ["cmake", "--build", "--preset", preset, "--target", *targets, "--", "--quiet"]):
+        run(*command, cwd=PROJECT, stdout=log)
+
+
+def our_programs():
+    """Those of this machine that make images and look at databases, of the sources as they are now."""
+    with open(os.path.join(PROJECT, "build", "terminal.log"), "w") as log:
+        build("release", ["vexctl", "zemp"], log)
+
+
 def our_packages():
     """The project's armhf packages, of the sources as they are now."""
-    environment = dict(os.environ)
     run(f"{PROJECT}/script/arm-sysroot")
-    with open(os.path.join(PROJECT, "build", "terminal.log"), "w") as log:
-        for command in (["cmake", "--preset", "arm", "--log-level=WARNING"],
-                        ["cmake", "--build", "--preset", "arm", "--target", "fw_download", "vexctl", "zemp", "fw_lab",
-                         "package-files", "--", "--quiet"],
-                        ["cmake", "--preset", "release", "--log-level=WARNING"],
-                        ["cmake", "--build", "--preset", "release", "--target", "vexctl", "zemp", "--", "--quiet"]):
-            run(*command, cwd=PROJECT, stdout=log, env=environment)
-        directory = os.path.join(BUILD, "packages")
+    directory = os.path.join(BUILD, "packages")
+    with open(os.path.join(PROJECT, "build", "terminal.log"), "a") as log:
+        build("arm", ["fw_download", "vexctl", "zemp", "fw_lab", "package-files"], log)
         shutil.rmtree(directory, ignore_errors=True)
-        run("cpack", "-B", directory, cwd=os.path.join(PROJECT, "build", "arm"), stdout=log, env=environment)
+        run("cpack", "-B", directory, cwd=os.path.join(PROJECT, "build", "arm"), stdout=log)
     shutil.rmtree(os.path.join(directory, "_CPack_Packages"), ignore_errors=True)
     return for_terminal(directory)
 

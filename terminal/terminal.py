@@ -120,13 +120,15 @@ class Desk(contextlib.ExitStack):
         if keep:
             os.makedirs(keep, exist_ok=True)
         self.folder = keep or self.enter_context(tempfile.TemporaryDirectory(prefix="terminal."))
+        os.makedirs(parts.BUILD, exist_ok=True)
+        parts.our_programs()
+        self.packages = packages or parts.our_packages()
         self.served = f"{self.folder}/served"
         os.makedirs(self.served, exist_ok=True)
         self.record = f"{self.folder}/record"
         images.make_record(self.record)
         self.card_mib = card_mib
         self.card = f"{self.folder}/card.img"
-        self.packages = packages or parts.our_packages()
         shutil.rmtree(f"{self.folder}/nginx", ignore_errors=True)
         self.server = self.enter_context(WebServer(f"{self.folder}/nginx", self.served))
 
