@@ -97,12 +97,12 @@ void checkBody(const ZempPart& part, const View& bytes, size_t offset) {
 } // namespace
 
 uint32_t referenceCrc(const View& bytes, size_t begin, size_t length) {
-    constexpr uint32_t Polynomial = 0xEDB88320; // of CRC-32, its bits reversed
+    constexpr uint32_t polynomial = 0xEDB88320; // of CRC-32, its bits reversed
     uint32_t crc = UINT32_MAX;
     for (size_t i = 0; i < length; ++i) {
         crc ^= bytes[begin + i];
         for (int bit = 0; bit < 8; ++bit)
-            crc = crc >> 1 ^ ((crc & 1) != 0 ? Polynomial : 0);
+            crc = crc >> 1 ^ ((crc & 1) != 0 ? polynomial : 0);
     }
     return ~crc;
 }

@@ -85,16 +85,16 @@ TEST_F(InstalledSoftware, DownloadIsNeededUnlessAPartitionOfThePoolHoldsTheVersi
     installSample();
     const struct {
         const char* pool;
-        hostcfg::Version version;
         const char* platform;
+        hostcfg::Version version;
         bool isNeeded;
     } rows[] = {
-        {"kernel", {1, 2, 3}, "-", false}, {"kernel", {1, 2, 4}, "-", true},
-        {"app", {2, 0, 1}, "-", false},    {"app", {1, 9, 300}, "-", false},
-        {"app", {1, 9, 44}, "-", true},    {"", {0, 0, 0}, "-", true}, // unused records are no pool
-        {"root", {1, 2, 3}, "-", true},    {"root", {1, 2, 3}, "", true},
-        {"root", {1, 2, 3}, "4813", true}, {"root", {1, 2, 3}, "4812", false},
-        {"root", {1, 2, 3}, "--", false},  {"root", {1, 2, 3}, "48130", false},
+        {"kernel", "-", {1, 2, 3}, false}, {"kernel", "-", {1, 2, 4}, true},
+        {"app", "-", {2, 0, 1}, false},    {"app", "-", {1, 9, 300}, false},
+        {"app", "-", {1, 9, 44}, true},    {"", "-", {0, 0, 0}, true}, // unused records are no pool
+        {"root", "-", {1, 2, 3}, true},    {"root", "", {1, 2, 3}, true},
+        {"root", "4813", {1, 2, 3}, true}, {"root", "4812", {1, 2, 3}, false},
+        {"root", "--", {1, 2, 3}, false},  {"root", "48130", {1, 2, 3}, false},
     };
     for (const auto& row : rows)
         EXPECT_EQ(isNeeded(row.pool, row.version, row.platform), row.isNeeded)

@@ -15,6 +15,7 @@
 //   FW_POINT_STOP  when set, the process gets this signal instead of being killed, and goes on.
 #undef _FILE_OFFSET_BITS // 64-bit names are written out here
 #undef _TIME_BITS
+#undef _FORTIFY_SOURCE // it defines some of what is defined here
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -90,18 +91,17 @@ class Journal {
         if (type.empty())
             return "";
         const std::lock_guard<std::mutex> lock(mMutex);
-        std::string what = operation;
-        what += " " + type;
+        const std::string what = operation + " " + type;
         note(what);
-        what += " " + std::to_string(++mCounts[what]);
+        const std::string occurrence = what + " " + std::to_string(++mCounts[what]);
         for (const char* const position : {"before", "amid", "after", "fail", "short", "flip", "lasting"})
-            if (mPoint == std::string(position) + " " + what) {
-                mFailing = position == std::string("lasting") ? operation + " " + type : "";
+            if (mPoint == std::string(position).append(" ").append(occurrence)) {
+                mFailing = position == std::string("lasting") ? what : "";
                 noteTime();
                 errno = EIO;
                 return position;
             }
-        if (mFailing != operation + " " + type || faccessat(AT_FDCWD, Heal, F_OK, 0) == 0)
+        if (mFailing != what || faccessat(AT_FDCWD, Heal, F_OK, 0) == 0)
             return "";
         errno = operation == "write" || operation == "sync" ? ENOSPC : EIO;
         return "lasting";

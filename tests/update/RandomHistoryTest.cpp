@@ -65,7 +65,7 @@ void rebuildUnderOldVersions(Terminal& terminal, unsigned argument) {
     for (size_t i = 0; i < pools.size(); ++i) {
         if ((argument >> i & 1U) == 0)
             continue;
-        pools[i].bodySize += 4 * (1 + argument % 3);
+        pools[i].bodySize += size_t{4} * (1 + argument % 3);
         pools[i].partBuild = buildFrom(argument + 1);
     }
     const uint16_t build = buildFrom(argument);
@@ -125,8 +125,9 @@ const Kind Kinds[] = {
      [](Terminal& terminal, unsigned argument) { terminal.config.failingWrites = 1 + argument % 2; }},
     {"rest", [](Terminal& terminal, unsigned argument) { terminal.handlerRests = 1 + argument % 10; }},
     {"rebuilt", rebuildUnderOldVersions},
-    {"disk", [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + 10 * argument; }},
-    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + 10 * argument; }},
+    {"disk",
+     [](Terminal& terminal, unsigned argument) { terminal.diskSize = SmallDisk + size_t{10} * argument; }},
+    {"full", [](Terminal& terminal, unsigned argument) { terminal.diskSize = 3000 + size_t{10} * argument; }},
     {"kind", replaceByOtherKind},
     {"gone",
      [](Terminal& terminal, unsigned argument) {

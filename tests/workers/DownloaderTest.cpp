@@ -94,15 +94,15 @@ TEST_F(DownloaderTest, SpeedCapFollowsTheLogLevel) {
 // Time and the stall's limit are scaled alike, so that 8 MB come in seconds. The server is as fast as the
 // loopback.
 TEST_F(DownloaderTest, FastLinkIsTakenEvenlyAtTheCapAndNeverForAStall) {
-    constexpr size_t Size = 8000000;
-    constexpr int Factor = 60;
-    constexpr std::chrono::duration<double> Interval{Downloader::PieceInterval / double{Factor}};
+    constexpr size_t bodySize = 8000000;
+    constexpr int factor = 60;
+    constexpr std::chrono::duration<double> interval{Downloader::PieceInterval / double{factor}};
     CurlSpy::get().lowSpeedSeconds = 1;
-    CurlSpy::get().speedFactor = Factor;
+    CurlSpy::get().speedFactor = factor;
     VexStreamLog::setLevel(LogInfo);
-    start(std::chrono::duration_cast<std::chrono::microseconds>(Interval), std::chrono::seconds(1));
-    server.setImage(patternOf(Size));
-    fragment.setDownloadRange(0, Size - 1);
+    start(std::chrono::duration_cast<std::chrono::microseconds>(interval), std::chrono::seconds(1));
+    server.setImage(patternOf(bodySize));
+    fragment.setDownloadRange(0, bodySize - 1);
     DownloadRequest request(server.url(), &fragment);
     struct Sample {
         Clock::time_point before, after;
@@ -118,11 +118,11 @@ TEST_F(DownloaderTest, FastLinkIsTakenEvenlyAtTheCapAndNeverForAStall) {
         usleep(5000);
     }
     EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadComplete);
-    EXPECT_TRUE(onDisk() == patternOf(Size));
+    EXPECT_TRUE(onDisk() == patternOf(bodySize));
     EXPECT_GE(log.count(" of 8000000 bytes, "), 3U); // a line each second, of more than five
     for (size_t i = 0; i < samples.size(); ++i) {
         for (size_t j = i + 1; j < std::min(samples.size(), i + 20); ++j) {
-            const double pieces = std::floor((samples[j].after - samples[i].before) / Interval) + 1;
+            const double pieces = std::floor((samples[j].after - samples[i].before) / interval) + 1;
             ASSERT_LE(samples[j].size - samples[i].size, pieces * Downloader::PieceSize);
         }
     }

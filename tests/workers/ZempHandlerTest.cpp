@@ -74,7 +74,7 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
     const auto startOf = [&](size_t size) {
         Bytes bytes = goldenBuilder().build();
         bytes.resize(size);
-        const std::string name = directory.file("ZempStart-" + std::to_string(size));
+        std::string name = directory.file("ZempStart-" + std::to_string(size));
         writeFile(name, bytes);
         return name;
     };

@@ -21,7 +21,7 @@ std::string range(uint64_t first, uint64_t last) {
 imagefile::Bytes bodyOf(size_t size, unsigned seed) {
     imagefile::Bytes bytes(size);
     for (size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<uint8_t>((i * 31 + (i >> 8) * 7 + seed * 13) & 0xff);
+        bytes[i] = static_cast<uint8_t>((i * 31 + (i >> 8) * 7 + size_t{seed} * 13) & 0xff);
     return bytes;
 }
 
