@@ -73,8 +73,8 @@ bool File::write(const void* data, size_t size) {
     return true;
 }
 
-bool File::rewind() {
-    return lseek(mFd, 0, SEEK_SET) == 0;
+bool File::seek(uint64_t position) {
+    return lseek(mFd, static_cast<off_t>(position), SEEK_SET) >= 0;
 }
 
 bool File::sync() {

@@ -43,8 +43,8 @@ class File {
     // Bytes written so far.
     uint64_t position() const { return mPosition; }
 
-    // Goes back to the beginning.
-    [[nodiscard]] bool rewind();
+    // Goes to a position, in bytes from the beginning. False with errno set.
+    [[nodiscard]] bool seek(uint64_t position);
 
     // Has everything written so far on disk. False with errno set.
     [[nodiscard]] bool sync();

@@ -37,7 +37,7 @@ bool FileBuffer::allocate(uint32_t size) {
 
 bool FileBuffer::open(const std::string& filename) {
     mFilename = filename;
-    mFd = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC);
+    mFd = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe is an empty file
     return mFd >= 0;
 }
 

@@ -292,7 +292,7 @@ bool BodyWriter::write(const void* data, size_t size) {
 bool describeBody(File& temp, zemp_header_t& header) {
     uint32_t crc = 0;
     uint64_t length = 0;
-    if (temp.rewind())
+    if (temp.seek(0))
         length = readInSteps(temp, UINT32_MAX, 0, [&crc](const uint8_t* data, size_t size) {
             crc = crc32_calc(crc, data, size);
             return true;
@@ -340,7 +340,7 @@ bool syncDirectoryOf(const std::string& filename) {
 
 // Writes the image's bytes into `file` and syncs them.
 bool fillImage(File& file, File& temp, const zemp_header_t& header) {
-    if (!temp.rewind() || !file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
+    if (!temp.seek(0) || !file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
         !file.write(&header, sizeof header))
         return false;
     uint64_t unsynced = 0;

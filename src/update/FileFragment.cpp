@@ -1,5 +1,6 @@
 #include "update/FileFragment.h"
 
+#include "common/File.h"
 #include "common/VexStreamLog.h"
 #include "main/ArgParser.h"
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -82,8 +84,10 @@ bool FileFragment::setFileSize(unsigned int size) {
 void FileFragment::truncateFile() {
     if (mFilename.empty())
         return;
-    FILE* file = fopen(mFilename.c_str(), "we");
-    if (file != nullptr && fclose(file) == 0) {
+    // As for writing ("w"), but what is a pipe by now is not waited for.
+    const int file =
+        open(mFilename.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, File::PublicMode);
+    if (file >= 0 && close(file) == 0) {
         VEX_LOG(LogDebug) << "FileFragment::truncateFile() Truncated file '" << mFilename << "'.";
     } else {
         VEX_LOG(LogWarning) << "FileFragment::truncateFile() Failure truncating file '" << mFilename << "'! ("

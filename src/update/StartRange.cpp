@@ -1,18 +1,9 @@
 #include "update/StartRange.h"
 
+#include "common/File.h"
 #include "image/ReleaseHeaderPart.h"
 #include "image/ZempHeaderPart.h"
 #include "image/zemp_validate.h"
-#include <cstdio>
-#include <memory>
-
-namespace {
-
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
-
-} // namespace
 
 unsigned findLastByteOfManifest(const std::string& filename, const ZempHeaderPart& header,
                                 const ReleaseHeaderPart& release) {
@@ -20,10 +11,10 @@ unsigned findLastByteOfManifest(const std::string& filename, const ZempHeaderPar
                             release.getSizeInZempFile();
     if (offset > MaximumZempStartSize)
         return 0;
-    const std::unique_ptr<FILE, FileCloser> file(fopen(filename.c_str(), "re"));
+    File file;
     zemp_content_header_t manifest;
-    if (!file || fseek(file.get(), static_cast<long>(offset), SEEK_SET) != 0 ||
-        fread(&manifest, sizeof manifest, 1, file.get()) != 1)
+    if (!file.openRegularForReading(filename, File::Links::Follow) || !file.seek(offset) ||
+        file.read(&manifest, sizeof manifest) != sizeof manifest)
         return 0;
     // A manifest has no extended header, so what was read is all that the header's CRC covers.
     if (manifest.type != ZempFormat::BlobType || manifest.hdr_length != sizeof manifest ||

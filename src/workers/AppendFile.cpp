@@ -21,10 +21,11 @@ constexpr mode_t NewFileMode = 0666; // less the process's mask
 AppendFile::AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace,
                        std::function<void(uint64_t size)> onProgress)
     : mMaximumSize(maximumSize), mPace(pace), mOnProgress(std::move(onProgress)) {
-    mDescriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, NewFileMode);
+    // Not blocking: a pipe that nobody reads would hold up the thread for ever.
+    mDescriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, NewFileMode);
     struct stat status = {};
-    if (mDescriptor < 0 || fstat(mDescriptor, &status) != 0) {
-        mError = errno;
+    if (mDescriptor < 0 || fstat(mDescriptor, &status) != 0 || S_ISFIFO(status.st_mode)) {
+        mError = mDescriptor >= 0 && S_ISFIFO(status.st_mode) ? ENXIO : errno;
         if (mDescriptor >= 0)
             ::close(mDescriptor);
         return;

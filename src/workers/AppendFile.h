@@ -15,10 +15,11 @@ class WritePace;
 
 class AppendFile {
   public:
-    // Opens the file as it is, or makes an empty one. Of a write that would make it larger than `maximumSize`
-    // bytes, what fits is written, and the rest fails with EFBIG. `pace` may be null, and must outlive this
-    // object; without it bytes go to the file in large pieces, as fast as they come. `onProgress` is told the
-    // bytes of the file and what is buffered, often while they grow; it may be empty.
+    // Opens the file as it is, or makes an empty one; a pipe fails with ENXIO. Of a write that would make it
+    // larger than `maximumSize` bytes, what fits is written, and the rest fails with EFBIG. `pace` may be
+    // null, and must outlive this object; without it bytes go to the file in large pieces, as fast as they
+    // come. `onProgress` is told the bytes of the file and what is buffered, often while they grow; it may be
+    // empty.
     AppendFile(const std::string& path, uint64_t maximumSize, WritePace* pace = nullptr,
                std::function<void(uint64_t size)> onProgress = {});
 

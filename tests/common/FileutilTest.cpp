@@ -6,6 +6,7 @@
 #include "support/Faults.h"
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -104,6 +105,7 @@ TEST(Slurp, GoesOnAfterAnInterruption) {
     const Text text(pslurp("echo a; sleep 0.2; echo b", &length), &free);
     EXPECT_STREQ(text.get(), "a\nb\n");
     EXPECT_EQ(length, 4U);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
 }
 
 // The rules of the format stand in the fuzz target "envfile".

@@ -152,6 +152,12 @@ TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
     SwBlob unread(&header);
     known->update(&unread);
     EXPECT_FALSE(known->isBodyValid() || known->isExtendedHeaderValid());
+
+    ZempHeaderPart main;
+    ZempHeaderPart other;
+    other.setPartname("other");
+    main.update(&other);
+    EXPECT_EQ(main.getPartname(), "other");
 }
 
 TEST_F(ZempPartTest, UpdateFromAnotherClassChangesNothing) {

@@ -6,6 +6,7 @@
 #include "system/SoakTerminal.h"
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <map>
@@ -15,7 +16,8 @@ namespace {
 
 constexpr unsigned PointsInCi = 3;
 constexpr unsigned MomentsInCi = 2;
-constexpr Milliseconds UpdateTime{500}; // of an undisturbed update, about
+constexpr Milliseconds UpdateTime{500};  // of an undisturbed update, about
+constexpr Milliseconds CompileTime{150}; // of 60 MB, at least
 
 constexpr const char* Losses[] = {"none", "cut", "zero"};
 
@@ -191,6 +193,41 @@ TEST_F(Kill, AtRandomMoments) {
         countRequests();
     }
     printFigures(rounds);
+}
+
+// Bodies that take a while, so that the moments lie within their copies, check sums and syncs.
+TEST(KillInACompile, OfLargeBodiesFlagsNothingWrongAndFetchesNothingAnew) {
+    const support::TemporaryDirectory directory;
+    twoPartImage(30000000, 30000001).write(directory.file("image"));
+    SoakTerminal terminal(SoakTimeScale, 0, directory.file("image"));
+    terminal.start();
+    ASSERT_EQ(terminal.untilReady(), "");
+    terminal.kill();
+    terminal.newRequests();
+    const unsigned rounds = numberFrom("FW_KILL_MOMENTS", MomentsInCi);
+    unsigned within = 0;
+    for (unsigned seed = soakSeed(); seed < soakSeed() + rounds && !HasFatalFailure(); ++seed) {
+        Random random(seed);
+        const Milliseconds moment = randomTime(random, CompileTime);
+        SCOPED_TRACE("seed " + std::to_string(seed) + ": after " + std::to_string(moment.count()) + " ms");
+        const std::string temporary = terminal.work().temporary() + "/zempparts";
+        std::filesystem::remove(temporary);
+        terminal.unflag();
+        terminal.start();
+        ASSERT_TRUE(eventually([&] { return std::filesystem::exists(temporary); })) << terminal.log();
+        std::this_thread::sleep_for(moment);
+        terminal.kill();
+        within += std::filesystem::exists(temporary) || terminal.hasPartialImage() ? 1 : 0;
+        EXPECT_EQ(terminal.complaint(), "") << terminal.log();
+        terminal.start();
+        ASSERT_EQ(terminal.untilReady(), "");
+        EXPECT_EQ(terminal.newRequests(), 0U);
+        EXPECT_FALSE(terminal.hasPartialImage());
+        terminal.kill();
+    }
+    EXPECT_GT(within, 0U);
+    std::cout << "soak: " << rounds << " kills from seed " << soakSeed() << ", " << within
+              << " within the compile of large bodies\n";
 }
 
 } // namespace

@@ -32,8 +32,9 @@ Milliseconds randomTime(Random& random, Milliseconds most) {
     return Milliseconds(std::uniform_int_distribution<int>(0, static_cast<int>(most.count()))(random));
 }
 
-SoakTerminal::SoakTerminal(double timeScale, unsigned speed) {
+SoakTerminal::SoakTerminal(double timeScale, unsigned speed, const std::string& image) {
     lab::LabOptions options;
+    options.image = image;
     options.timeScale = timeScale;
     options.speed = speed;
     mLab = std::make_unique<lab::Lab>(options, mWork);
@@ -143,6 +144,10 @@ void SoakTerminal::reset() {
         fs::remove_all(entry.path());
     fs::remove(mWork.temporary() + "/zempparts");
     fs::remove(mWork.temporary() + "/heal");
+    unflag();
+}
+
+void SoakTerminal::unflag() {
     mLab->config()->set(ReadyKey, "");
 }
 

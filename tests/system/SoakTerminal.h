@@ -43,8 +43,10 @@ struct Life {
 
 class SoakTerminal {
   public:
-    // With the services running and a new version configured. `speed` is the web server's, as in LabOptions.
-    explicit SoakTerminal(double timeScale = SoakTimeScale, unsigned speed = 0);
+    // With the services running and a new version configured. `speed` is the web server's, as in LabOptions;
+    // without an `image` it is the lab's sample.
+    explicit SoakTerminal(double timeScale = SoakTimeScale, unsigned speed = 0,
+                          const std::string& image = "");
 
     lab::Lab& lab() { return *mLab; }
     const lab::WorkDirectory& work() const { return mWork; }
@@ -80,6 +82,9 @@ class SoakTerminal {
 
     // A terminal that has fetched nothing and flagged nothing. The daemon is killed.
     void reset();
+
+    // As if the flag had been erased while no daemon runs.
+    void unflag();
 
     // The operations of this life, each as "write image".
     std::vector<std::string> operations() const;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/stat.h>
 
 namespace {
 
@@ -184,6 +185,8 @@ TEST_F(FileFragmentTest, TruncationEmptiesTheFileAndKeepsTheRecordedSize) {
     FileFragment(directory.path(), 0).truncateFile();
     EXPECT_TRUE(log.has("LOG_WARNING FileFragment::truncateFile() Failure truncating file '" +
                         directory.path() + "'! (Is a directory."));
+    ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0);
+    FileFragment(directory.file("pipe"), 0).truncateFile(); // waits for nobody
 }
 
 } // namespace

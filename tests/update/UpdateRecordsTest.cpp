@@ -162,6 +162,11 @@ TEST_F(Records, OnlyTransientFailuresAreRestartedAndOnlyOnce) {
     const support::LogCapture log;
     EXPECT_TRUE(handler.isDownloadInProgress());
     EXPECT_EQ(log.count("UpdateHandler::restartDownloadRequest() Found active download request '"), 1u);
+
+    DownloadRequest* notStarted = handler.createDownloadRequest(0, false);
+    handler.onDownloadResult(notStarted);
+    ASSERT_EQ(queue.size(), 1);
+    EXPECT_EQ(queue.remove(), notStarted) << "goes back to the master";
 }
 
 TEST_F(Records, FragmentInUseOutlivesItsEntry) {

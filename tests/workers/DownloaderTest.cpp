@@ -1,5 +1,7 @@
+#include "lab/Descriptor.h"
 #include "workers/DownloaderFixture.h"
 #include <cmath>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,12 +35,18 @@ TEST_F(DownloaderTest, RequestThatCannotBeATransferFailsForGood) {
 }
 
 TEST_F(DownloaderTest, UnopenedFileIsATransientFailureThatIsNotAnswered) {
-    fragment.setFilename(directory.file("missing/ContentPart-x"));
-    DownloadRequest request(server.url(), &fragment);
-    ASSERT_TRUE(isDropped(request));
-    EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
-    EXPECT_EQ(request.getDownloadFailures(), 1U);
-    ASSERT_TRUE(isDropped(request)); // it may be queued again
+    const std::string pipes[] = {directory.file("pipe"), directory.file("read pipe")};
+    ASSERT_EQ(mkfifo(pipes[0].c_str(), 0600) + mkfifo(pipes[1].c_str(), 0600), 0);
+    const lab::Descriptor reader = lab::Descriptor::open(pipes[1], O_RDONLY | O_NONBLOCK);
+    for (const char* const name : {"missing/ContentPart-x", "pipe", "read pipe"}) {
+        fragment.setFilename(directory.file(name));
+        DownloadRequest request(server.url(), &fragment);
+        for (unsigned failures = 1; failures <= 2; ++failures) { // it may be queued again
+            ASSERT_TRUE(isDropped(request)) << name;
+            EXPECT_EQ(request.getDownloadStatus(), DownloadRequest::DownloadTransientFailure);
+            EXPECT_EQ(request.getDownloadFailures(), failures);
+        }
+    }
 }
 
 TEST_F(DownloaderTest, WithoutAHandleTheRequestStaysAsItIs) {
