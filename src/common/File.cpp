@@ -81,10 +81,6 @@ bool File::sync() {
     return fsync(mFd) == 0;
 }
 
-void File::forgetCached() {
-    posix_fadvise(mFd, 0, 0, POSIX_FADV_DONTNEED);
-}
-
 bool File::close() {
     const int fd = mFd;
     mFd = -1;

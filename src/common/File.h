@@ -49,10 +49,6 @@ class File {
     // Has everything written so far on disk. False with errno set.
     [[nodiscard]] bool sync();
 
-    // Lets the system forget what it holds of the file in memory, so that it is read from the disk again; a
-    // hint, for what is synced.
-    void forgetCached();
-
     // Closes, in any case. False with errno set.
     [[nodiscard]] bool close();
 

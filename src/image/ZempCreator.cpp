@@ -377,7 +377,6 @@ bool writeImage(const std::string& filename, File& temp, const zemp_header_t& he
     FileRemover remover(partial);
     bool isReplaced = fillImage(file, temp, header);
     if (isReplaced) {
-        file.forgetCached();
         if (!readBackImage(partial, header, parts)) {
             failure = ZempCreator::Failure::Parts; // or the disk's: both are fetched and written anew
             return false;

@@ -1,17 +1,12 @@
 #include "image/ZempReadBack.h"
 
 #include "common/File.h"
-#include "common/Thread.h"
 #include "common/VexStreamLog.h"
 #include "image/ZempParser.h"
 #include "image/zemp_validate.h"
-#include <algorithm>
 #include <cstring>
-#include <memory>
 
 namespace {
-
-constexpr size_t StepBytes = 262144; // stays in the processor's cache between its read and its CRC
 
 // The parser with the parts that it found, which are nobody else's.
 class OwnParser : public ZempParser {
@@ -31,22 +26,27 @@ bool complain(const std::string& filename, const std::string& what) {
     return false;
 }
 
-// The bytes behind the main header, and nothing behind them.
-bool isBodyRight(File& file, const zemp_header_t& header) {
-    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[StepBytes]);
-    constexpr size_t head = ZempFormat::HeaderOffset + ZempFormat::HeaderSize;
-    if (file.read(buffer.get(), head) != head ||
-        memcmp(buffer.get(), ZempFormat::Magic, ZempFormat::MagicSize) != 0 ||
-        memcmp(buffer.get() + ZempFormat::HeaderOffset, &header, ZempFormat::HeaderSize) != 0)
+bool isMainHeaderRight(File& file, const zemp_header_t& header) {
+    uint8_t bytes[ZempFormat::HeaderOffset + ZempFormat::HeaderSize];
+    return file.read(bytes, sizeof bytes) == sizeof bytes &&
+           memcmp(bytes, ZempFormat::Magic, ZempFormat::MagicSize) == 0 &&
+           memcmp(bytes + ZempFormat::HeaderOffset, &header, ZempFormat::HeaderSize) == 0;
+}
+
+// Takes the sum over the whole body on by the part at `offset`, whose body the parser has compared with its
+// own sum. False when it cannot be read.
+bool addPart(File& file, uint64_t offset, const zemp_content_header_t& part, uint32_t& crc) {
+    uint8_t bytes[ZempFormat::ReleaseBodyOffset]; // no header is longer
+    const uint64_t body = offset + part.hdr_length;
+    const uint32_t padding = ZempFormat::padding(part.body_length);
+    if (part.hdr_length > sizeof bytes || !file.seek(offset) ||
+        file.read(bytes, part.hdr_length) != part.hdr_length)
         return false;
-    uint32_t crc = 0;
-    uint64_t length = 0;
-    for (size_t count = StepBytes; count == StepBytes; length += count) {
-        CancellationPoint::test();
-        count = file.read(buffer.get(), StepBytes);
-        crc = crc32_calc(crc, buffer.get(), count);
-    }
-    return !file.hasFailed() && length == header.body_length && crc == header.body_crc;
+    crc = crc32_combine(crc32_calc(crc, bytes, part.hdr_length), part.body_crc, part.body_length);
+    if (!file.seek(body + part.body_length) || file.read(bytes, padding) != padding)
+        return false;
+    crc = crc32_calc(crc, bytes, padding);
+    return true;
 }
 
 } // namespace
@@ -54,19 +54,24 @@ bool isBodyRight(File& file, const zemp_header_t& header) {
 bool readBackImage(const std::string& filename, const zemp_header_t& header,
                    const std::vector<zemp_content_header_t>& parts) {
     File file;
-    if (!file.openForReading(filename) || !isBodyRight(file, header))
-        return complain(filename, "main header or body");
+    if (!file.openForReading(filename) || !isMainHeaderRight(file, header))
+        return complain(filename, "main header");
     OwnParser parser;
     if (!parser.parseFile(filename, 0, FileFragment::ZempFile) ||
         parser.getNumberOfZempParts() != parts.size() + 1)
         return complain(filename, "parts");
-    uint64_t length = 0;
+    constexpr uint64_t head = ZempFormat::HeaderOffset + ZempFormat::HeaderSize;
+    uint64_t end = head;
+    uint32_t crc = 0;
     for (size_t i = 0; i < parts.size(); ++i) {
         const ZempPart* const part = parser.getZempPartAt(static_cast<uint32_t>(i) + 1);
         if (!part->isContentHeaderValid() || !part->isBodyValid() ||
-            memcmp(part->getHeader(), &parts[i], sizeof parts[i]) != 0)
+            memcmp(part->getHeader(), &parts[i], sizeof parts[i]) != 0 || !addPart(file, end, parts[i], crc))
             return complain(filename, part->getPartname());
-        length += part->getSizeInZempFile();
+        end += part->getSizeInZempFile();
     }
-    return length == header.body_length || complain(filename, "length");
+    uint8_t behind = 0;
+    const bool isWhole = file.read(&behind, 1) == 0 && !file.hasFailed();
+    return (isWhole && end - head == header.body_length && crc == header.body_crc) ||
+           complain(filename, "body");
 }

@@ -17,10 +17,30 @@ uint32_t headerCrc(const void* header, uint16_t hdrLength) {
                       hdrLength - ZempFormat::CrcFieldSize);
 }
 
+// Product of two polynomials modulo that of CRC-32; the highest bit is the coefficient of x to the 0.
+uint32_t multiply(uint32_t a, uint32_t b) {
+    constexpr uint32_t crcPolynomial = 0xEDB88320;
+    uint32_t product = 0;
+    for (; a != 0; a <<= 1) {
+        product ^= (a >> 31) != 0 ? b : 0;
+        b = b >> 1 ^ ((b & 1) != 0 ? crcPolynomial : 0);
+    }
+    return product;
+}
+
 } // namespace
 
 uint32_t crc32_calc(uint32_t crc, const void* data, size_t length) {
     return length == 0 ? crc : libdeflate_crc32(crc, data, length);
+}
+
+uint32_t crc32_combine(uint32_t crc, uint32_t next, uint64_t length) {
+    uint32_t factor = 1U << 23; // x to the 8th: one byte, then two, four, ...
+    for (; length != 0; length >>= 1) {
+        crc = (length & 1) != 0 ? multiply(factor, crc) : crc;
+        factor = multiply(factor, factor);
+    }
+    return crc ^ next;
 }
 
 int zemp_validate_header(const zemp_header_t* header) {

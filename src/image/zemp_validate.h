@@ -23,6 +23,9 @@ enum ZempValidity {
 // start, so that calls chain over consecutive buffers. A length of 0 returns `crc`, and `data` may be null.
 uint32_t crc32_calc(uint32_t crc, const void* data, size_t length);
 
+// CRC-32 of one range of bytes followed by another, from those of the two; `length` is the second one's.
+uint32_t crc32_combine(uint32_t crc, uint32_t next, uint64_t length);
+
 int zemp_validate_header(const zemp_header_t* header);
 
 // `header` and `body` are not tested for null.

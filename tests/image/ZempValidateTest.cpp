@@ -8,6 +8,13 @@ TEST(Crc32, IsTheStandardOneAndChains) {
     EXPECT_EQ(crc32_calc(0, "123456789", 9), 0xCBF43926U);
     EXPECT_EQ(crc32_calc(crc32_calc(0, "1234", 4), "56789", 5), 0xCBF43926U);
     EXPECT_EQ(crc32_calc(0x12345678U, nullptr, 0), 0x12345678U);
+    const Bytes bytes = pattern(70000);
+    const uint32_t whole = crc32_calc(0, bytes.data(), bytes.size());
+    for (const size_t first : {0U, 1U, 4464U, 69999U, 70000U})
+        EXPECT_EQ(crc32_combine(crc32_calc(0, bytes.data(), first),
+                                crc32_calc(0, bytes.data() + first, bytes.size() - first),
+                                bytes.size() - first),
+                  whole);
 }
 
 // Results for main header and body of an image, from an odd address.
