@@ -30,8 +30,9 @@ if(FW_SEAL)
 endif()
 set(version "${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
-# Before release 2 the program was in fw-download, and the tools in fw-download-tools.
-set(earlier "fw-download (<< ${version}), fw-download-tools")
+# Before this very release the program was in fw-download, and the tools in fw-download-tools. Not ${version}: a later
+# fw-download-bin must go over it in one dpkg -i, which unpacks it first.
+set(earlier "fw-download (<< 0.1.0-2), fw-download-tools")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME fw-download-bin)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
