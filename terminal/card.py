@@ -1,13 +1,19 @@
 """The terminal's card: an image file with a partition table, the host configuration record, and /data."""
 
 import os
+import re
 import shutil
+import struct
 import subprocess
 import tempfile
 
-from parts import PROJECT, run
+from parts import PROJECT, output, run
 
 MIB = 1 << 20
+SECTOR = 512
+SUPERBLOCK = 1024
+MENDED = 1
+LOG_DISCARDS = 4
 DATA_MIB = 6  # where the partition of /data begins
 DATA = DATA_MIB * MIB
 RECORD_MIB = 5
@@ -39,6 +45,63 @@ def make(path, mib, record, files=None):
             f"{mib - DATA_MIB - 1}M")
 
 
+def written(log):
+    """What a machine wrote to its card, in its order: where, and the bytes, from the log of the emulator."""
+    with open(log, "rb") as file:
+        file.seek(SECTOR)
+        while len(head := file.read(SECTOR)) == SECTOR:
+            sector, sectors, flags, _ = struct.unpack("<QQQQ", head[:32])
+            data = b"" if flags & LOG_DISCARDS else file.read(sectors * SECTOR)
+            if len(data) == sectors * SECTOR and sectors:
+                yield sector * SECTOR, data
+
+
+def superblocks(card):
+    """Places of the sectors that the file system and its journal have no second try for: a card has to write them whole."""
+    where = f"{card}?offset={DATA}"
+    size = int(re.search(r"Block size:\s+(\d+)", output("/sbin/dumpe2fs", "-h", where, stderr=subprocess.DEVNULL)).group(1))
+    journal = int(output("/sbin/debugfs", "-R", "bmap <8> 0", where, stderr=subprocess.DEVNULL)) * size
+    return {DATA + begin + half for begin in (SUPERBLOCK, journal) for half in (0, SECTOR)}
+
+
+def tear(path, before, log):
+    """Of the sector that was written last only the first half is new; before is the card as it was when it was started.
+    Its place; None if nothing was written, or one of the superblocks last, which stays whole."""
+    found = None
+    old = {}
+    for place, data in written(log):
+        for begin in range(0, len(data), SECTOR):
+            if found:
+                old[found[0]] = found[1]
+            found = place + begin, data[begin:begin + SECTOR]
+    if not found or found[0] in superblocks(before):
+        return None
+    place, new = found
+    if place not in old:
+        with open(before, "rb") as file:
+            file.seek(place)
+            old[place] = file.read(SECTOR)
+    with open(path, "r+b") as file:
+        file.seek(place)
+        file.write(new[:SECTOR // 2] + old[place][SECTOR // 2:])
+    return place
+
+
+def checked(image):
+    """Does with a file system what a boot does; whether its journal had to be replayed, and the faults that are left."""
+    boot = subprocess.run(["/sbin/e2fsck", "-p", image], capture_output=True, text=True)
+    check = subprocess.run(["/sbin/e2fsck", "-fn", image], capture_output=True, text=True)
+    fault = boot.returncode not in (0, MENDED) or check.returncode != 0
+    return "recovering journal" in boot.stdout, (boot.stdout + boot.stderr + check.stdout)[-1000:] if fault else ""
+
+
+def faults(image):
+    """Of a file system that fills an image, which is left as it is."""
+    with tempfile.TemporaryDirectory() as directory:
+        run("cp", "--sparse=always", image, f"{directory}/image")
+        return checked(f"{directory}/image")[1]
+
+
 class Look:
     """What is on a card whose power was cut; the card itself is left as it is.
 
@@ -49,17 +112,14 @@ class Look:
     def __init__(self, card, database="vex/config.db"):
         with tempfile.TemporaryDirectory() as directory:
             data = f"{directory}/data"
-            run("cp", "--sparse=always", card, data)
-            where = f"{data}?offset={DATA}"
-            journal = subprocess.run(["/sbin/e2fsck", "-fy", "-E", "journal_only", where], capture_output=True, text=True)
-            check = subprocess.run(["/sbin/e2fsck", "-fn", where], capture_output=True, text=True)
-            self.replayed = "recovering journal" in journal.stdout
-            self.sound = check.returncode == 0
-            self.findings = "" if self.sound else check.stdout[-1000:]
+            # The partition by itself: what mends file systems does not find its way in the card once it has replayed.
+            run("dd", "status=none", "bs=1M", "conv=sparse", f"skip={DATA_MIB}", f"if={card}", f"of={data}")
+            self.replayed, self.findings = checked(data)
+            self.sound = not self.findings
             tree = f"{directory}/tree"
             os.mkdir(tree)
-            subprocess.run(["/sbin/debugfs", "-R", f"rdump /fw {tree}", where], capture_output=True)
-            subprocess.run(["/sbin/debugfs", "-R", f"rdump /{os.path.dirname(database)} {tree}", where], capture_output=True)
+            subprocess.run(["/sbin/debugfs", "-R", f"rdump /fw {tree}", data], capture_output=True)
+            subprocess.run(["/sbin/debugfs", "-R", f"rdump /{os.path.dirname(database)} {tree}", data], capture_output=True)
             self.files = {}
             self.contents = {}
             for name in sorted(os.listdir(f"{tree}/fw")) if os.path.isdir(f"{tree}/fw") else []:

@@ -29,11 +29,12 @@ class Machine:
 
     kernel is the folder of parts.kernel(). root and card are images that are written to; with keep_root=False what is
     written to the root is gone at the end. More disks, such as an archive of packages, are given as name: path.
-    photograph is a file that a machine with the same options wrote: this one goes on from there.
+    card_log is a file that gets all that is written to the card, in its order, for card.tear(). photograph is a file that
+    a machine with the same options wrote: this one goes on from there.
     """
 
     def __init__(self, kernel, root, card=None, *, keep_root=True, disks=None, memory=128, append=(), card_bus="sd",
-                 network="", photograph=None):
+                 card_log=None, photograph=None):
         self.directory = tempfile.mkdtemp(prefix="terminal.")
         self.console = b""
         self.answers = b""
@@ -48,15 +49,14 @@ class Machine:
         command += ["-qmp", f"unix:{self.directory}/control,server=on,wait=off", "-device", "virtio-serial-device",
                     "-device", "virtserialport,chardev=agent,name=agent"]
         disks = {"root": f"{root},snapshot={'off' if keep_root else 'on'}", **(disks or {})}
-        if card and card_bus == "virtio":
-            disks["card"] = card
         for name, path in disks.items():
             command += ["-drive", f"if=none,id={name},format=raw,cache=writeback,file={path}",
                         "-device", f"virtio-blk-device,drive={name},serial={name}"]
-        if card and card_bus == "sd":
-            command += ["-drive", f"if=none,id=card,format=raw,cache=writeback,file={card}", "-device", "sdhci-pci",
-                        "-device", "sd-card,drive=card"]
-        command += ["-netdev", f"user,id=net{network}", "-device", "virtio-net-device,netdev=net"]
+        if card:
+            command += self.card_drive(card, card_log)
+            command += (["-device", "sdhci-pci", "-device", "sd-card,drive=card"] if card_bus == "sd" else
+                        ["-device", "virtio-blk-device,drive=card,serial=card"])
+        command += ["-netdev", "user,id=net", "-device", "virtio-net-device,netdev=net"]
         if photograph:
             command += ["-incoming", f"exec:cat {photograph}"]
         self.error = open(f"{self.directory}/error", "wb")
@@ -71,6 +71,16 @@ class Machine:
             self.until(lambda: self.control("query-status")["status"] != "inmigrate", 60, "the photograph to be read")
             self.control("cont")
             self.begin = time.monotonic()
+
+    @staticmethod
+    def card_drive(card, log):
+        if not log:
+            return ["-drive", f"if=none,id=card,format=raw,cache=writeback,file={card}"]
+        open(log, "wb").close()
+        return ["-blockdev", f"driver=file,filename={card},node-name=card-file",
+                "-blockdev", "driver=raw,file=card-file,node-name=card-bytes",
+                "-blockdev", f"driver=file,filename={log},node-name=log",
+                "-blockdev", "driver=blklogwrites,file=card-bytes,log=log,node-name=card"]
 
     def __enter__(self):
         return self
@@ -201,6 +211,10 @@ class Machine:
             time.sleep(0.1)
         if status == "failed":
             raise MachineError(f"no photograph{self.tail()}")
+
+    def link(self, up):
+        """Plugs the network in, or pulls it."""
+        self.control("set_link", name="net", up=up)
 
     def processor_seconds(self):
         """Of the emulator: what the terminal has done, whatever else this machine did."""

@@ -16,6 +16,14 @@ from terminal import SETTINGS, Desk, boot_to_end
 
 BYTES_PER_SECOND = 25000  # at level 6 and below
 POLL_SECONDS = 2
+# What puts a fault back into the installed service, as commands of the terminal.
+DROP_IN = "mkdir -p /etc/systemd/system/fw-download.service.d && printf '[Service]\\n{}\\n' " \
+    ">/etc/systemd/system/fw-download.service.d/fault.conf && systemctl daemon-reload"
+FAULTS = {
+    "suidsgid": DROP_IN.format("RestrictSUIDSGID=yes"),
+    "memory": DROP_IN.format("MemoryMax=64M"),  # shows with --mb 66 --level 7 --memory 256
+    "directory": "rm -r /var/lib/vex /usr/lib/tmpfiles.d/libvex-host.conf",
+}
 
 
 def words():
@@ -34,6 +42,7 @@ def words():
     parser.add_argument("--tmp", metavar="SIZE", help="of /tmp, which is memory, for example 16M; without it half of the memory")
     parser.add_argument("--card", type=int, default=256, metavar="MIB", help="size of the card, a power of two (%(default)s)")
     parser.add_argument("--packages", metavar="DIRECTORY", help="of armhf packages, in place of those of these sources")
+    parser.add_argument("--put-back", choices=FAULTS, help="a fault that the service once had; the update fails then")
     parser.add_argument("--keep", metavar="DIRECTORY", help="leave card, root and logs there")
     return parser.parse_args()
 
@@ -49,8 +58,12 @@ def prepare(terminal, options):
         values["VEX_TIME_SCALE"] = options.scale
     if options.tmp:
         terminal.do(f"mount -o remount,size={options.tmp} /tmp")
+    if options.put_back:
+        say(f"put back: {options.put_back}")
+        terminal.do(FAULTS[options.put_back])
     if values:
         terminal.settings(**values)
+    if values or options.put_back:
         terminal.service("restart")
     terminal.wait_service()
     say(f"packages installed and service running after {time.monotonic() - begin:.0f} s")
@@ -98,13 +111,14 @@ def main():
     try:
         with Desk(options.flavour, parts.in_directory(options.packages), options.keep, options.card) as desk:
             if options.verb == "build":
-                parts.base_root(options.flavour, boot_to_end)
+                parts.base_root(options.flavour, desk.packages, boot_to_end)
                 return
             terminal = desk.boot(record=options.installed, memory=options.memory)
             prepare(terminal, options)
             (update if options.verb == "update" else shell)(desk, terminal, options)
     except (MachineError, OSError, RuntimeError, subprocess.CalledProcessError) as error:
-        sys.exit(f"terminal: {error}")
+        said = getattr(error, "stderr", None) or b""
+        sys.exit(f"terminal: {error} {said if isinstance(said, str) else said.decode(errors='replace')}".rstrip())
 
 
 if __name__ == "__main__":

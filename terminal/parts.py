@@ -17,16 +17,14 @@ BUILD = os.path.join(PROJECT, "build", "terminal")
 GUEST = os.path.join(PROJECT, "terminal", "guest")
 FLAVOURS = ("systemd", "busybox")
 
-# What the daemon and vexctl need of Debian; the project's packages themselves are installed by the terminal.
-LIBRARIES = ["libcurl4", "libdeflate0", "libsqlite3-0", "libsystemd0", "libstdc++6", "libtomlplusplus3", "libsodium23",
-             "ca-certificates"]
+# What a terminal has whatever is installed on it; what the project's packages need of Debian is read from them.
 PACKAGES = {
     "systemd": ["?essential", "usr-is-merged", "systemd", "systemd-sysv", "dbus", "udev", "kmod", "procps", "apt",
-                "e2fsprogs", *LIBRARIES],
-    "busybox": ["busybox-static", "dbus-daemon", "dbus-system-bus-common", *LIBRARIES],
+                "e2fsprogs", "ca-certificates"],
+    "busybox": ["busybox-static", "dbus-daemon", "dbus-system-bus-common", "ca-certificates"],
 }
-# Brought in by maintainer scripts only, which a terminal without a package manager does not run.
-BUSYBOX_DOES_WITHOUT = ("debconf_", "openssl_", "libdb5.3_", "perl-base_")
+# Needed by maintainer scripts only, which a terminal without a package manager does not run.
+BUSYBOX_DOES_WITHOUT = ("debconf_", "openssl_", "libdb5.3_", "perl-base_", "init-system-helpers_")
 MODULES = ["virtio_mmio", "virtio_blk", "ext4", "crc32c_generic", "virtio_net", "virtio_console", "sdhci_pci"]
 ROOT_MIB = {"systemd": 400, "busybox": 64}
 DOES_WITHOUT = ["usr/share/doc", "usr/share/man", "usr/share/locale", "usr/share/lintian", "usr/share/bug"]
@@ -37,7 +35,7 @@ def run(*command, **options):
 
 
 def output(*command, **options):
-    return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, **{"stderr": subprocess.PIPE, **options}).stdout
 
 
 def say(text):
@@ -127,19 +125,32 @@ def kernel():
     return kept(f"kernel@{key(str(MODULES), GUEST + '/init')}", make)
 
 
-def base_root(flavour, boot):
-    """A root file system without the project's packages. boot(image, **options) boots a machine to the end."""
-    made_from = key(str(PACKAGES), str(ROOT_MIB), f"{GUEST}/common", f"{GUEST}/{flavour}",
+def needed(packages):
+    """What packages need that is not among them, by name."""
+    def field(package, name):
+        return output("dpkg-deb", "-f", package, name).strip()
+
+    ours = {field(package, "Package") for package in packages}
+    depends = [clause for package in packages for clause in field(package, "Depends").split(",")]
+    choices = [[choice.split()[0] for choice in clause.split("|")] for clause in depends]
+    return sorted({names[0] for names in choices if not ours.intersection(names)})
+
+
+def base_root(flavour, packages, boot):
+    """A root file system with all that the project's packages need but not themselves. boot(image, **options) boots a
+    machine to the end."""
+    wanted = sorted({*PACKAGES[flavour], *needed(packages)})
+    made_from = key(str(wanted), str(ROOT_MIB), f"{GUEST}/common", f"{GUEST}/{flavour}",
                     f"{PROJECT}/terminal/populate")
 
     def make(made, work):
         say(f"fetching the packages of the {flavour} root")
-        packages = fetch(f"{work}/debs", PACKAGES[flavour])
+        fetched = fetch(f"{work}/debs", wanted)
         if flavour == "busybox":
-            packages = [package for package in packages
-                        if not os.path.basename(package).startswith(BUSYBOX_DOES_WITHOUT)]
+            fetched = [package for package in fetched
+                       if not os.path.basename(package).startswith(BUSYBOX_DOES_WITHOUT)]
         image = f"{work}/root.img"
-        command = [f"{PROJECT}/terminal/populate", flavour, GUEST, f"{work}/root", image, str(ROOT_MIB[flavour]), *packages]
+        command = [f"{PROJECT}/terminal/populate", flavour, GUEST, f"{work}/root", image, str(ROOT_MIB[flavour]), *fetched]
         run(*([] if os.geteuid() == 0 else ["fakeroot", "--"]), *command)
         if flavour == "systemd":
             say("first boot: the terminal configures its packages")

@@ -27,8 +27,8 @@ def boot_to_end(image, append, text, seconds):
         machine.wait_end(60)
 
 
-def root_copy(flavour, path):
-    run("cp", "--sparse=always", parts.base_root(flavour, boot_to_end), path)
+def root_copy(flavour, packages, path):
+    run("cp", "--sparse=always", parts.base_root(flavour, packages, boot_to_end), path)
     return path
 
 
@@ -147,7 +147,7 @@ class Desk(contextlib.ExitStack):
     def boot(self, record=None, **options):
         """A fresh terminal with an empty card, booted, and its packages on a disk."""
         card.make(self.card, self.card_mib, record or self.record)
-        root = root_copy(self.flavour, f"{self.folder}/root.img")
+        root = root_copy(self.flavour, self.packages, f"{self.folder}/root.img")
         disk = archive(self.packages, f"{self.folder}/packages.tar")
         terminal = self.enter_context(Terminal(self.flavour, root, self.card, disks={"packages": disk}, **options))
         terminal.wait_agent(BOOT_SECONDS)

@@ -62,10 +62,15 @@ def free_port():
 
 
 class Service:
-    """A process that ends with its scope."""
+    """A process that ends with its scope, and may be stopped and started again before."""
 
     def __init__(self, command, **options):
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, **options)
+        self.command = command
+        self.options = options
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, **self.options)
 
     def stop(self):
         if self.process.poll() is None:
