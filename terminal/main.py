@@ -10,12 +10,16 @@ import time
 import card
 import images
 import parts
+from figures import figures
 from machine import MachineError
+from night import night
 from parts import say
 from terminal import SETTINGS, Desk, boot_to_end
+from upkeep import upkeep
 
 BYTES_PER_SECOND = 25000  # at level 6 and below
 POLL_SECONDS = 2
+SCALES = {"night": 100, "packages": 10}
 # What puts a fault back into the installed service, as commands of the terminal.
 DROP_IN = "mkdir -p /etc/systemd/system/fw-download.service.d && printf '[Service]\\n{}\\n' " \
     ">/etc/systemd/system/fw-download.service.d/fault.conf && systemctl daemon-reload"
@@ -29,8 +33,9 @@ FAULTS = {
 def words():
     parser = argparse.ArgumentParser(prog="script/terminal", description="Boots an emulated 32-bit ARM terminal, installs the "
                                      "project's packages in it, and gives a shell or runs one update.")
-    parser.add_argument("verb", nargs="?", choices=["shell", "update", "build"], default="shell",
-                        help="build only makes what is kept below build/terminal")
+    parser.add_argument("verb", nargs="?", choices=["shell", "update", "night", "packages", "figures", "build"], default="shell",
+                        help="night: a night's events in minutes; packages: upgraded, cut, removed, purged; figures: for "
+                        "docs/performance.md; build only makes what is kept below build/terminal")
     parser.add_argument("--flavour", choices=parts.FLAVOURS, default="systemd",
                         help="systemd with the unit, or busybox init with the init script")
     parser.add_argument("--image", help="the image to update to; without it one that the terminal needs all of")
@@ -43,8 +48,16 @@ def words():
     parser.add_argument("--card", type=int, default=256, metavar="MIB", help="size of the card, a power of two (%(default)s)")
     parser.add_argument("--packages", metavar="DIRECTORY", help="of armhf packages, in place of those of these sources")
     parser.add_argument("--put-back", choices=FAULTS, help="a fault that the service once had; the update fails then")
+    parser.add_argument("--hours", type=float, default=10, help="of the night (%(default)s)")
+    parser.add_argument("--gone", type=float, metavar="HOURS", help="the server is gone for so long, in place of other losses")
+    parser.add_argument("--cuts", type=int, default=0, help="so often the power goes while packages are upgraded (%(default)s)")
+    parser.add_argument("--seed", type=int, default=1, help="of what is random in a night, and of the cuts (%(default)s)")
     parser.add_argument("--keep", metavar="DIRECTORY", help="leave card, root and logs there")
-    return parser.parse_args()
+    options = parser.parse_args()
+    options.scale = options.scale or SCALES.get(options.verb)
+    if options.verb == "packages" and options.flavour != "systemd":
+        parser.error("packages need the systemd flavour, the other has no package manager")
+    return options
 
 
 def prepare(terminal, options):
@@ -115,7 +128,8 @@ def main():
                 return
             terminal = desk.boot(record=options.installed, memory=options.memory)
             prepare(terminal, options)
-            (update if options.verb == "update" else shell)(desk, terminal, options)
+            verbs = {"shell": shell, "update": update, "night": night, "packages": upkeep, "figures": figures}
+            verbs[options.verb](desk, terminal, options)
     except (MachineError, OSError, RuntimeError, subprocess.CalledProcessError) as error:
         said = getattr(error, "stderr", None) or b""
         sys.exit(f"terminal: {error} {said if isinstance(said, str) else said.decode(errors='replace')}".rstrip())
