@@ -12,7 +12,8 @@ namespace lab {
 namespace fs = std::filesystem;
 
 WorkDirectory::WorkDirectory(std::string path) : mPath(std::move(path)) {
-    for (const std::string& directory : {downloads(), temporary(), run(), database(), web()}) {
+    for (const std::string& directory :
+         {downloads(), temporary(), run() + "/fw_download", database(), web()}) {
         std::error_code error;
         fs::create_directories(directory, error);
         if (error)

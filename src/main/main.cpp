@@ -4,6 +4,7 @@
 #include "image/ZempParser.h"
 #include "main/ArgParser.h"
 #include "main/SignalThread.h"
+#include "status/StatusFile.h"
 #include "update/FwDownloadDaemon.h"
 #include <atomic>
 #include <csignal>
@@ -60,6 +61,19 @@ class Daemon : public FwDownloadDaemon {
         armStopDeadline();
         FwDownloadDaemon::terminated();
     }
+
+    bool onFdLoopTimerTimeout() override {
+        const bool isToGoOn = FwDownloadDaemon::onFdLoopTimerTimeout();
+        status::Sources sources;
+        sources.records = mUpdateHandler.get();
+        sources.firstStatus = firstConfigDbStatus();
+        sources.timerLeftMs = getDownloadTimerLeftMs();
+        mStatusFile.update(std::move(sources), knownSuuInfo());
+        return isToGoOn;
+    }
+
+  private:
+    status::StatusFile mStatusFile;
 };
 
 Daemon theDaemon;

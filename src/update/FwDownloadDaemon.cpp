@@ -1,6 +1,7 @@
 // The master loop: start and stop, timers, dispatch, the installed-software view.
 #include "update/FwDownloadDaemon.h"
 
+#include "common/Noticeboard.h"
 #include "common/Thread.h"
 #include "common/VexStreamLog.h"
 #include "workers/ConfigDbMonitor.h"
@@ -89,6 +90,14 @@ void FwDownloadDaemon::startTimers() {
     mDownloadTimer.setInterval(DownloadIntervalMs);
     if (!mFdLoop.addTimer(mDownloadTimer, mDownloadTimerHandler->getFdLoopTimeoutCalback()))
         VEX_LOG(LogError) << "FwDownloadDaemon::startTimers() Failed to start the download timer.";
+    mDownloadTimerBegin = std::chrono::steady_clock::now();
+}
+
+unsigned FwDownloadDaemon::getDownloadTimerLeftMs() const {
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                          mDownloadTimerBegin)
+                        .count();
+    return ms < 0 || ms > DownloadIntervalMs ? 0 : static_cast<unsigned>(DownloadIntervalMs - ms);
 }
 
 bool FwDownloadDaemon::onFdLoopTimerTimeout() {
@@ -166,10 +175,13 @@ bool FwDownloadDaemon::initializeSuuInfo() {
     if (mSuuInfo->isInitialized())
         return true;
     if (mSuuInfo->initialize()) {
+        Noticeboard::instance().postSuccess(Noticeboard::Failure::Record);
         mSuuInfo->logSuuInfo();
         return true;
     }
     ++mSuuInfoFailures;
+    Noticeboard::instance().postFailure(Noticeboard::Failure::Record,
+                                        "the host configuration record cannot be read or is damaged");
     VEX_LOG(LogError) << "FwDownloadDaemon::onInitSuuInfo() Failed " << mSuuInfoFailures
                       << " times to initialize SuuInfo instance!";
     if (mSuuInfoFailures < MaximumSuuInfoFailures)
@@ -193,6 +205,7 @@ void FwDownloadDaemon::retrySuuInfo() {
 
 void FwDownloadDaemon::onDownloadTimerTimeout() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadTimerTimeout()";
+    mDownloadTimerBegin = std::chrono::steady_clock::now();
     if (!mUpdateHandler) {
         VEX_LOG(LogWarning) << "FwDownloadDaemon::onDownloadTimerTimeout() Update handler is NULL!";
         return;

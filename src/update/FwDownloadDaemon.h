@@ -14,6 +14,7 @@
 #include "vex/FdLoop.h"
 #include "vex/LinuxDaemon.h"
 #include <atomic>
+#include <chrono>
 #include <memory>
 
 class FwDownloadDaemon;
@@ -61,7 +62,10 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     // True when the installed software is known. The sixth failure in the process's life stops the daemon.
     bool initializeSuuInfo();
 
-  protected: // for a rig that stands in for the workers
+    // Milliseconds until the download timer comes, by the real clock; 0 while it does not run.
+    unsigned getDownloadTimerLeftMs() const;
+
+  protected: // for a rig that stands in for the workers, and for a report
     wqueue<FwWorkItem*> mDownloaderQueue;
     wqueue<FwWorkItem*> mMasterQueue;
     wqueue<FwWorkItem*> mZempHandlerQueue;
@@ -69,6 +73,12 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     std::unique_ptr<UpdateHandler> mUpdateHandler; // null until the first wanted version is known
 
     bool isTerminated() const { return mTerminated; }
+
+    // The installed software, null while it is not known.
+    const SuuInfo* knownSuuInfo() const;
+
+    // The configuration as found at start, null before it is known.
+    const ConfigDbStatusEvent* firstConfigDbStatus() const { return mConfigDbStatusEvent.get(); }
 
   private:
     void onConfigDbStatusEvent(ConfigDbStatusEvent* event);
@@ -92,8 +102,6 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     void deleteSupersededUpdate(const std::string& filename);
     bool hasUpdateHandler(const char* text) const;
 
-    // The installed software, null while it is not known.
-    const SuuInfo* knownSuuInfo() const;
     void retrySuuInfo();
     void freeQueuedItems();
 
@@ -107,6 +115,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     common::FdLoopEvent mFdLoopEvent; // wakes the loop
     common::FdLoopTimer mQueueTimer;
     common::FdLoopTimer mDownloadTimer;
+    std::chrono::steady_clock::time_point mDownloadTimerBegin; // of its present interval
 
     std::unique_ptr<ConfigDbStatusEvent> mConfigDbStatusEvent; // the last that came
 

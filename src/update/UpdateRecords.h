@@ -16,6 +16,7 @@
 #include "update/FwAction.h"
 #include "update/RequestLedger.h"
 #include "update/RetryPace.h"
+#include "update/UpdateBooks.h"
 #include "workitems/DownloadRequest.h"
 #include "workitems/Events.h"
 #include "workitems/FileDeleteRequest.h"
@@ -56,6 +57,11 @@ class UpdateRecords {
     // The same as the table of transitions has it. A change that the table does not foresee is logged as an
     // error.
     void setNextAction(FwAction::Cause cause);
+
+    // For a report.
+    UpdateBooks books() const {
+        return {mRequests, mGovernor, mFragments, mZempParts, mSuumZempParts, mScanIsRecordedOnly};
+    }
 
     // Printed name of the next action.
     std::string whatToDo() const { return FwAction::getString(mNextAction); }

@@ -1,4 +1,5 @@
 // What the monitor reads from the database and writes to it, and what it decides from that.
+#include "common/Noticeboard.h"
 #include "common/VexStreamLog.h"
 #include "common/maskedurl.h"
 #include "vex/concurrency.h"
@@ -71,8 +72,11 @@ std::string ConfigDbMonitor::getString(const char* key) {
         if (!configDb->connected()) {
             VEX_LOG(LogInfo) << "ConfigDbMonitor::getString() Not connected, so read " << key
                              << " from configdb failed!";
+            Noticeboard::instance().postFailure(Noticeboard::Failure::Database,
+                                                "the configuration database is not connected");
         } else {
             VEX_LOG(LogInfo) << "ConfigDbMonitor::getString() Failed to read " << key << " from configdb.";
+            Noticeboard::instance().postValue(key, "");
         }
         return "";
     }
@@ -85,6 +89,8 @@ std::string ConfigDbMonitor::getString(const char* key) {
         records[0].value != nullptr)
         value = records[0].value;
     configDb->free(records);
+    Noticeboard::instance().postSuccess(Noticeboard::Failure::Database);
+    Noticeboard::instance().postValue(key, value);
     return value;
 }
 
@@ -301,15 +307,19 @@ bool ConfigDbMonitor::eraseKeyLocked(const char* key) {
 
 // The caller holds the mutex.
 bool ConfigDbMonitor::eraseKey(const char* key) {
-    if (configDb != nullptr && configDb->erase(key))
+    if (configDb != nullptr && configDb->erase(key)) {
+        Noticeboard::instance().postValue(key, "");
         return true;
+    }
     VEX_LOG(LogWarning) << "ConfigDbMonitor::eraseKey() Failed to erase " << key << " from configdb.";
     return false;
 }
 
 bool ConfigDbMonitor::writeKey(const char* key, const std::string& value) {
-    if (configDb != nullptr && configDb->writeString(key, value.c_str()))
+    if (configDb != nullptr && configDb->writeString(key, value.c_str())) {
+        Noticeboard::instance().postValue(key, value);
         return true;
+    }
     VEX_LOG(LogWarning) << "ConfigDbMonitor::writeKey() Failed to write " << key << " to configdb.";
     return false;
 }

@@ -2,6 +2,7 @@
 // values stands in ConfigDbDecisions.cpp.
 #include "workers/ConfigDbMonitor.h"
 
+#include "common/Noticeboard.h"
 #include "common/VexStreamLog.h"
 #include "vex/concurrency.h"
 #include "workers/ConfigNames.h"
@@ -62,8 +63,10 @@ bool ConfigDbMonitor::connect() {
             return false;
         }
         VEX_LOG(LogError) << "ConfigDbMonitor::connect() Failure connecting to cbus, retrying.";
+        Noticeboard::instance().postFailure(Noticeboard::Failure::Bus, "the message bus cannot be reached");
         pauseBeforeRetry();
     }
+    Noticeboard::instance().postSuccess(Noticeboard::Failure::Bus);
     configDb = common::ConfigDatabaseConnection::getInstance();
     for (unsigned attempt = 1; !configDb->connect(cbus); ++attempt) {
         if (attempt == DatabaseAttempts) {
@@ -72,8 +75,11 @@ bool ConfigDbMonitor::connect() {
             return false;
         }
         VEX_LOG(LogError) << "ConfigDbMonitor::connect() Failure connecting to configdb, retrying.";
+        Noticeboard::instance().postFailure(Noticeboard::Failure::Database,
+                                            "the configuration database cannot be opened");
         pauseBeforeRetry();
     }
+    Noticeboard::instance().postSuccess(Noticeboard::Failure::Database);
     VEX_LOG(LogDebug) << "ConfigDbMonitor::connect() Connected to configdb.";
     return true;
 }

@@ -1,5 +1,6 @@
 #include "workers/Downloader.h"
 
+#include "common/Noticeboard.h"
 #include "common/VexStreamLog.h"
 #include "update/FileFragment.h"
 #include "workers/AppendFile.h"
@@ -214,6 +215,8 @@ bool Downloader::transfer(DownloadRequest* request) {
     if (mFile->stream() == nullptr) {
         VEX_LOG(LogWarning) << "Downloader::download() Failure opening file '" << name << "'.";
         VEX_LOG(LogWarning) << "Downloader::download() " << strerror(mFile->error());
+        Noticeboard::instance().postFailure(Noticeboard::Failure::File,
+                                            name + ": " + strerror(mFile->error()));
         request->setDownloadStatus(DownloadRequest::DownloadTransientFailure);
         return false;
     }
@@ -228,6 +231,7 @@ bool Downloader::transfer(DownloadRequest* request) {
     }
     const std::string range = fragment->getCurlRange();
     VEX_LOG(LogInfo) << "Downloader::download() Download " << range << " to '" << name << "'.";
+    Noticeboard::instance().postTransfer({name, range, rangeSize});
     CURLcode code = setOptions(*mHandle, request->getUrl(), range, mFile->stream(), isPaced);
     request->setDownloadStatus(DownloadRequest::DownloadStarted);
     if (code == CURLE_OK)
@@ -254,8 +258,15 @@ void Downloader::waitIfStopped() {
 void Downloader::checkStatus(FileFragment* fragment) {
     const long status = mHandle->getHttpStatus();
     const bool isRange = fragment->getRangeSize() != 0;
-    if (status == 0 || status == (isRange ? HttpPartialContent : HttpOk))
+    if (status == 0)
         return;
+    if (status == (isRange ? HttpPartialContent : HttpOk)) {
+        Noticeboard::instance().postSuccess(Noticeboard::Failure::Http);
+        return;
+    }
+    Noticeboard::instance().postFailure(Noticeboard::Failure::Http,
+                                        "the server answered with status " + std::to_string(status) +
+                                            (status == HttpOk ? ", it ignores byte ranges" : ""));
     if (status == HttpOk)
         VEX_LOG(LogWarning) << "Downloader::download() The server answered with status " << status
                             << ", the server ignores byte ranges.";
@@ -275,8 +286,14 @@ void Downloader::setResult(DownloadRequest* request, int result, AppendFile& fil
         VEX_LOG(LogWarning) << "Downloader::download() Failure writing file '"
                             << request->getFileFragment()->getFilename() << "' (" << strerror(file.error())
                             << ").";
+        Noticeboard::instance().postFailure(Noticeboard::Failure::File,
+                                            request->getFileFragment()->getFilename() + ": " +
+                                                strerror(file.error()));
+    } else {
+        Noticeboard::instance().postSuccess(Noticeboard::Failure::File);
     }
     if (code == CURLE_OK) {
+        Noticeboard::instance().postSuccess(Noticeboard::Failure::Transfer);
         request->setDownloadStatus(written ? DownloadRequest::DownloadComplete
                                            : DownloadRequest::DownloadPermanentFailure);
         return;
@@ -284,6 +301,8 @@ void Downloader::setResult(DownloadRequest* request, int result, AppendFile& fil
     const bool transient = isTransient(code);
     VEX_LOG(LogInfo) << "Downloader::download() Curl command failed! (Code=" << curl_easy_strerror(code)
                      << ", " << result << (transient ? ") Transient." : ") Permanent.");
+    if (written) // else the failed write is what the library complains about
+        Noticeboard::instance().postFailure(Noticeboard::Failure::Transfer, curl_easy_strerror(code));
     request->setDownloadStatus(transient ? DownloadRequest::DownloadTransientFailure
                                          : DownloadRequest::DownloadPermanentFailure);
 }

@@ -1,5 +1,6 @@
 #include "workers/ZempHandler.h"
 
+#include "common/Noticeboard.h"
 #include "common/VexStreamLog.h"
 #include "image/ZempCreator.h"
 #include "update/FileFragment.h"
@@ -28,6 +29,19 @@ constexpr unsigned OversizeMark = 0xFFFFFFFF;
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
+
+const char* failureText(ZempCreator::Failure failure) {
+    switch (failure) {
+    case ZempCreator::Failure::Parts:
+        return "a part is missing or damaged";
+    case ZempCreator::Failure::Space:
+        return "the disk or the quota is full";
+    case ZempCreator::Failure::None:
+    case ZempCreator::Failure::Surroundings:
+        break;
+    }
+    return "it cannot be written";
+}
 
 } // namespace
 
@@ -232,5 +246,11 @@ void ZempHandler::onCompileUpdateZempFile(CompileUpdateZempRequest* request) {
                                   ? CompileUpdateZempRequest::CompileComplete
                                   : CompileUpdateZempRequest::CompileFailed);
     request->setFailure(creator.getFailure());
+    const std::string failure = failureText(creator.getFailure());
+    if (request->getCompileStatus() == CompileUpdateZempRequest::CompileComplete)
+        Noticeboard::instance().postSuccess(Noticeboard::Failure::Compile);
+    else
+        Noticeboard::instance().postFailure(Noticeboard::Failure::Compile,
+                                            request->getFilename() + ": " + failure);
     mMasterQueue.add(request);
 }

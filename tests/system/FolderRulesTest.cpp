@@ -34,7 +34,9 @@ const Room Rooms[] = {
     {"src/workers", {"vex", "common", "image", "workitems", Fragment, Settings}},
     {"src/update", {"vex", "common", "image", "workitems", "installed", "workers", "state", Settings}},
     {"src/state", {}},
-    {"src/main", {"vex", "common", "image", "workitems", "installed", "workers", "update", "state"}},
+    {"src/status", {"common", "image", "workitems", "installed", "workers", "update"}},
+    {"src/main",
+     {"vex", "common", "image", "workitems", "installed", "workers", "update", "status", "state"}},
     {"platform", {"vex"}},
     // Plans updates with the daemon's own decisions.
     {"tools/plan",

@@ -1,6 +1,7 @@
 // The monitor on a real bus and a real database, which another process writes. Times are scaled down.
 #include "workers/ConfigDbMonitor.h"
 
+#include "common/Noticeboard.h"
 #include "lab/BusObserver.h"
 #include "support/TestPlatform.h"
 #include "workers/WorkerQueues.h"
@@ -365,6 +366,7 @@ TEST_F(ConfigDbMonitorTest, WithoutADatabaseItIsIdleUntilItIsStopped) {
     startListening();
     EXPECT_EQ(log.count("LOG_ERR ConfigDbMonitor::connect() Failure connecting to configdb, retrying."), 4U);
     EXPECT_TRUE(log.has("LOG_ERR ConfigDbMonitor::connect() Failure connecting to configdb, giving up."));
+    EXPECT_FALSE(Noticeboard::instance().content().failures.at(Noticeboard::Failure::Database).isOver);
     IsUpdateNeededRequest question;
     in.add(&question);
     observer.send("evt.confd.updated");
@@ -379,6 +381,7 @@ TEST_F(ConfigDbMonitorTest, WithoutABusItGivesUpAfterAHundredAttempts) {
     startListening();
     EXPECT_EQ(log.count("LOG_ERR ConfigDbMonitor::connect() Failure connecting to cbus, retrying."), 99U);
     EXPECT_TRUE(log.has("LOG_ERR ConfigDbMonitor::connect() Failure connecting to cbus, giving up."));
+    EXPECT_FALSE(Noticeboard::instance().content().failures.at(Noticeboard::Failure::Bus).isOver);
     EXPECT_LT(stopTime(monitor), PromptStop);
 }
 

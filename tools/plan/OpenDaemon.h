@@ -11,8 +11,10 @@ namespace plan {
 
 class OpenDaemon : public FwDownloadDaemon {
   public:
+    using FwDownloadDaemon::firstConfigDbStatus;
     using FwDownloadDaemon::FwDownloadDaemon;
     using FwDownloadDaemon::isTerminated;
+    using FwDownloadDaemon::knownSuuInfo;
     using FwDownloadDaemon::mConfigDbQueue;
     using FwDownloadDaemon::mDownloaderQueue;
     using FwDownloadDaemon::mMasterQueue;

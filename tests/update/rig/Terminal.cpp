@@ -33,6 +33,7 @@ Terminal::Terminal() {
     const char* level = getenv("FW_RIG_LOG"); // a history of faults logs a lot
     VexStreamLog::setLevel(level != nullptr ? static_cast<LogPriority>(atoi(level)) : LogEmergency);
     mkdir((mDirectory.path() + "/fw").c_str(), 0755);
+    mkdir((mDirectory.path() + "/run").c_str(), 0755);
     ArgParser::setDownloadDirectory(mDirectory.path() + "/fw");
     ZempCreator::setTempFilename(mDirectory.path() + "/zempparts");
 }
@@ -73,6 +74,8 @@ void Terminal::restart(bool statusAtOnce) {
     mZempHandler.reset();
     mMonitor.reset();
     daemon.reset();
+    Noticeboard::instance().clear();
+    mStatus = std::make_unique<status::StatusFile>(mDirectory.path() + "/run");
     daemon = std::make_unique<Daemon>(mRecord);
     mZempHandler = std::make_unique<ZempHandler>(daemon->mZempHandlerQueue, daemon->mMasterQueue);
     mMonitor = std::make_unique<ConfigDbMonitor>(daemon->mConfigDbQueue, daemon->mMasterQueue);
@@ -155,11 +158,33 @@ void Terminal::tick() {
     daemon->onFdLoopTimerTimeout();
     if (mNow % DownloadTimerTicks == 0)
         daemon->onDownloadTimerTimeout();
+    reportStatus();
     interrupt(2);
     serveZempHandler();
     interrupt(3);
     serveDownloader();
     interrupt(4);
+}
+
+// What the status says is what the queues and books of this moment say, and it tells no password.
+void Terminal::reportStatus() {
+    status::Sources sources;
+    sources.records = daemon->mUpdateHandler.get();
+    sources.firstStatus = daemon->firstConfigDbStatus();
+    mStatus->update(std::move(sources), daemon->knownSuuInfo());
+    const status::Report& report = mStatus->report();
+    const bool isFetching = mCurrent != nullptr || daemon->mDownloaderQueue.size() > 0;
+    const std::string name = status::getName(report.state);
+    if (isFetching != report.transfer.has_value() || isFetching != (report.state == status::State::Fetching))
+        mViolations.push_back("the status is " + name + (isFetching ? " amid" : " without") + " a transfer");
+    if (daemon->mUpdateHandler && report.version != daemon->mUpdateHandler->getVersion())
+        mViolations.push_back("the status has version " + report.version);
+    const bool isResting = !isFetching && daemon->mZempHandlerQueue.size() == 0 &&
+                           daemon->mConfigDbQueue.size() == 0 && daemon->mMasterQueue.size() == 0;
+    if (isResting && action() == FwAction::WaitForFwUpdate && report.state != status::State::Ready)
+        mViolations.push_back("the status is " + name + " while the image waits");
+    if (status::toJson(report).find("hush") != std::string::npos)
+        mViolations.push_back("the status tells the password");
 }
 
 void Terminal::run(unsigned ticks) {
@@ -211,6 +236,9 @@ void Terminal::serveDownloader() {
         mCurrentTicks = 0;
         if (mCurrent->getDownloadStatus() == DownloadRequest::DownloadNotStarted)
             mCurrent->setDownloadStatus(DownloadRequest::DownloadStarted);
+        FileFragment& fragment = *mCurrent->getFileFragment();
+        Noticeboard::instance().postTransfer(
+            {fragment.getFilename(), fragment.getCurlRange(), fragment.getRangeSize()});
     }
     if (++mCurrentTicks < downloadTicks)
         return;
