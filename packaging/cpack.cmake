@@ -37,7 +37,7 @@ set(earlier "fw-download (<< 0.1.0-2), fw-download-tools")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME fw-download-bin)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION
-  "firmware download daemon, the program\nThe program alone, which lists images too. No service is started: that\nis what fw-download adds.")
+  "firmware download daemon, the programs\nThe program alone, which lists images too, and fwctl, which tells what\nit is doing. No service is started: that\nis what fw-download adds.")
 # A terminal brings a platform library of its own, packaged as libvex1.
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${base}, ${http}, libvex-host | libvex1")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_BREAKS ${earlier})

@@ -41,6 +41,7 @@ const Room Rooms[] = {
     // Plans updates with the daemon's own decisions.
     {"tools/plan",
      {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
+    {"tools/fwctl", {"vex", "cli", "workers/ConfigNames.h"}},
     {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
     {"lab", {"vex", "cli", "hostconfig", "imagefile", "plan"}},
 };

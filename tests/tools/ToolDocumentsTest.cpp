@@ -43,6 +43,7 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
         {ZEMP_PROGRAM,
          {"", "build", "list", "extract", "check", "digest", "seal", "verify", "plan", "hostcfg",
           "hostcfg build", "hostcfg show"}},
+        {FWCTL_PROGRAM, {"", "status", "update", "force", "disable", "enable", "pending"}},
         {VEXCTL_PROGRAM,
          {"", "config", "config get", "config set", "signal", "signal send", "signal listen"}},
 #ifdef FW_LAB_PROGRAM
@@ -77,9 +78,13 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
 
 TEST(ToolDocuments, CompletionsComplete) {
     const std::tuple<const char*, const char*, const char*> rows[] = {
-        {"zemp", "zemp ch", "check "},       {"zemp", "zemp plan x --s", "--svg "},
-        {"zemp", "zemp hostcfg s", "show "}, {"vexctl", "vexctl signal listen --t", "--timeout "},
-        {"vexctl", "vexctl c", "config "},   {"fw_lab", "fw_lab --v", "--version "},
+        {"zemp", "zemp ch", "check "},
+        {"zemp", "zemp plan x --s", "--svg "},
+        {"zemp", "zemp hostcfg s", "show "},
+        {"vexctl", "vexctl signal listen --t", "--timeout "},
+        {"vexctl", "vexctl c", "config "},
+        {"fw_lab", "fw_lab --v", "--version "},
+        {"fwctl", "fwctl status --w", "--watch "},
     };
     for (const auto& [program, line, expected] : rows) {
         std::ostringstream script;
