@@ -1,6 +1,5 @@
 #include "seal/SealLines.h"
 
-#include <limits>
 #include <sstream>
 
 namespace seal {
@@ -29,13 +28,7 @@ class Fields {
     bool text(std::string& value, size_t maximum) {
         return static_cast<bool>(mIn >> value) && value.size() <= maximum;
     }
-    bool number(uint32_t& value) {
-        uint64_t wide = 0;
-        if (!(mIn >> wide) || wide > std::numeric_limits<uint32_t>::max())
-            return false;
-        value = static_cast<uint32_t>(wide);
-        return true;
-    }
+    bool number(uint32_t& value) { return static_cast<bool>(mIn >> value); }
     bool extent(Extent& value) {
         std::string hex;
         return number(value.length) && mIn >> hex && fromHex(hex, value.digest);

@@ -68,10 +68,17 @@ TEST(ProcSpawn, StandardStreamsByFlag) {
     const std::string null0 = "test /proc/self/fd/0 -ef /dev/null";
     const std::string null1 = "test /proc/self/fd/1 -ef /dev/null";
     const std::string null2 = "test /proc/self/fd/2 -ef /dev/null";
+    const int saved = fcntl(STDIN_FILENO, F_DUPFD, 10);
+    const int zeros = open("/dev/zero", O_RDONLY);
+    dup2(zeros, STDIN_FILENO);
+    close(zeros);
+    EXPECT_NE(shellStatus(0, null0), 0);
     EXPECT_EQ(shellStatus(ProcNullStdin, null0), 0);
     EXPECT_EQ(shellStatus(ProcNullStderr, null2), 0);
     EXPECT_EQ(shellStatus(7, null0 + " && " + null1 + " && " + null2), 0);
     EXPECT_EQ(shellStatus(15, null0 + " && " + null1 + " && " + null2), 0);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
     // The descriptor of /dev/null itself is not left open where another was asked for.
     EXPECT_EQ(shellStatus(ProcCloseFds | ProcNullStdout, null1 + " && ! test -e /proc/self/fd/0"), 0);
 }
