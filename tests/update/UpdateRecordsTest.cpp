@@ -121,6 +121,25 @@ TEST_F(Records, ScanThatFindsAnotherSizeParsesAgainAndKeepsTheRecordedSize) {
     EXPECT_EQ(queue.remove()->getWorkItemType(), FwWorkItem::ParseFileRequest);
 }
 
+TEST_F(Records, MoreThan300MebibytesAreShortSpace) {
+    for (const size_t files : {4u, 5u}) {
+        UpdateHandler fresh(&queue);
+        fresh.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware);
+        const support::LogCapture log(LogInfo);
+        for (int scans = 0; scans < 2; ++scans) {
+            FileScanRequest* scan = fresh.createFileScanRequest();
+            for (size_t i = 0; i < files; ++i)
+                scan->addFile(directory.file("fw/ContentPart-" + std::to_string(i)), 75 << 20);
+            scan->setFileScanStatus(FileScanRequest::ScanIsDone);
+            fresh.onScanResult(scan);
+            while (queue.size() > 0)
+                queue.remove();
+            fresh.deleteAllParseFileRequests(); // so that the files are not in use
+        }
+        EXPECT_EQ(log.count("UpdateHandler::onScanResult() Make space, delete '"), files == 4 ? 0 : files);
+    }
+}
+
 TEST_F(Records, RenameDuringAScanKeepsTheFragment) {
     FileFragment* fragment = addFragment("ContentPart-abcdef", 0);
     handler.setConfigDbStatus(ConfigDbStatusEvent::ConfigGetNewFirmware);
