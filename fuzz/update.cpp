@@ -1,5 +1,5 @@
-// Fuzz target: an update whose server answers as the input says, one step for each request, and by the book
-// when the input ends.
+// Fuzz target: an update whose server answers as the input says, one step for each request, and
+// correctly when the input has ended.
 
 #include "fuzz/Container.h"
 #include "fuzz/FuzzTarget.h"

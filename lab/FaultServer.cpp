@@ -49,7 +49,7 @@ void limitSpeed(HttpScript& script, unsigned speed) {
 std::vector<Fault> Fault::all() {
     using S = HttpScript;
     return {
-        make("none", "by the book; lets requests pass before the next fault", [](S&) {}),
+        make("none", "no fault; lets requests pass before the next one", [](S&) {}),
         make("not-found", "status 404 with a page", [](S& s) { answerPage(s, 404); }),
         make("unavailable", "status 503 with a page", [](S& s) { answerPage(s, 503); }),
         make("page", "status 200 with a page in place of the image", [](S& s) { answerPage(s, 200); }),

@@ -1,5 +1,5 @@
-// An update server that misbehaves on request: each fault by its name, for so many requests, and by the book
-// afterwards.
+// An update server that misbehaves on request: each fault by its name, for so many requests, and
+// correctly afterwards.
 #ifndef LAB_FAULTSERVER_H
 #define LAB_FAULTSERVER_H
 

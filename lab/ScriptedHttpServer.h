@@ -17,7 +17,7 @@
 
 namespace lab {
 
-// How one request is answered. As it stands: by the book.
+// How one request is answered. As it stands: correctly.
 struct HttpScript {
     static constexpr size_t Never = SIZE_MAX;
 

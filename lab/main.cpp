@@ -76,7 +76,7 @@ void checkReport(const std::string& filename) {
         throw std::runtime_error("report '" + filename + "': " + strerror(errno));
 }
 
-// What a run that came to no good end leaves, and the exit status.
+// What a failed run leaves, and the exit status.
 int finishFailed(const lab::LabResult& result, RunDirectory& place) {
     fflush(stdout);
     if (sStop) { // whoever stops a run does not want its files

@@ -3,8 +3,8 @@
 //
 // Images are large and most of their bytes are only run through a CRC, so bytes are read when they are asked
 // for, and memory is used for headers and small bodies only. Each byte is read once, however often it is
-// asked for, as long as requests move forward: a file that changes meanwhile cannot show two faces. A file
-// that is cut meanwhile reads as zero. Used by one thread.
+// asked for, as long as requests move forward, so of a file that changes meanwhile no byte has two values. A
+// file that is cut meanwhile reads as zero. Used by one thread.
 #ifndef IMAGE_FILEBUFFER_H
 #define IMAGE_FILEBUFFER_H
 

@@ -1,4 +1,4 @@
-// Small images for the tests of this room, and what owns the parts that a parse makes.
+// Small images for the tests of this folder, and what owns the parts that a parse makes.
 #ifndef TESTS_IMAGE_IMAGEFIXTURES_H
 #define TESTS_IMAGE_IMAGEFIXTURES_H
 

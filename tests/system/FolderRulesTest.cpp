@@ -1,4 +1,4 @@
-// Which room may include which, no include cycles, and no file that has grown out of hand.
+// Which folder may include which, no include cycles, and no file that has grown out of hand.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -15,9 +15,9 @@ namespace fs = std::filesystem;
 constexpr size_t MaximumSourceLines = 450;
 constexpr size_t MaximumHeaderLines = 230;
 
-// A room is a folder; an entry of what it may include is a room's folder or one header. Every room may
-// include itself; "vex" is the platform's public headers.
-struct Room {
+// An entry of what a folder may include is a folder or one header. Every folder may include itself; "vex" is
+// the platform's public headers.
+struct Rule {
     const char* folder;
     std::vector<std::string> mayInclude;
 };
@@ -25,7 +25,7 @@ struct Room {
 const std::string Fragment = "update/FileFragment.h";
 const std::string Settings = "main/ArgParser.h";
 
-const Room Rooms[] = {
+const Rule Rules[] = {
     {"src/common", {"vex"}},
     {"src/image", {"vex", "common", Fragment}},
     {"src/seal", {"common"}},
@@ -84,9 +84,9 @@ bool isIn(const std::string& folder, const std::string& file) {
     return file.rfind(folder + "/", 0) == 0;
 }
 
-const Room* roomOf(const Source& source) {
-    return std::find_if(std::begin(Rooms), std::end(Rooms),
-                        [&](const Room& room) { return isIn(room.folder, source.name); });
+const Rule* ruleFor(const Source& source) {
+    return std::find_if(std::begin(Rules), std::end(Rules),
+                        [&](const Rule& rule) { return isIn(rule.folder, source.name); });
 }
 
 // The file that an include line names, from the root of the tree; empty when there is none.
@@ -98,23 +98,23 @@ std::string resolve(const Source& from, const std::string& include) {
     return "";
 }
 
-bool isAllowed(const Room& room, const std::string& include, const std::string& file) {
-    return isIn(room.folder, file) ||
-           std::any_of(room.mayInclude.begin(), room.mayInclude.end(), [&](const std::string& allowed) {
+bool isAllowed(const Rule& rule, const std::string& include, const std::string& file) {
+    return isIn(rule.folder, file) ||
+           std::any_of(rule.mayInclude.begin(), rule.mayInclude.end(), [&](const std::string& allowed) {
                return include == allowed || isIn(allowed, include);
            });
 }
 
-TEST(FolderRules, RoomsIncludeOnlyWhatTheyMay) {
+TEST(FolderRules, FoldersIncludeOnlyWhatTheyMay) {
     ASSERT_GT(sources().size(), 50U);
     for (const Source& source : sources()) {
-        const Room* const room = roomOf(source);
-        ASSERT_NE(room, std::end(Rooms)) << source.name << " is in no room";
+        const Rule* const rule = ruleFor(source);
+        ASSERT_NE(rule, std::end(Rules)) << source.name << " has no rule";
         for (const std::string& include : source.includes) {
             const std::string file = resolve(source, include);
             EXPECT_NE(file, "") << source.name << " includes \"" << include << "\", which is not there";
-            EXPECT_TRUE(isAllowed(*room, include, file))
-                << source.name << " includes \"" << include << "\"; " << room->folder << " must not";
+            EXPECT_TRUE(isAllowed(*rule, include, file))
+                << source.name << " includes \"" << include << "\"; " << rule->folder << " must not";
         }
     }
 }

@@ -55,16 +55,16 @@ std::string escape(const std::string& text) {
     return result;
 }
 
-// A label and where it would like to have its centre.
+// A label and where its centre should be.
 struct Label {
-    double wish;
+    double wanted;
     double width;
     double centre = 0;
     size_t row = 0;
 };
 
-// Finds places for labels in as few rows as it takes, none over another, each as near to its wish as the ones
-// to its left let it be. Returns the number of rows.
+// Finds places for labels in as few rows as it takes, none over another, each as near to its place as the
+// ones to its left let it be. Returns the number of rows.
 size_t arrange(std::vector<Label>& labels) {
     const double total = std::accumulate(labels.begin(), labels.end(), 0.0,
                                          [](double sum, const Label& label) { return sum + label.width; });
@@ -72,14 +72,14 @@ size_t arrange(std::vector<Label>& labels) {
     std::vector<size_t> order(labels.size());
     std::iota(order.begin(), order.end(), size_t{0});
     std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return labels[a].wish < labels[b].wish; });
+                     [&](size_t a, size_t b) { return labels[a].wanted < labels[b].wanted; });
     for (size_t row = 0; row < rows; ++row) {
         double left = Margin;
         std::vector<Label*> placed;
         for (size_t i = row; i < order.size(); i += rows) {
             Label& label = labels[order[i]];
             label.row = row;
-            label.centre = std::max(label.wish, left + label.width / 2);
+            label.centre = std::max(label.wanted, left + label.width / 2);
             left = label.centre + label.width / 2;
             placed.push_back(&label);
         }
@@ -189,7 +189,7 @@ class Drawing {
         };
         for (const Label& label : labels) {
             line(label.centre, baselineOf(label) + 4, label.centre, mStripY - 14, "#9aa5b1");
-            line(label.centre, mStripY - 14, label.wish, mStripY, "#9aa5b1");
+            line(label.centre, mStripY - 14, label.wanted, mStripY, "#9aa5b1");
         }
         for (size_t i = 0; i < labels.size(); ++i) {
             const double baseline = baselineOf(labels[i]);
@@ -260,8 +260,8 @@ class Drawing {
         const size_t rows = arrange(labels);
         const double top = mY + 26;
         for (const Label& label : labels) {
-            line(label.wish, mStripY + StripHeight, label.wish, mY, "#cbd2d9");
-            line(label.wish, mY, label.centre, top - 6, "#9aa5b1");
+            line(label.wanted, mStripY + StripHeight, label.wanted, mY, "#cbd2d9");
+            line(label.wanted, mY, label.centre, top - 6, "#9aa5b1");
             line(label.centre, top - 6, label.centre, top + static_cast<double>(label.row) * MarkerRow,
                  "#9aa5b1");
         }
