@@ -41,7 +41,7 @@ class Judge {
         if (mCompiled.partsEnd() != mCompiled.size())
             fault("no valid part at offset " + std::to_string(mCompiled.partsEnd()));
         for (const ImagePart& part : mCompiled.parts())
-            if (!part.isBodyValid)
+            if (!part.isBodyValid())
                 fault(part.name() + ": the checksum of the body is wrong");
     }
 

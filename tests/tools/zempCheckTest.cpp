@@ -199,8 +199,6 @@ TEST_F(ZempCheck, TellsWhatWhereWhyAndHowToMend) {
                    "    why:  the daemon fetches the part again and again, and gives up\n"
                    "    mend: make the two the same\n"
                    "i.zemp: 1 error, 0 warnings\n");
-    EXPECT_EQ(zemp({"check", "http://127.0.0.1:1/i.zemp"}), 1);
-    EXPECT_EQ(err, "zemp: http://127.0.0.1:1/i.zemp: only a file can be checked; fetch it first\n");
 }
 
 TEST_F(ZempCheck, FindsPartsThatChangedUnderTheirVersion) {
@@ -223,7 +221,7 @@ TEST_F(ZempCheck, FindsPartsThatChangedUnderTheirVersion) {
             status == 1 ? 0U : std::string::npos)
             << out;
     }
-    refuses({"check", "@i.zemp", "--against", "@none.zemp"}, "'none.zemp': No such file or directory");
+    refuses({"check", "@i.zemp", "--against", "@none.zemp"}, "none.zemp: No such file or directory");
     scratch.write("old.zemp", flipped(400));
     refuses({"check", "@i.zemp", "--against", "@old.zemp"}, "old.zemp: is damaged; 'zemp check' says more");
     refuses({"check", "@i.zemp", "--against", "http://u/o.zemp"},

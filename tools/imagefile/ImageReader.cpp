@@ -2,48 +2,20 @@
 
 #include "image/zemp_validate.h"
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace imagefile {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& filename, const std::string& reason) {
-    throw std::runtime_error("'" + filename + "': " + reason);
-}
+// What is fetched of a part on a web server, and the longest text there that is fetched to be checked.
+constexpr uint64_t HeadBytes = 512;
+constexpr uint64_t MaximumTextBytes = uint64_t{1024} * 1024;
 
 const zemp_content_header_t* contentHeaderAt(const uint8_t* data) {
     return reinterpret_cast<const zemp_content_header_t*>(data);
-}
-
-// The whole file, read-only, and its size. Null for an empty one.
-const uint8_t* mapFile(const std::string& filename, uint64_t& size) {
-    const int fd = open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        fail(filename, strerror(errno));
-    struct stat status {};
-    const bool isFile = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    const bool hasAddresses = static_cast<uint64_t>(status.st_size) <= PTRDIFF_MAX;
-    void* mapping = nullptr;
-    if (isFile && hasAddresses && status.st_size > 0)
-        mapping = mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
-    const int reason = errno;
-    close(fd);
-    if (!isFile)
-        fail(filename, "not a regular file");
-    if (!hasAddresses)
-        fail(filename, "too large for this machine");
-    if (mapping == MAP_FAILED)
-        fail(filename, strerror(reason));
-    size = static_cast<uint64_t>(status.st_size);
-    return static_cast<const uint8_t*>(mapping);
 }
 
 } // namespace
@@ -63,54 +35,55 @@ std::string versionText(Version version, char separator) {
     return text;
 }
 
-ImageReader::ImageReader(const std::string& filename) : mFilename(filename) {
-    mData = mapFile(filename, mSize);
-    if (mSize < ZempFormat::MagicSize + ZempFormat::HeaderSize ||
-        memcmp(mData, ZempFormat::Magic, ZempFormat::MagicSize) != 0) {
-        if (mData != nullptr)
-            munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
-        fail(filename, "not an image: it does not begin with \"" + std::string(ZempFormat::Magic) +
-                           "\" and a main header");
-    }
-    memcpy(&mHeader, mData + ZempFormat::HeaderOffset, sizeof mHeader);
-    const auto* const header = reinterpret_cast<const zemp_header_t*>(mData + ZempFormat::HeaderOffset);
-    mIsHeaderValid = bodyOffset() <= mSize && zemp_validate_header(header) == ZempValid;
-    mIsBodyValid = mIsHeaderValid && declaredSize() <= mSize &&
-                   zemp_validate_body(header, mData + bodyOffset()) == ZempValid;
-    if (mIsHeaderValid)
-        readParts();
+ImageReader::ImageReader(std::unique_ptr<ImageSource> source, Accept accept) : mSource(std::move(source)) {
+    const auto fail = [this](const std::string& reason) {
+        throw std::runtime_error(mSource->name() + ": " + reason);
+    };
+    if (size() == 0)
+        fail("is empty");
+    mSource->load(0, HeadBytes);
+    mIsImage = size() >= ZempFormat::MagicSize + ZempFormat::HeaderSize &&
+               memcmp(data(), ZempFormat::Magic, ZempFormat::MagicSize) == 0;
+    if (mIsImage)
+        readImage();
+    else if (accept == Accept::Image)
+        fail("not an image: it does not begin with \"" + std::string(ZempFormat::Magic) +
+             "\" and a main header");
+    else if (!readPart(0))
+        fail("is neither an image nor a content part");
 }
 
-ImageReader::~ImageReader() {
-    munmap(const_cast<uint8_t*>(mData), static_cast<size_t>(mSize));
+void ImageReader::readImage() {
+    memcpy(&mHeader, data() + ZempFormat::HeaderOffset, sizeof mHeader);
+    mSource->load(ZempFormat::HeaderOffset, mHeader.hdr_length);
+    const auto* const header = reinterpret_cast<const zemp_header_t*>(data() + ZempFormat::HeaderOffset);
+    mIsHeaderValid = bodyOffset() <= size() && zemp_validate_header(header) == ZempValid;
+    if (!mIsHeaderValid)
+        return;
+    mBody = judge(bodyOffset(), mHeader.body_length, mHeader.body_crc, HeadBytes);
+    for (uint64_t offset = bodyOffset(); offset < size() && readPart(offset);)
+        offset += mParts.back().size();
 }
 
-void ImageReader::readParts() {
-    uint64_t offset = bodyOffset();
-    ImagePart part;
-    while (offset < mSize && readPart(offset, part)) {
-        offset += part.size();
-        mParts.push_back(part);
-    }
-}
-
-bool ImageReader::readPart(uint64_t offset, ImagePart& part) const {
-    part = {};
-    const uint64_t left = mSize - offset;
+// False when there is no part with a valid header.
+bool ImageReader::readPart(uint64_t offset) {
+    const uint64_t left = size() - offset;
     if (left < ZempFormat::ContentHeaderSize)
         return false;
+    mSource->load(offset, ZempFormat::ContentHeaderSize);
+    ImagePart part;
     part.offset = offset;
-    const uint8_t* const start = mData + offset;
+    const uint8_t* const start = data() + offset;
     memcpy(&part.header, start, sizeof part.header);
-    part.isHeaderValid =
-        part.header.hdr_length <= left && zemp_validate_content_header(contentHeaderAt(start)) == ZempValid;
-    if (!part.isHeaderValid)
+    if (part.header.hdr_length > left)
         return false;
-    const uint64_t bodyLeft = left - part.header.hdr_length;
-    part.isComplete = part.header.body_length <= bodyLeft;
-    part.isBodyValid =
-        part.isComplete &&
-        zemp_validate_content_body(contentHeaderAt(start), start + part.header.hdr_length) == ZempValid;
+    mSource->load(offset, part.header.hdr_length);
+    if (zemp_validate_content_header(contentHeaderAt(start)) != ZempValid)
+        return false;
+    const bool isText = !part.isType(ZempFormat::SwBlobType) && part.size() <= MaximumTextBytes;
+    const uint64_t wanted = isText ? part.size() : std::max<uint64_t>(HeadBytes, part.header.hdr_length);
+    mSource->load(offset, std::min(wanted, left));
+    part.body = judge(part.bodyOffset(), part.header.body_length, part.header.body_crc, offset + wanted);
 
     const uint8_t* const extension = start + ZempFormat::ContentHeaderSize;
     const uint32_t extensionSize = part.header.hdr_length - ZempFormat::ContentHeaderSize;
@@ -119,18 +92,30 @@ bool ImageReader::readPart(uint64_t offset, ImagePart& part) const {
         memcpy(&release, extension, sizeof release);
         part.version = {release.major, release.minor, release.build};
         part.label = ZempFormat::text(release.name);
+        part.isVersionKnown = true;
     } else if (part.isType(ZempFormat::SwBlobType) && extensionSize >= ZempFormat::SwBlobHeaderSize) {
         zemp_content_software_blob_t software;
         memcpy(&software, extension, sizeof software);
         part.version = {software.major, software.minor, software.build};
         part.label = ZempFormat::text(software.build_id);
+        part.isVersionKnown = true;
     }
+    mParts.push_back(part);
     return true;
 }
 
+// `loadedEnd` is where the bytes that were fetched from a web server end.
+Verdict ImageReader::judge(uint64_t offset, uint32_t length, uint32_t crc, uint64_t loadedEnd) const {
+    if (offset > size() || length > size() - offset)
+        return Verdict::Incomplete;
+    if (!mSource->isLocal() && offset + length > loadedEnd)
+        return Verdict::NotRead;
+    return crc32_calc(0, data() + offset, length) == crc ? Verdict::Good : Verdict::Bad;
+}
+
 uint64_t ImageReader::partsEnd() const {
-    return mParts.empty() ? std::min(bodyOffset(), mSize)
-                          : std::min(mParts.back().offset + mParts.back().size(), mSize);
+    return mParts.empty() ? std::min(bodyOffset(), size())
+                          : std::min(mParts.back().offset + mParts.back().size(), size());
 }
 
 const ImagePart* ImageReader::release() const {

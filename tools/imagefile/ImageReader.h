@@ -1,28 +1,37 @@
-// Reads an image file part by part, and says for each header and body whether it is what its checksum says.
-// For tools and for checks; the daemon reads images with its own parser. One format definition serves both.
+// Reads an image part by part, from a file or a web server, and says for each header and body whether it is
+// what its checksum says. For tools and for checks; the daemon reads images with its own parser. One format
+// definition serves both.
 //
-// Used by one thread. The file must not change while it is read.
+// Used by one thread. The image must not change while it is read. What cannot be read throws
+// std::runtime_error with the image's name and the reason.
 #ifndef IMAGEFILE_IMAGEREADER_H
 #define IMAGEFILE_IMAGEREADER_H
 
 #include "image/ZempFormat.h"
 #include "imagefile/ImageBuilder.h"
+#include "imagefile/ImageSource.h"
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace imagefile {
 
-// A content part as it stands in the file. What lies behind the end of the file is not there: a part may be
-// cut off in its extended header or in its body.
+// Of a body: right, wrong, beyond the end of the file in part, or left on the web server.
+enum class Verdict { Good, Bad, Incomplete, NotRead };
+
+// A content part with a valid header. What lies behind the end of the file is not there: a part may be cut
+// off in its body.
 struct ImagePart {
     uint64_t offset = 0;            // in the file
     zemp_content_header_t header{}; // its fields as they stand in the file
-    bool isHeaderValid = false;     // all of it is there, and its checksum is right
-    bool isComplete = false;        // all of the body is there
-    bool isBodyValid = false;       // and its checksum is right
-    Version version;                // of a release header or a software blob; 0.0.0 for others
-    std::string label;              // release name or build id; empty for others
+    Verdict body = Verdict::Good;
+    bool isVersionKnown = false; // of a release header or a software blob
+    Version version;
+    std::string label; // release name or build id; empty for others
+
+    bool isComplete() const { return body != Verdict::Incomplete; }
+    bool isBodyValid() const { return body == Verdict::Good; }
 
     std::string name() const { return ZempFormat::text(header.name); }
     bool isType(ZempFormat::ContentType type) const { return header.type == type; }
@@ -38,20 +47,24 @@ std::string versionText(Version version, char separator = '-');
 
 class ImageReader {
   public:
-    // Maps the file and reads all headers. Throws std::runtime_error, with the file's name and the reason,
-    // when it cannot be read or does not begin as an image does.
-    explicit ImageReader(const std::string& filename);
-    ~ImageReader();
-    ImageReader(const ImageReader&) = delete;
-    ImageReader& operator=(const ImageReader&) = delete;
+    enum class Accept { Image, ContentPartToo };
 
-    const std::string& filename() const { return mFilename; }
-    uint64_t size() const { return mSize; } // of the file
-    const uint8_t* data() const { return mData; }
+    // Reads all headers, and all bodies of a file. Of an image on a web server only headers, the release text
+    // and the manifest are fetched.
+    explicit ImageReader(std::unique_ptr<ImageSource> source, Accept accept = Accept::Image);
+    explicit ImageReader(const std::string& filename) : ImageReader(openImage(filename)) {}
 
+    // For more of its bytes.
+    ImageSource& source() const { return *mSource; }
+    uint64_t size() const { return mSource->size(); }
+    const uint8_t* data() const { return mSource->data(); }
+
+    // False for a file that holds a single content part; it has no main header then.
+    bool isImage() const { return mIsImage; }
     const zemp_header_t& header() const { return mHeader; }
     bool isHeaderValid() const { return mIsHeaderValid; }
-    bool isBodyValid() const { return mIsBodyValid; } // all of the declared body is there and right
+    Verdict body() const { return mBody; } // all that the main header declares
+    bool isBodyValid() const { return mBody == Verdict::Good; }
     uint64_t bodyOffset() const { return uint64_t{ZempFormat::HeaderOffset} + mHeader.hdr_length; }
     uint64_t declaredSize() const { return bodyOffset() + mHeader.body_length; }
 
@@ -66,15 +79,15 @@ class ImageReader {
     const ImagePart* software(const std::string& name) const;
 
   private:
-    void readParts();
-    bool readPart(uint64_t offset, ImagePart& part) const;
+    void readImage();
+    bool readPart(uint64_t offset);
+    Verdict judge(uint64_t offset, uint32_t length, uint32_t crc, uint64_t loadedEnd) const;
 
-    const std::string mFilename;
-    uint64_t mSize = 0;
-    const uint8_t* mData = nullptr; // the mapping
+    const std::unique_ptr<ImageSource> mSource;
+    bool mIsImage = false;
     zemp_header_t mHeader{};
     bool mIsHeaderValid = false;
-    bool mIsBodyValid = false;
+    Verdict mBody = Verdict::Bad;
     std::vector<ImagePart> mParts;
 };
 

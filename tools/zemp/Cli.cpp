@@ -86,7 +86,7 @@ class CommandLine {
 
         CLI::App* const check =
             mApp.add_subcommand("check", "Find everything in an image that would hurt in the field");
-        check->add_option("IMAGE", mInput, "Image")->required()->check(cli::refuseEmpty);
+        check->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
         addOlder(check);
         addJson(check);
         check->footer("Example: zemp check release.zemp --against last.zemp\nExit status: 1 with errors, 0 "

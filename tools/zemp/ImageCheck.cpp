@@ -4,7 +4,6 @@
 #include "image/zemp_validate.h"
 #include "plan/UpdatePlan.h"
 #include "update/FileFragment.h"
-#include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
 #include "zemp/ReuseCheck.h"
 #include <algorithm>
@@ -15,6 +14,7 @@ namespace zemp {
 
 using imagefile::ImagePart;
 using imagefile::ImageReader;
+using imagefile::Verdict;
 
 namespace {
 
@@ -29,7 +29,8 @@ std::string number(uint64_t value) {
 
 class ImageCheck {
   public:
-    explicit ImageCheck(const std::string& file) : mFile(file), mImage(file) {}
+    explicit ImageCheck(const std::string& image)
+        : mImage(imagefile::openImage(image, [] { return interruptedBy() != 0; })) {}
 
     Findings run(const std::vector<std::string>& older) {
         checkMainHeader();
@@ -49,7 +50,7 @@ class ImageCheck {
             checkRelease(*release);
         if (const ImagePart* const manifest = mImage.manifest()) {
             checkStart(*manifest);
-            if (manifest->isBodyValid && manifest->header.hdr_length == ZempFormat::BlobBodyOffset)
+            if (manifest->isBodyValid() && manifest->header.hdr_length == ZempFormat::BlobBodyOffset)
                 checkManifest(mImage, *manifest, mFindings);
         }
         const Findings reused = findReusedVersions(mImage, older);
@@ -98,7 +99,7 @@ class ImageCheck {
             error("truncated", mImage.size(),
                   "the file has " + number(mImage.size()) + " of " + number(declared) + " bytes",
                   "requests for the missing bytes fail", "copy or build the image again");
-        else if (!mImage.isBodyValid())
+        else if (mImage.body() == Verdict::Bad)
             error("main-body", mImage.bodyOffset(), "the main body fails its CRC",
                   "the image is not what was built; the daemon notices only in the parts that it fetches",
                   "copy or build the image again");
@@ -119,9 +120,9 @@ class ImageCheck {
             error("part-size", part.offset, name + " takes " + number(part.size()) + " bytes",
                   "the daemon fetches no part beyond " + number(FileFragment::MaximumFileSize) + " bytes",
                   "make the part smaller");
-        if (!part.isComplete)
+        if (!part.isComplete())
             return; // the image is truncated
-        if (!part.isBodyValid)
+        if (part.body == Verdict::Bad)
             error("part-body", part.bodyOffset(), "the body of " + name + " fails its CRC",
                   "terminals that need it fetch it again and again, then give up", Rebuild);
         checkKind(part, name);
@@ -233,7 +234,7 @@ class ImageCheck {
     }
 
     void checkRelease(const ImagePart& release) {
-        if (!release.isBodyValid || release.header.hdr_length != ZempFormat::ReleaseBodyOffset)
+        if (!release.isBodyValid() || release.header.hdr_length != ZempFormat::ReleaseBodyOffset)
             return;
         const auto* const text = reinterpret_cast<const char*>(mImage.data() + release.bodyOffset());
         const uint32_t length = release.header.body_length;
@@ -270,9 +271,7 @@ class ImageCheck {
     }
 
     void rehearse() {
-        const std::unique_ptr<imagefile::ImageSource> source =
-            imagefile::openImage(mFile, [] { return interruptedBy() != 0; });
-        const plan::UpdatePlan plan = plan::makePlan(*source, "");
+        const plan::UpdatePlan plan = plan::makePlan(mImage.source(), "");
         if (plan.isReady)
             return;
         error("rehearsal", 0, "a terminal that has nothing installed does not get the update ready",
@@ -280,7 +279,6 @@ class ImageCheck {
               "see 'zemp plan' for what it does");
     }
 
-    const std::string mFile;
     const ImageReader mImage;
     uint64_t mLastSoftware = 0; // its offset; 0 without one
     Findings mFindings;
@@ -288,10 +286,8 @@ class ImageCheck {
 
 } // namespace
 
-Findings checkImage(const std::string& file, const std::vector<std::string>& older) {
-    if (imagefile::isUrl(file))
-        throw InputError(file + ": only a file can be checked; fetch it first");
-    return ImageCheck(file).run(older);
+Findings checkImage(const std::string& image, const std::vector<std::string>& older) {
+    return ImageCheck(image).run(older);
 }
 
 } // namespace zemp

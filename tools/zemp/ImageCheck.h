@@ -9,10 +9,11 @@
 
 namespace zemp {
 
-// All findings of an image file, in the order of the image, behind them those against the older images. When
-// there is no error among them, the daemon's own code has played a whole update of an empty terminal through
-// to its end. Throws std::runtime_error when the file cannot be read or is no image at all.
-Findings checkImage(const std::string& file, const std::vector<std::string>& older = {});
+// All findings of an image, a file or at a URL, in the order of the image, behind them those against the
+// older images; of a URL the bodies of software are not read. When there is no error among them, the daemon's
+// own code has played a whole update of an empty terminal through to its end. Throws std::runtime_error when
+// it cannot be read or is no image at all.
+Findings checkImage(const std::string& image, const std::vector<std::string>& older = {});
 
 // The part of it that concerns the manifest: its lines, and how they and the software parts go together.
 // `manifest` is a valid part of the image.

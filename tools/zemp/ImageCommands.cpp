@@ -27,8 +27,9 @@ constexpr uint64_t MaximumStartBytes = FileFragment::ZempStartSize + 1;
 constexpr uint64_t LargeImageBytes =
     16ULL * 1024 * 1024; // from here on it takes long enough to show progress
 
-std::unique_ptr<imagefile::ImageSource> open(const std::string& image) {
-    return imagefile::openImage(image, [] { return interruptedBy() != 0; });
+imagefile::ImageReader read(const std::string& image) {
+    return imagefile::ImageReader(imagefile::openImage(image, [] { return interruptedBy() != 0; }),
+                                  imagefile::ImageReader::Accept::ContentPartToo);
 }
 
 // Percents on the terminal, each once; the line is cleared at the end.
@@ -128,18 +129,18 @@ int buildImage(const std::string& description, const std::string& image,
 }
 
 int showListing(const std::string& image, bool json, const Console& console) {
-    const auto source = open(image);
-    const ImageListing listing = listImage(*source);
-    const bool isStart = listing.isIncomplete && source->size() <= MaximumStartBytes;
+    const imagefile::ImageReader reader = read(image);
+    const ImageListing listing = listImage(reader);
+    const bool isStart = listing.isIncomplete && reader.size() <= MaximumStartBytes;
     if (json) {
         nlohmann::json result = toJson(listing);
         result["image"] = image;
-        result["bytes"] = source->size();
+        result["bytes"] = reader.size();
         printJson(result, console.out);
     } else {
         printListing(listing, console.out);
         if (isStart)
-            console.out << "\nonly the start: " << source->size() << " bytes\n";
+            console.out << "\nonly the start: " << reader.size() << " bytes\n";
 #ifdef FW_SEAL
         console.out << describeSeal(image);
 #endif
@@ -151,15 +152,15 @@ int showListing(const std::string& image, bool json, const Console& console) {
 
 int extractPart(const std::string& image, const std::string& part, const std::string& output,
                 const Console& console) {
-    const auto source = open(image);
-    const ImageListing listing = listImage(*source);
+    const imagefile::ImageReader reader = read(image);
+    const ImageListing listing = listImage(reader);
     const ListedPart& row = findPart(listing, image, part);
     const std::string name =
         image + ": the body of '" + row.name + "' at offset " + std::to_string(row.offset);
-    if (row.bodyOffset > source->size() || row.bodySize > source->size() - row.bodyOffset)
+    if (row.body == imagefile::Verdict::Incomplete)
         throw InputError(name + " is incomplete");
-    source->load(row.bodyOffset, row.bodySize);
-    const uint8_t* const body = source->data() + row.bodyOffset;
+    reader.source().load(row.bodyOffset, row.bodySize);
+    const uint8_t* const body = reader.data() + row.bodyOffset;
     if (crc32_calc(0, body, row.bodySize) != row.bodyCrc)
         throw InputError(name + " is damaged");
     const auto* const bytes = reinterpret_cast<const char*>(body);
@@ -183,7 +184,11 @@ int showFindings(const std::string& image, const std::vector<std::string>& older
         nlohmann::json rows = nlohmann::json::array();
         for (const Finding& finding : findings)
             rows.push_back(toJson(finding));
-        printJson({{"image", image}, {"errors", errors}, {"warnings", warnings}, {"findings", rows}},
+        printJson({{"image", image},
+                   {"errors", errors},
+                   {"warnings", warnings},
+                   {"findings", rows},
+                   {"bodiesRead", !imagefile::isUrl(image)}},
                   console.out);
     } else {
         for (const Finding& finding : findings)
@@ -194,7 +199,7 @@ int showFindings(const std::string& image, const std::vector<std::string>& older
         console.out << image << ": "
                     << (findings.empty() ? "good"
                                          : counted(errors, "error") + ", " + counted(warnings, "warning"))
-                    << '\n';
+                    << (imagefile::isUrl(image) ? "; the bodies of software were not read\n" : "\n");
 #ifdef FW_SEAL
         console.out << describeSeal(image);
 #endif

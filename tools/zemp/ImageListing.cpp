@@ -1,203 +1,129 @@
 #include "zemp/ImageListing.h"
 
 #include "image/ZempParser.h"
-#include "image/zemp_validate.h"
 #include "zemp/Table.h"
 #include <algorithm>
-#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 namespace zemp {
 
+using imagefile::ImagePart;
+using imagefile::ImageReader;
+using imagefile::Verdict;
+
 namespace {
 
-// What is fetched of a part on a web server, and the longest text there that is fetched to be checked.
-constexpr uint64_t HeadBytes = 512;
-constexpr uint64_t MaximumTextBytes = uint64_t{1024} * 1024;
-
-uint32_t clamp32(uint64_t size) {
-    return static_cast<uint32_t>(std::min<uint64_t>(size, std::numeric_limits<uint32_t>::max()));
+std::string typeOf(const ImagePart& part) {
+    const std::unique_ptr<ZempPart> known(ZempPart::createZempPart(&part.header));
+    if (part.isManifest())
+        return ZempPart::getString(ZempPart::SuumBlob);
+    if (!known || part.isType(ZempFormat::BlobType))
+        return "content type " + std::to_string(part.header.type);
+    return ZempPart::getString(known->getPartType());
 }
 
-// Walks one file, from part to part.
-class Lister {
-  public:
-    explicit Lister(imagefile::ImageSource& image)
-        : mImage(image), mData(image.data()), mSize(image.size()) {}
+ListedPart describe(const ImageReader& image, const ImagePart& part) {
+    ListedPart row;
+    row.offset = part.offset;
+    row.size = part.size();
+    row.type = typeOf(part);
+    row.name = part.name();
+    row.buildId = part.label;
+    if (part.isVersionKnown)
+        row.version = imagefile::versionText(part.version);
+    else if (part.isManifest() && image.release() != nullptr)
+        row.version = imagefile::versionText(image.release()->version);
+    row.body = part.body;
+    row.bodyOffset = part.bodyOffset();
+    row.bodySize = part.header.body_length;
+    row.bodyCrc = part.header.body_crc;
+    return row;
+}
 
-    ImageListing run() {
-        mImage.load(0, HeadBytes);
-        if (mSize == 0)
-            mListing.problem = "is empty";
-        else if (mParser.parseZempFileStart(mData, clamp32(mSize)) == 0)
-            listSinglePart();
-        else
-            listImageFile();
-        return std::move(mListing);
+ListedPart describeMain(const ImageReader& image) {
+    ListedPart row;
+    row.offset = ZempFormat::HeaderOffset;
+    row.size = image.header().hdr_length;
+    row.type = ZempPart::getString(ZempPart::ZempHeader);
+    if (image.release() != nullptr) // it takes the version of the release
+        row.version = imagefile::versionText(image.release()->version);
+    row.body = image.body();
+    row.bodyOffset = image.bodyOffset();
+    row.bodySize = image.header().body_length;
+    row.bodyCrc = image.header().body_crc;
+    return row;
+}
+
+std::vector<ListedElement> describeManifest(const ImageReader& image, const ImagePart& manifest) {
+    const uint64_t size = std::min(manifest.size(), image.size() - manifest.offset);
+    const std::unique_ptr<ZempPart> part(
+        ZempParser().parseContentPart(image.data() + manifest.offset, static_cast<uint32_t>(size)));
+    const auto* const suum = dynamic_cast<SuumBlob*>(part.get());
+    std::vector<ListedElement> elements;
+    for (uint32_t i = 0; suum != nullptr && i < suum->getNumberOfElements(); ++i) {
+        const SuumBlob::Element& element = *suum->getElementAt(i);
+        elements.push_back(
+            {element.getContentIndex(), element.getPoolname(), element.getPlatform(),
+             imagefile::versionText({element.getMajor(), element.getMinor(), element.getBuild()}),
+             element.getMountPoint()});
     }
+    return elements;
+}
 
-  private:
-    void report(const std::string& problem, bool isIncomplete = false) {
-        if (!mListing.problem.empty())
-            return;
-        mListing.problem = problem;
-        mListing.isIncomplete = isIncomplete;
+// Whether the file ends within the header of the next part.
+bool isHeaderCut(const ImageReader& image) {
+    const uint64_t at = image.partsEnd();
+    const uint64_t rest = image.size() - at;
+    return rest < ZempFormat::ContentHeaderSize ||
+           reinterpret_cast<const zemp_content_header_t*>(image.data() + at)->hdr_length > rest;
+}
+
+// What is damaged first in the parts; empty if nothing is.
+std::string damageOf(const ImageReader& image) {
+    for (const ImagePart& part : image.parts())
+        if (part.body == Verdict::Bad)
+            return "has a damaged body in part '" + part.name() + "' at offset " +
+                   std::to_string(part.offset);
+    return "";
+}
+
+void findProblem(const ImageReader& image, ImageListing& listing) {
+    const auto bytesBehind = [&](uint64_t end, const char* what) {
+        return "has " + std::to_string(image.size() - end) + " bytes behind the " + what;
+    };
+    listing.problem = damageOf(image);
+    if (!image.isImage()) {
+        const ImagePart& part = image.parts().front();
+        listing.isIncomplete = part.body == Verdict::Incomplete;
+        if (listing.isIncomplete)
+            listing.problem =
+                "ends within part '" + part.name() + "' at offset " + std::to_string(part.offset);
+        else if (listing.problem.empty() && part.size() < image.size())
+            listing.problem = bytesBehind(part.size(), "content part");
+        return;
     }
-
-    void listSinglePart() {
-        if (mParser.parseContentHeader(mData, clamp32(mSize)) == nullptr) {
-            report("is neither an image nor a content part");
-            return;
-        }
-        const uint64_t end = listPart(0, mSize);
-        if (end < mSize)
-            report("has " + std::to_string(mSize - end) + " bytes behind the content part");
+    if (!image.isHeaderValid()) {
+        listing.problem = "has no valid main header at offset " + std::to_string(ZempFormat::HeaderOffset);
+        return;
     }
-
-    void listImageFile() {
-        const uint64_t start = ZempFormat::HeaderOffset;
-        const std::unique_ptr<ZempHeaderPart> part(
-            mParser.parseZempHeader(mData + start, clamp32(mSize - start)));
-        if (!part) {
-            report("has no valid main header at offset " + std::to_string(start));
-            return;
-        }
-        const zemp_header_t& header = *part->getZempHeader();
-        const uint64_t body = start + header.hdr_length;
-        const uint64_t end = body + header.body_length;
-        ListedPart row;
-        row.offset = start;
-        row.size = header.hdr_length;
-        row.type = ZempPart::getString(part->getPartType());
-        judgeBody(row, body, header.body_length, header.body_crc);
-        mListing.parts.push_back(row);
-
-        mIsCut = mSize < end;
-        listParts(body, std::min(end, mSize));
-        if (mIsCut && (mListing.problem.empty() || mListing.isIncomplete)) {
-            mListing.problem =
-                "is incomplete: " + std::to_string(mSize) + " of " + std::to_string(end) + " bytes";
-            mListing.isIncomplete = true;
-        } else if (row.body == Verdict::Bad) {
-            report("fails the check of the main body CRC");
-        } else if (mSize > end) {
-            report("has " + std::to_string(mSize - end) + " bytes behind the image");
-        }
+    const uint64_t end = image.declaredSize();
+    const bool isCut = image.size() < end;
+    const bool isGap = image.partsEnd() < std::min(end, image.size()) && !(isCut && isHeaderCut(image));
+    if (!listing.problem.empty())
+        return;
+    if (isGap) {
+        listing.problem = "has no valid content part at offset " + std::to_string(image.partsEnd());
+    } else if (isCut) {
+        listing.problem =
+            "is incomplete: " + std::to_string(image.size()) + " of " + std::to_string(end) + " bytes";
+        listing.isIncomplete = true;
+    } else if (image.body() == Verdict::Bad) {
+        listing.problem = "fails the check of the main body CRC";
+    } else if (image.size() > end) {
+        listing.problem = bytesBehind(end, "image");
     }
-
-    void listParts(uint64_t at, uint64_t end) {
-        while (at < end) {
-            const uint64_t rest = end - at;
-            loadHeader(at);
-            if (mParser.parseContentHeader(mData + at, clamp32(rest)) == nullptr) {
-                if (!mIsCut || !isCutHeader(at, rest))
-                    report("has no valid content part at offset " + std::to_string(at));
-                return;
-            }
-            at = listPart(at, end);
-        }
-    }
-
-    void loadHeader(uint64_t at) {
-        mImage.load(at, ZempFormat::ContentHeaderSize);
-        if (mSize - at >= ZempFormat::ContentHeaderSize)
-            mImage.load(at, reinterpret_cast<const zemp_content_header_t*>(mData + at)->hdr_length);
-    }
-
-    // Whether the file ends before the content header at `at` does.
-    bool isCutHeader(uint64_t at, uint64_t rest) const {
-        if (rest < ZempFormat::ContentHeaderSize)
-            return true;
-        return reinterpret_cast<const zemp_content_header_t*>(mData + at)->hdr_length > rest;
-    }
-
-    // Adds the part with a valid header at `at`; where the next one begins.
-    uint64_t listPart(uint64_t at, uint64_t end) {
-        const auto& header = *reinterpret_cast<const zemp_content_header_t*>(mData + at);
-        ListedPart row;
-        row.offset = at;
-        row.size = uint64_t{header.hdr_length} + header.body_length + ZempFormat::padding(header.body_length);
-        row.name = ZempFormat::text(header.name);
-        uint64_t readable = end - at;
-        if (!mImage.isLocal()) {
-            const bool isText = header.type != ZempFormat::SwBlobType && row.size <= MaximumTextBytes;
-            readable =
-                std::min(readable, isText ? row.size : std::max<uint64_t>(HeadBytes, header.hdr_length));
-            mImage.load(at, readable);
-        }
-        judgeBody(row, at + header.hdr_length, header.body_length, header.body_crc);
-        const std::unique_ptr<ZempPart> part(mParser.parseContentPart(mData + at, clamp32(readable)));
-        if (part)
-            describe(*part, row);
-        else
-            row.type = "content type " + std::to_string(header.type);
-        mListing.parts.push_back(row);
-        const std::string where = "part '" + row.name + "' at offset " + std::to_string(at);
-        if (row.body == Verdict::Bad)
-            report("has a damaged body in " + where);
-        else if (row.body == Verdict::Incomplete)
-            report("ends within " + where, true);
-        return at + row.size;
-    }
-
-    void judgeBody(ListedPart& row, uint64_t at, uint32_t length, uint32_t crc) const {
-        row.bodyOffset = at;
-        row.bodySize = length;
-        row.bodyCrc = crc;
-        if (at > mSize || length > mSize - at)
-            row.body = Verdict::Incomplete;
-        else if (!isLoaded(row, at, length))
-            row.body = Verdict::NotRead;
-        else
-            row.body = crc32_calc(0, mData + at, length) == crc ? Verdict::Good : Verdict::Bad;
-    }
-
-    // Of a part on a web server: whether it was fetched with its header, or as a text.
-    bool isLoaded(const ListedPart& row, uint64_t at, uint32_t length) const {
-        if (mImage.isLocal() || at + length <= row.offset + HeadBytes)
-            return true;
-        const auto* const header = reinterpret_cast<const zemp_content_header_t*>(mData + row.offset);
-        return row.offset != ZempFormat::HeaderOffset && header->type != ZempFormat::SwBlobType &&
-               row.size <= MaximumTextBytes;
-    }
-
-    void describe(ZempPart& part, ListedPart& row) {
-        row.type = ZempPart::getString(part.getPartType());
-        if (auto* release = dynamic_cast<ReleaseHeaderPart*>(&part)) {
-            row.buildId = ZempFormat::text(release->getReleaseHeader()->name);
-            mVersion = release->getPartVersion();
-            if (mListing.parts.size() == 1) // the main header takes the version of the release
-                mListing.parts[0].version = mVersion;
-        } else if (auto* suum = dynamic_cast<SuumBlob*>(&part)) {
-            suum->setPartVersion(mVersion);
-            describeManifest(*suum);
-        } else if (auto* blob = dynamic_cast<SwBlob*>(&part)) {
-            if (!blob->isExtendedHeaderValid())
-                return;
-            row.buildId = ZempFormat::text(blob->getExtendedHeader()->build_id);
-        }
-        row.version = part.getPartVersion();
-    }
-
-    void describeManifest(const SuumBlob& suum) {
-        for (uint32_t i = 0; i < suum.getNumberOfElements(); ++i) {
-            const SuumBlob::Element& element = *suum.getElementAt(i);
-            mListing.manifest.push_back(
-                {element.getContentIndex(), element.getPoolname(), element.getPlatform(),
-                 ZempPart::getVersionString(element.getMajor(), element.getMinor(), element.getBuild()),
-                 element.getMountPoint()});
-        }
-    }
-
-    imagefile::ImageSource& mImage;
-    const uint8_t* const mData;
-    const uint64_t mSize;
-    const ZempParser mParser;
-    bool mIsCut = false;  // the file ends before the image does
-    std::string mVersion; // of the release, once known
-    ImageListing mListing;
-};
+}
 
 } // namespace
 
@@ -215,8 +141,16 @@ const char* getText(Verdict verdict) {
     return "";
 }
 
-ImageListing listImage(imagefile::ImageSource& image) {
-    return Lister(image).run();
+ImageListing listImage(const ImageReader& image) {
+    ImageListing listing;
+    if (image.isHeaderValid())
+        listing.parts.push_back(describeMain(image));
+    for (const ImagePart& part : image.parts())
+        listing.parts.push_back(describe(image, part));
+    if (image.manifest() != nullptr)
+        listing.manifest = describeManifest(image, *image.manifest());
+    findProblem(image, listing);
+    return listing;
 }
 
 void printListing(const ImageListing& listing, std::ostream& out) {

@@ -1,9 +1,9 @@
-// What an image, an image start or a content part file holds: a row for the main header and for every part,
-// read with the daemon's own parser. No row stops at a bad body: the next part is looked for behind it.
+// What an image, an image start or a content part file holds, as rows: one for the main header and one for
+// every part.
 #ifndef ZEMP_IMAGELISTING_H
 #define ZEMP_IMAGELISTING_H
 
-#include "imagefile/ImageSource.h"
+#include "imagefile/ImageReader.h"
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <ostream>
@@ -12,10 +12,8 @@
 
 namespace zemp {
 
-enum class Verdict { Good, Bad, Incomplete, NotRead };
-
 // "ok", "BAD", "incomplete" or "not read".
-const char* getText(Verdict verdict);
+const char* getText(imagefile::Verdict verdict);
 
 struct ListedPart {
     uint64_t offset = 0; // in the file
@@ -24,7 +22,7 @@ struct ListedPart {
     std::string name;
     std::string version; // empty if it has none
     std::string buildId; // of a software blob; of a release header its name
-    Verdict body = Verdict::Good;
+    imagefile::Verdict body = imagefile::Verdict::Good;
     uint64_t bodyOffset = 0; // in the file
     uint32_t bodySize = 0;   // as the header tells
     uint32_t bodyCrc = 0;    // likewise
@@ -45,10 +43,8 @@ struct ImageListing {
     bool isIncomplete = false; // nothing is damaged, but the end is missing
 };
 
-// Lists bytes that are an image if they begin as one, else a content part. Of an image on a web server only
-// headers, the release text and the manifest are fetched; other bodies are not read. The log stream gets what
-// the parser has to say.
-ImageListing listImage(imagefile::ImageSource& image);
+// The log stream gets what the daemon's parser has to say about the manifest.
+ImageListing listImage(const imagefile::ImageReader& image);
 
 // Prints the parts, and the manifest if there is one, as tables.
 void printListing(const ImageListing& listing, std::ostream& out);

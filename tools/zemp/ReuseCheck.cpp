@@ -20,8 +20,10 @@ std::string nameOf(const ImagePart& part) {
 
 bool isEqual(const ImageReader& a, const ImagePart& partA, const ImageReader& b, const ImagePart& partB) {
     const uint64_t size = uint64_t{partA.header.hdr_length} + partA.header.body_length;
-    return size == uint64_t{partB.header.hdr_length} + partB.header.body_length &&
-           memcmp(a.data() + partA.offset, b.data() + partB.offset, static_cast<size_t>(size)) == 0;
+    if (size != uint64_t{partB.header.hdr_length} + partB.header.body_length)
+        return false;
+    a.source().load(partA.offset, size);
+    return memcmp(a.data() + partA.offset, b.data() + partB.offset, static_cast<size_t>(size)) == 0;
 }
 
 std::unique_ptr<ImageReader> openOlder(const std::string& file) {
@@ -38,7 +40,7 @@ std::unique_ptr<ImageReader> openOlder(const std::string& file) {
 Findings findReusedVersions(const ImageReader& image, const std::vector<std::string>& older) {
     std::multimap<std::string, const ImagePart*> parts;
     for (const ImagePart& part : image.parts())
-        if (part.isType(ZempFormat::SwBlobType) && part.isComplete)
+        if (part.isType(ZempFormat::SwBlobType) && part.isComplete())
             parts.emplace(nameOf(part), &part);
     Findings findings;
     for (const std::string& file : older) {
@@ -46,7 +48,7 @@ Findings findReusedVersions(const ImageReader& image, const std::vector<std::str
         const ImagePart* const release = old->release();
         const std::string where = release != nullptr ? imagefile::versionText(release->version) : file;
         for (const ImagePart& oldPart : old->parts()) {
-            if (!oldPart.isType(ZempFormat::SwBlobType) || !oldPart.isComplete)
+            if (!oldPart.isType(ZempFormat::SwBlobType) || !oldPart.isComplete())
                 continue;
             const auto [first, last] = parts.equal_range(nameOf(oldPart));
             for (auto part = first; part != last; ++part)

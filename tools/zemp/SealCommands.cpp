@@ -32,9 +32,9 @@ std::string unsoundnessOf(const imagefile::ImageReader& image) {
     if (!image.isHeaderValid())
         return "the main header is damaged";
     for (const imagefile::ImagePart& part : image.parts())
-        if (!part.isBodyValid)
+        if (!part.isBodyValid())
             return "the body of '" + part.name() + "' at offset " + std::to_string(part.offset) +
-                   (part.isComplete ? " is damaged" : " is incomplete");
+                   (part.isComplete() ? " is damaged" : " is incomplete");
     if (image.partsEnd() != image.size() || !image.isBodyValid())
         return "no sound part at offset " + std::to_string(image.partsEnd());
     const auto& parts = image.parts();

@@ -276,8 +276,7 @@ std::string Terminal::checkReadyImage() const {
     for (auto image = images.first; image != images.second && !wrong.empty(); ++image) {
         const imagefile::ImageReader source(
             mDirectory.write("source.zemp", std::string(image->second.begin(), image->second.end())));
-        const plan::UpdatePlan plan =
-            plan::makePlan(*imagefile::openImage(source.filename()), mRecord.secondary);
+        const plan::UpdatePlan plan = plan::makePlan(source.source(), mRecord.secondary);
         wrong = "";
         for (const std::string& fault :
              lab::judgeImage(config.ready, source, lab::matchParts(plan, source)).faults) {
