@@ -6,6 +6,7 @@
 #include "SqliteStatement.h"
 #include "vex/CBusConnection.h"
 #include "vex/kq.h"
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -180,6 +181,15 @@ bool ConfigDatabaseConnection::open() {
         return true;
     mImpl->isWanted = false;
     return false;
+}
+
+bool ConfigDatabaseConnection::openExisting() {
+    const std::string path = configDatabasePath();
+    if (access(path.c_str(), F_OK) == 0)
+        return open();
+    const std::string error = strerror(errno);
+    disconnect();
+    return mImpl->fail("cannot open the configuration database " + path, error);
 }
 
 bool ConfigDatabaseConnection::connected() const {

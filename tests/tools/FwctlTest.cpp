@@ -50,6 +50,7 @@ TEST_F(Fwctl, RefusesWhatIsNoVersionOrNoUrlAndWritesNothing) {
         EXPECT_EQ(output.text.rfind("fwctl: ", 0), 0U) << output.text;
         EXPECT_EQ(output.text.find("hush"), std::string::npos);
     }
+    EXPECT_THAT(fwctl("pending").text, HasSubstr("No such file or directory"));
     EXPECT_FALSE(std::filesystem::exists(mPlatform.database()));
 }
 

@@ -72,7 +72,7 @@ int orderDisabled(bool disabled) {
 int showPending() {
     ConfigDatabaseConnection& database = *ConfigDatabaseConnection::getInstance();
     std::string path;
-    if (!database.open() ||
+    if (!database.openExisting() ||
         (!read(database, ConfigKey::ReadyForInstall, path) && !database.lastError().empty()))
         return complain(sFailed, database.lastError());
     if (path.empty())

@@ -9,12 +9,21 @@ using common::ConfigDatabaseRecord;
 
 namespace {
 
-// Opens the database, does `action`, closes it. What the action returns is the exit status.
-int withDatabase(const std::function<int(ConfigDatabaseConnection&)>& action) {
+// Does `action` if the database has been opened, and closes it. What the action returns is the exit status.
+int withDatabase(bool isOpen, const std::function<int(ConfigDatabaseConnection&)>& action) {
     ConfigDatabaseConnection& database = *ConfigDatabaseConnection::getInstance();
-    const int status = database.open() ? action(database) : complain(sFailed, database.lastError());
+    const int status = isOpen ? action(database) : complain(sFailed, database.lastError());
     database.disconnect();
     return status;
+}
+
+int withNewDatabase(const std::function<int(ConfigDatabaseConnection&)>& action) {
+    return withDatabase(ConfigDatabaseConnection::getInstance()->open(), action);
+}
+
+// Looking at a database never makes one.
+int withExistingDatabase(const std::function<int(ConfigDatabaseConnection&)>& action) {
+    return withDatabase(ConfigDatabaseConnection::getInstance()->openExisting(), action);
 }
 
 // The value of the first record of `key`; false, with the reason in the database, when there is none.
@@ -36,7 +45,7 @@ int finishOutput() {
 } // namespace
 
 int configGet(const std::string& key) {
-    return withDatabase([&](ConfigDatabaseConnection& database) {
+    return withExistingDatabase([&](ConfigDatabaseConnection& database) {
         std::string value;
         if (readValue(database, key, value)) {
             std::cout << value << '\n';
@@ -56,7 +65,7 @@ int configSet(const std::vector<std::string>& keysAndValues) {
             return complain(sWrongUse, "config set: a key is empty");
         values.emplace_back(keysAndValues[i], keysAndValues[i + 1]);
     }
-    return withDatabase([&](ConfigDatabaseConnection& database) {
+    return withNewDatabase([&](ConfigDatabaseConnection& database) {
         return database.writeStrings(values) ? sDone : complain(sFailed, database.lastError());
     });
 }
@@ -64,7 +73,7 @@ int configSet(const std::vector<std::string>& keysAndValues) {
 int configErase(const std::vector<std::string>& keys) {
     if (keys.empty())
         return complain(sWrongUse, "config erase: give KEY ...");
-    return withDatabase([&](ConfigDatabaseConnection& database) {
+    return withNewDatabase([&](ConfigDatabaseConnection& database) {
         for (const std::string& key : keys)
             if (!database.erase(key.c_str()))
                 return complain(sFailed, database.lastError());
@@ -73,7 +82,7 @@ int configErase(const std::vector<std::string>& keys) {
 }
 
 int configList(const std::string& prefix) {
-    return withDatabase([&](ConfigDatabaseConnection& database) {
+    return withExistingDatabase([&](ConfigDatabaseConnection& database) {
         std::vector<std::string> keys;
         if (!database.list(prefix.c_str(), keys))
             return complain(sFailed, database.lastError());

@@ -40,6 +40,9 @@ class VEX_PUBLIC ConfigDatabaseConnection {
     // The same without a bus, for tools.
     [[nodiscard]] bool open();
 
+    // The same for whoever only reads: a database that is absent is a failure, and is not made.
+    [[nodiscard]] bool openExisting();
+
     bool connected() const;
     void disconnect();
 
