@@ -35,21 +35,21 @@ text = "Release {version}\\n"
 [[manifest.line]]
 index = 2
 pool = "kernel"
-version = "1.2.3"
+version = "2.{of_parts}"
 [[manifest.line]]
 index = 4
 pool = "root"
-version = "{root_version}"
+version = "3.{of_parts}"
 mountpoint = "/"
 filesystem = "ext4"
 [[part]]
 name = "kernel"
-version = "1.2.3"
+version = "2.{of_parts}"
 build-id = "kernel-build"
 file = "kernel.bin"
 [[part]]
 name = "root"
-version = "{root_version}"
+version = "3.{of_parts}"
 build-id = "root-build"
 file = "root.bin"
 """
@@ -61,14 +61,15 @@ def body(path, size):
         file.write(random.Random(os.path.basename(path)).randbytes(size))
 
 
-def make_image(path, size, version="1.5.7", root_version="3.0.1"):
-    """An image with about so many bytes of bodies, all of which the terminal needs: a kernel and a root."""
+def make_image(path, size, version="1.5.7"):
+    """An image with about so many bytes of bodies, all of which the terminal needs: a kernel and a root, whose versions
+    follow from the image's."""
     directory = os.path.dirname(path)
     body(f"{directory}/kernel.bin", size * 3 // 10)
     body(f"{directory}/root.bin", size * 7 // 10)
     description = f"{path}.toml"
     with open(description, "w") as file:
-        file.write(IMAGE.format(version=version, root_version=root_version))
+        file.write(IMAGE.format(version=version, of_parts=version.partition(".")[2]))
     run(ZEMP, "build", description, "-o", path, capture_output=True)
     os.remove(f"{directory}/kernel.bin")
     os.remove(f"{directory}/root.bin")

@@ -29,7 +29,7 @@ class Night:
         self.sources = []
         for version in VERSIONS:
             self.sources.append(f"{desk.served}/{version}.zemp")
-            images.make_image(self.sources[-1], options.mb * 1000000, version, version.replace("1", "3", 1))
+            images.make_image(self.sources[-1], options.mb * 1000000, version)
 
     def wants(self, number):
         """An operator configures an update; the one before is installed by then."""
