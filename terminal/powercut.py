@@ -97,6 +97,8 @@ class Cuts:
             terminal.do("fw_download -h >/dev/null; vexctl --help >/dev/null; e2fsck -V 2>/dev/null; grep -q . /proc/mounts; "
                         "for device in /sys/bus/pci/devices/*; do [ $(cat $device/class) != 0x080501 ] || "
                         "echo 1 >$device/remove; done; sync")
+            # A few MB would be enough for the kernel of so small a machine to write all of it early.
+            terminal.do("echo 60 >/proc/sys/vm/dirty_background_ratio; echo 80 >/proc/sys/vm/dirty_ratio")
             terminal.write_photograph(self.photograph)
         say(f"photographed after {time.monotonic() - begin:.0f} s, {os.path.getsize(self.photograph) >> 20} MiB")
 
