@@ -108,7 +108,8 @@ class Cuts:
         """Not cut: the moments of the cuts depend on how long it takes here."""
         self.fresh_card(trouble)
         ready, _, wrong = self.go_on(trouble, True)
-        wrong = wrong or self.judge(ready)[2]
+        if not self.options.control:  # which may find its fault here
+            wrong = wrong or self.judge(ready)[2]
         if wrong:
             raise MachineError(f"without a cut: {wrong}")
         say(f"an update takes {self.whole[0]:.1f} s")
