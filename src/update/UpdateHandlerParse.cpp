@@ -4,7 +4,6 @@
 #include "image/ZempParser.h"
 #include "installed/SuuInfo.h"
 #include "update/UpdateHandler.h"
-#include <algorithm>
 #include <iomanip>
 
 namespace {
@@ -195,10 +194,7 @@ bool UpdateHandler::changeToVersionedFilename(const std::string& filename, ZempP
 // is not in use, and nothing good in it would be lost.
 bool UpdateHandler::mayReplace(const FileFragment* holder, const FileFragment* fragment) const {
     const std::string name = holder->getFilename();
-    const auto deletes = mRequests.list<FileDeleteRequest>(FwWorkItem::FileDeleteRequest);
-    if (isFileFragmentInUse(holder) ||
-        std::any_of(deletes.begin(), deletes.end(),
-                    [&name](const auto* request) { return request->getFilename() == name; }))
+    if (isFileFragmentInUse(holder) || isFileDeleteRequested(name))
         return false;
     std::map<std::string, const ZempPart*> newParts;
     for (const ParseFileRequest* request : mRequests.list<ParseFileRequest>(FwWorkItem::ParseFileRequest)) {
