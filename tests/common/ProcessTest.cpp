@@ -97,8 +97,9 @@ TEST(ProcDaemon, RunsInASessionOfItsOwnAlsoWithoutStandardInput) {
     const int saved = fcntl(STDIN_FILENO, F_DUPFD, 10);
     for (const bool closed : {false, true}) {
         const std::string file = scratch.file(closed ? "closed" : "open");
-        const std::string command =
-            "sh -c 'cut -d\" \" -f1,4,6 /proc/$$/stat >" + file + ".t; mv " + file + ".t " + file + "'";
+        std::string command = "sh -c 'cut -d\" \" -f1,4,6 /proc/$$/stat >F.t; mv F.t F'";
+        for (size_t at = 0; (at = command.find('F', at)) != std::string::npos; at += file.size())
+            command.replace(at, 1, file);
         if (closed)
             close(STDIN_FILENO);
         const long before = openDescriptors();
