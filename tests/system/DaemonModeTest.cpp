@@ -73,6 +73,22 @@ TEST(DaemonMode, RecordsItsPidLogsToTheSystemLogAndEndsOnSigterm) {
     EXPECT_NE(log.find(": FwDownloadDaemon::run() Bye bye."), "");
 }
 
+TEST(DaemonMode, CanUpdateAsFwctlFindsUntilItsDiskIsFull) {
+    SoakTerminal terminal;
+    Life life;
+    life.isInBackground = true;
+    terminal.start(life);
+    ASSERT_TRUE(eventually([&] { return terminal.takesSignals(); }));
+    support::ShellOutput checked;
+    EXPECT_TRUE(eventually([&] { return (checked = terminal.check()).status == 0; })) << checked.text;
+    terminal.lab().terminal().useSmallDisk("/data/fw", 20000);
+    checked = terminal.check();
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_EQ(countIn(checked.text, "WRONG"), 1U) << checked.text;
+    EXPECT_EQ(countIn(checked.text, "space          WRONG: /data/fw has 20480 bytes, the update needs "), 1U);
+    EXPECT_EQ(terminal.stop(SIGTERM), "");
+}
+
 TEST(DaemonMode, StartsWithoutStandardDescriptorsAndEndsOnSighup) {
     SoakTerminal terminal;
     Life life;

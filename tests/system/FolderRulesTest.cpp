@@ -41,6 +41,9 @@ const Rule Rules[] = {
     // Plans updates with the daemon's own decisions.
     {"tools/plan",
      {"common", "image", "installed", "workitems", "update", Settings, "imagefile", "hostconfig"}},
+    {"tools/fwcheck",
+     {"vex", "common", "image", "installed", "workers/ConfigNames.h", Fragment, Settings, "imagefile", "plan",
+      "fwctl"}},
     {"tools/fwctl", {"vex", "cli", "workers/ConfigNames.h"}},
     {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
     {"lab", {"vex", "cli", "hostconfig", "imagefile", "plan"}},

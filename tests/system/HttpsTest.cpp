@@ -4,7 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -50,10 +50,12 @@ class Https : public testing::Test {
     void trustAuthority() { mTerminal.lab().terminal().bind({mWeb + "authority.pem", SystemBundle}); }
 
     // The stop may come while certificates are read, since it is tried again and again.
-    void expectRefused() {
+    void expectRefused(const std::string& reason) {
         ASSERT_TRUE(eventually([&] { return mTerminal.hasLogged(", 60) Permanent."); })) << mTerminal.log();
         EXPECT_EQ(mTerminal.lab().fetchedBytes(), 0U);
         EXPECT_EQ(mTerminal.lab().config()->readyForInstall(), "");
+        EXPECT_THAT(mTerminal.check().text, testing::HasSubstr("server         WRONG: SSL"));
+        EXPECT_THAT(mTerminal.check().text, testing::HasSubstr(reason));
         EXPECT_EQ(mTerminal.stop(SIGTERM), "");
     }
 
@@ -73,13 +75,13 @@ TEST_F(Https, UpdatesFromAServerThatTheAuthorityVouchesFor) {
 
 TEST_F(Https, RefusesAnAuthorityThatTheSystemDoesNotKnow) {
     updateFrom("IP:127.0.0.1");
-    expectRefused();
+    expectRefused("issuer certificate: see the server's certificate, the authorities");
 }
 
 TEST_F(Https, RefusesACertificateForAnotherName) {
     trustAuthority();
     updateFrom("DNS:updates.example.org");
-    expectRefused();
+    expectRefused("name");
 }
 
 } // namespace

@@ -15,7 +15,8 @@ namespace {
 
 constexpr const char* ReadyKey = "cfg.fw_ready_for_install";
 constexpr const char* LibraryPath = "/lab/killpoint.so"; // in the terminal
-constexpr const char* OperationsName = "operations";     // in its /tmp
+constexpr const char* ToolsPath = "/lab/tools";
+constexpr const char* OperationsName = "operations"; // in its /tmp
 
 } // namespace
 
@@ -39,6 +40,7 @@ SoakTerminal::SoakTerminal(double timeScale, unsigned speed, const std::string& 
     options.speed = speed;
     mLab = std::make_unique<lab::Lab>(options, mWork);
     mLab->terminal().bind({FW_KILLPOINT_LIBRARY, LibraryPath});
+    mLab->terminal().bind({fs::path(lab::Programs::find().daemon).parent_path(), ToolsPath});
     mLab->startServices();
     mLab->configure();
 }
@@ -89,6 +91,17 @@ bool SoakTerminal::takesSignals() const {
     // In the background once the process that was started has ended; until then it is stopped as well.
     return hasLogged("ConfigDbMonitor::") || (!readText(mWork.run() + "/fw_download.pid").empty() &&
                                               mDaemon->findProcesses("fw_download").size() == 1);
+}
+
+support::ShellOutput SoakTerminal::check() const {
+    const std::string output = mWork.file("check.log");
+    fs::remove(output);
+    lab::ChildOptions options;
+    options.environment = mLab->daemonEnvironment();
+    options.arguments = {std::string(ToolsPath) + "/fwctl", "check"};
+    const auto program = startIn(mLab->terminal(), options, output);
+    const bool hasEnded = program->waitFor(VeryLong);
+    return {hasEnded ? WEXITSTATUS(program->exitStatus()->raw) : -1, readText(output)};
 }
 
 bool SoakTerminal::isReady() const {

@@ -4,6 +4,7 @@
 #define TESTS_SYSTEM_SOAKTERMINAL_H
 
 #include "lab/Lab.h"
+#include "support/ShellOutput.h"
 #include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <chrono>
@@ -79,6 +80,9 @@ class SoakTerminal {
 
     // As stop(), of a daemon that was sent its signal at `begin`.
     std::string awaitStop(std::chrono::steady_clock::time_point begin);
+
+    // What `fwctl check` prints there, in a box of its own.
+    support::ShellOutput check() const;
 
     // A terminal that has fetched nothing and flagged nothing. The daemon is killed.
     void reset();

@@ -43,7 +43,7 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
         {ZEMP_PROGRAM,
          {"", "build", "list", "extract", "check", "digest", "seal", "verify", "plan", "hostcfg",
           "hostcfg build", "hostcfg show"}},
-        {FWCTL_PROGRAM, {"", "status", "update", "force", "disable", "enable", "pending"}},
+        {FWCTL_PROGRAM, {"", "status", "check", "update", "force", "disable", "enable", "pending"}},
         {VEXCTL_PROGRAM,
          {"", "config", "config get", "config set", "signal", "signal send", "signal listen"}},
 #ifdef FW_LAB_PROGRAM

@@ -20,6 +20,9 @@ int showStatus(const std::string& runDirectory, bool asJson);
 // it (failed). With a version the status of another one is waited out.
 int watchStatus(const std::string& runDirectory, const std::string& version);
 
+// Becomes the program that says whether an update can run; returns only when it is not there.
+int checkTerminal(const std::string& runDirectory, bool asJson);
+
 // Orders: the database first, in one transaction, then the signal.
 int orderUpdate(const std::string& version, const std::string& url, bool forced);
 int orderForce();

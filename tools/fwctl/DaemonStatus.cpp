@@ -1,13 +1,11 @@
-#include "DaemonStatus.h"
+#include "fwctl/DaemonStatus.h"
 
-#include "Commands.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <sys/file.h>
 #include <unistd.h>
@@ -21,16 +19,6 @@ constexpr const char* DaemonName = "fw_download";
 std::string readAll(const std::string& filename) {
     std::ifstream file(filename);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// The process that holds the pid file's lock; 0 when nobody does.
-int64_t findLockHolder(const std::string& filename) {
-    const int fd = open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        return 0;
-    const bool isHeld = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    close(fd);
-    return isHeld ? strtoll(readAll(filename).c_str(), nullptr, 10) : 0;
 }
 
 // A daemon in the foreground has no pid file.
@@ -97,6 +85,15 @@ std::string DaemonStatus::textOf(const json& object, const char* name) {
 int64_t DaemonStatus::numberOf(const json& object, const char* name) {
     const json value = memberOf(object, name);
     return value.is_number_integer() ? value.get<int64_t>() : 0;
+}
+
+int64_t findLockHolder(const std::string& filename) {
+    const int fd = open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return 0;
+    const bool isHeld = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    close(fd);
+    return isHeld ? strtoll(readAll(filename).c_str(), nullptr, 10) : 0;
 }
 
 DaemonStatus readStatus(const std::string& runDirectory) {
@@ -174,21 +171,4 @@ std::vector<std::string> describe(const DaemonStatus& status) {
                         (isTrue(failure, "over") ? ", over: " : ": ") +
                         DaemonStatus::textOf(failure, "text"));
     return lines;
-}
-
-int showStatus(const std::string& runDirectory, bool asJson) {
-    const DaemonStatus status = readStatus(runDirectory);
-    if (asJson) {
-        json out = status.values;
-        out["running"] = status.isRunning;
-        out["stale"] = status.isStale;
-        std::cout << out.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
-    } else {
-        for (const std::string& line : describe(status))
-            std::cout << line << '\n';
-    }
-    std::cout.flush();
-    if (!std::cout)
-        return complain(sFailed, "cannot write to standard output");
-    return status.isRunning && status.fault.empty() && !status.isStale ? sDone : sFailed;
 }

@@ -22,6 +22,9 @@ struct DaemonStatus {
     static int64_t numberOf(const nlohmann::json& object, const char* name);
 };
 
+// The process that holds the lock of the pid file; 0 when nobody does.
+int64_t findLockHolder(const std::string& pidFile);
+
 DaemonStatus readStatus(const std::string& runDirectory);
 
 // One line about the transfer or the state, without a line end; with a bar of so many columns if any.

@@ -1,6 +1,6 @@
 // What the daemon is to do: written to the configuration database, then told on the bus.
 #include "Commands.h"
-#include "Wanted.h"
+#include "fwctl/Wanted.h"
 #include "vex/CBusConnection.h"
 #include "vex/ConfigDatabaseConnection.h"
 #include "vex/FdLoop.h"

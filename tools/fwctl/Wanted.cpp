@@ -1,4 +1,4 @@
-#include "Wanted.h"
+#include "fwctl/Wanted.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 // fwctl: what the firmware download daemon is doing, and what it is to do.
 #include "Commands.h"
-#include "Wanted.h"
 #include "cli/CommandLine.h"
+#include "fwctl/Wanted.h"
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -12,6 +12,7 @@ namespace {
 constexpr const char* sExamples =
     "Examples:\n"
     "  fwctl status --watch                            follow an update\n"
+    "  fwctl check                                     why is nothing happening?\n"
     "  fwctl update 1.05-7 http://server/update.zemp   fetch a version\n"
     "  fwctl pending                                   print the path of the image that is ready\n"
     "Exit status: 0 done, 1 could not be done, 2 wrong use. See fwctl(8).";
@@ -61,6 +62,11 @@ int main(int argc, char** argv) {
             return options.watch ? watchStatus(options.run, "") : showStatus(options.run, options.json);
         };
     });
+
+    CLI::App* const check =
+        app.add_subcommand("check", "Say whether an update can run, and what is in its way");
+    check->add_flag("--json", options.json, "For programs");
+    check->callback([&] { action = [&] { return checkTerminal(options.run, options.json); }; });
 
     CLI::App* const update =
         app.add_subcommand("update", "Configure a version, and where its image is served");

@@ -97,7 +97,10 @@ void HttpSource::fetch(uint64_t offset, uint64_t length) {
     curl_easy_setopt(mHandle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(mHandle, CURLOPT_XFERINFOFUNCTION, &HttpSource::onProgress);
     curl_easy_setopt(mHandle, CURLOPT_XFERINFODATA, this);
+    char detail[CURL_ERROR_SIZE] = "";
+    curl_easy_setopt(mHandle, CURLOPT_ERRORBUFFER, detail);
     const CURLcode code = curl_easy_perform(mHandle);
+    curl_easy_setopt(mHandle, CURLOPT_ERRORBUFFER, nullptr);
     long status = 0;
     curl_easy_getinfo(mHandle, CURLINFO_RESPONSE_CODE, &status);
     if (status == Whole && answer.body.empty() && code == CURLE_OK)
@@ -106,6 +109,9 @@ void HttpSource::fetch(uint64_t offset, uint64_t length) {
         fail("the server ignores byte ranges: it answered 200 with the whole file");
     if (status != 0 && status != Partial)
         fail("the server answered " + std::to_string(status));
+    // The library's own text does not tell what is wrong with a certificate.
+    if ((code == CURLE_PEER_FAILED_VERIFICATION || code == CURLE_SSL_CONNECT_ERROR) && detail[0] != '\0')
+        fail(detail);
     if (code != CURLE_OK && code != CURLE_WRITE_ERROR)
         fail(curl_easy_strerror(code));
     accept(answer, offset, length);

@@ -29,7 +29,8 @@ hostcfg::Bytes readRecord(const std::string& file) {
     struct stat status = {};
     if (fd < 0)
         fail(file, strerror(errno));
-    const bool isFile = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    // A partition is read as far as the daemon reads it.
+    const bool isFile = fstat(fd, &status) == 0 && (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode));
     hostcfg::Bytes record(HostconfigMaximumSize);
     const ssize_t count = isFile ? read(fd, record.data(), record.size()) : 0;
     const int error = errno;

@@ -1,6 +1,6 @@
-// The status as it changes.
+// The status, as it is and as it changes.
 #include "Commands.h"
-#include "DaemonStatus.h"
+#include "fwctl/DaemonStatus.h"
 #include <chrono>
 #include <iostream>
 #include <thread>
@@ -47,6 +47,23 @@ class Display {
 };
 
 } // namespace
+
+int showStatus(const std::string& runDirectory, bool asJson) {
+    const DaemonStatus status = readStatus(runDirectory);
+    if (asJson) {
+        nlohmann::json out = status.values;
+        out["running"] = status.isRunning;
+        out["stale"] = status.isStale;
+        std::cout << out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    } else {
+        for (const std::string& line : describe(status))
+            std::cout << line << '\n';
+    }
+    std::cout.flush();
+    if (!std::cout)
+        return complain(sFailed, "cannot write to standard output");
+    return status.isRunning && status.fault.empty() && !status.isStale ? sDone : sFailed;
+}
 
 int watchStatus(const std::string& runDirectory, const std::string& version) {
     Display display;
