@@ -32,12 +32,17 @@ const SuumBlob* findManifest(const UpdateBooks& books, const std::string& versio
     return suum != nullptr && suum->isSuumValid() ? suum : nullptr;
 }
 
-// The element's part once its file is known; never what the image start has of it.
+// The element's part once its file is known, also before the walk has come to it; never what the image start
+// has of it.
 const ZempPart* findPart(const UpdateBooks& books, const SuumBlob::Element& element) {
-    const auto entry = books.suumZempParts.find(element.getContentIndex());
-    const bool isKnown = entry != books.suumZempParts.end() && entry->second != nullptr &&
-                         !UpdateRecords::isInStart(entry->second);
-    return isKnown ? entry->second : nullptr;
+    const auto walked = books.suumZempParts.find(element.getContentIndex());
+    if (walked != books.suumZempParts.end() && walked->second != nullptr &&
+        !UpdateRecords::isInStart(walked->second))
+        return walked->second;
+    const auto known = books.parts.find(UpdateRecords::partKey(element));
+    const bool isKnown =
+        known != books.parts.end() && known->second != nullptr && !UpdateRecords::isInStart(known->second);
+    return isKnown ? known->second : nullptr;
 }
 
 // The file of the transfer is longer by now than the books have it.

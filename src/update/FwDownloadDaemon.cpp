@@ -7,6 +7,7 @@
 #include "workers/ConfigDbMonitor.h"
 #include "workers/Downloader.h"
 #include "workers/ZempHandler.h"
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -93,11 +94,14 @@ void FwDownloadDaemon::startTimers() {
     mDownloadTimerBegin = std::chrono::steady_clock::now();
 }
 
+int64_t FwDownloadDaemon::getDownloadTimerElapsedMs() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 mDownloadTimerBegin)
+        .count();
+}
+
 unsigned FwDownloadDaemon::getDownloadTimerLeftMs() const {
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                          mDownloadTimerBegin)
-                        .count();
-    return ms < 0 || ms > DownloadIntervalMs ? 0 : static_cast<unsigned>(DownloadIntervalMs - ms);
+    return static_cast<unsigned>(std::max<int64_t>(mDownloadTimerMs - getDownloadTimerElapsedMs(), 0));
 }
 
 bool FwDownloadDaemon::onFdLoopTimerTimeout() {
@@ -205,6 +209,8 @@ void FwDownloadDaemon::retrySuuInfo() {
 
 void FwDownloadDaemon::onDownloadTimerTimeout() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadTimerTimeout()";
+    // Measured, since a desk's timers may be faster.
+    mDownloadTimerMs = std::min<int64_t>(getDownloadTimerElapsedMs(), DownloadIntervalMs);
     mDownloadTimerBegin = std::chrono::steady_clock::now();
     if (!mUpdateHandler) {
         VEX_LOG(LogWarning) << "FwDownloadDaemon::onDownloadTimerTimeout() Update handler is NULL!";

@@ -62,7 +62,8 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     // True when the installed software is known. The sixth failure in the process's life stops the daemon.
     bool initializeSuuInfo();
 
-    // Milliseconds until the download timer comes, by the real clock; 0 while it does not run.
+    // Milliseconds until the download timer comes, by the real clock; 0 while it does not run. Under a time
+    // scale it is right from the timer's second interval on.
     unsigned getDownloadTimerLeftMs() const;
 
   protected: // for a rig that stands in for the workers, and for a report
@@ -81,6 +82,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     const ConfigDbStatusEvent* firstConfigDbStatus() const { return mConfigDbStatusEvent.get(); }
 
   private:
+    int64_t getDownloadTimerElapsedMs() const;
     void onConfigDbStatusEvent(ConfigDbStatusEvent* event);
     void onNewFirmwareNeededEvent(NewFirmwareNeededEvent* event);
     void onFileScanRequest(FileScanRequest* request);
@@ -116,6 +118,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     common::FdLoopTimer mQueueTimer;
     common::FdLoopTimer mDownloadTimer;
     std::chrono::steady_clock::time_point mDownloadTimerBegin; // of its present interval
+    int64_t mDownloadTimerMs = DownloadIntervalMs;             // length of the last, at most as set
 
     std::unique_ptr<ConfigDbStatusEvent> mConfigDbStatusEvent; // the last that came
 

@@ -9,16 +9,9 @@
 
 namespace {
 
-constexpr const char* OtherPlatform = "4812"; // its kernel is a part of another name
-constexpr const char* OtherPlatformKernel = "kernel4812";
 // Fetches without progress; the last one ends the daemon.
 constexpr unsigned GiveUpAt = FetchGovernor::ImmediateFetches + FetchGovernor::DelayedFetches + 1;
 constexpr uint64_t MaximumOffset = std::numeric_limits<unsigned>::max();
-
-// Name of the content part that a manifest element stands for.
-std::string getPartname(const SuumBlob::Element& element) {
-    return element.getPlatform() == OtherPlatform ? OtherPlatformKernel : element.getPoolname();
-}
 
 } // namespace
 
@@ -282,7 +275,7 @@ UpdateHandler::Step UpdateHandler::walkElement(const SuumBlob::Element& element,
     }
     const auto offset = static_cast<unsigned>(walk.offset);
     ZempPart* part = findElementPart(element);
-    if (part != nullptr && part->getPartname() != getPartname(element)) {
+    if (part != nullptr && part->getPartname() != partName(element)) {
         VEX_LOG(LogWarning) << "UpdateHandler::findNeededParts() " << pool << " has the index of "
                             << part->toString() << "!";
         return Step::Unusable;
@@ -321,8 +314,7 @@ ZempPart* UpdateHandler::findElementPart(const SuumBlob::Element& element) {
     if (known != nullptr && !isInStart(known))
         return known;
     VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() Look for a " << pool << " in all parts map.";
-    ZempPart* part =
-        getZempPart(getPartname(element), element.getMajor(), element.getMinor(), element.getBuild());
+    ZempPart* part = getZempPart(element);
     if (part == nullptr || isInStart(part)) {
         VEX_LOG(LogDebug) << "UpdateHandler::findNeededParts() ZempPart " << pool << " not in all parts map.";
         return nullptr;
@@ -342,9 +334,7 @@ bool UpdateHandler::isNamedByManifest(const std::string& filename) const {
     const SuumBlob* suum = findManifest();
     for (unsigned i = 0; suum != nullptr && i < suum->getNumberOfElements(); ++i) {
         const SuumBlob::Element* element = suum->getElementAt(i);
-        const ZempPart* part = element == nullptr ? nullptr
-                                                  : getZempPart(getPartname(*element), element->getMajor(),
-                                                                element->getMinor(), element->getBuild());
+        const ZempPart* part = element == nullptr ? nullptr : getZempPart(*element);
         if (part != nullptr && part->getFilename() == filename)
             return true;
     }

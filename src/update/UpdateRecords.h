@@ -165,8 +165,11 @@ class UpdateRecords {
     static bool isInStart(const ZempPart* part);
     ZempPart* getZempPart(const std::string& key) const;
     ZempPart* getZempPart(unsigned int index) const;
-    ZempPart* getZempPart(const std::string& name, unsigned char major, unsigned char minor,
-                          unsigned short build) const;
+    ZempPart* getZempPart(const SuumBlob::Element& element) const;
+
+    // Name of the content part that a manifest element stands for, and the key of that part.
+    static std::string partName(const SuumBlob::Element& element);
+    static std::string partKey(const SuumBlob::Element& element);
     SuumBlob* getSuum() const;
     ReleaseHeaderPart* getReleaseHeader() const;
 

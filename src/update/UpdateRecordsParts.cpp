@@ -4,6 +4,13 @@
 #include "update/UpdateRecords.h"
 #include <algorithm>
 
+namespace {
+
+constexpr const char* OtherPlatform = "4812"; // its kernel is a part of another name
+constexpr const char* OtherPlatformKernel = "kernel4812";
+
+} // namespace
+
 bool UpdateRecords::addFileFragment(FileFragment* fragment) {
     if (fragment == nullptr) {
         VEX_LOG(LogWarning) << "UpdateHandler::addFileFragment() FileFragment is NULL!";
@@ -165,11 +172,19 @@ ZempPart* UpdateRecords::getZempPart(unsigned int index) const {
     return entry->second;
 }
 
-ZempPart* UpdateRecords::getZempPart(const std::string& name, unsigned char major, unsigned char minor,
-                                     unsigned short build) const {
-    const std::string key = name + " " + ZempPart::getVersionString(major, minor, build);
+ZempPart* UpdateRecords::getZempPart(const SuumBlob::Element& element) const {
+    const std::string key = partKey(element);
     VEX_LOG(LogDebug) << "UpdateHandler::getZempPart() Generated MapKey='" << key << "'.";
     return getZempPart(key);
+}
+
+std::string UpdateRecords::partName(const SuumBlob::Element& element) {
+    return element.getPlatform() == OtherPlatform ? OtherPlatformKernel : element.getPoolname();
+}
+
+std::string UpdateRecords::partKey(const SuumBlob::Element& element) {
+    return partName(element) + " " +
+           ZempPart::getVersionString(element.getMajor(), element.getMinor(), element.getBuild());
 }
 
 SuumBlob* UpdateRecords::getSuum() const {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 using namespace rig;
+#include <thread>
 
 namespace {
 
@@ -93,6 +94,10 @@ TEST_F(Routing, EventsSayWhatTheyAreToldTo) {
     EXPECT_TRUE(log.has("LOG_DEBUG FwDownloadDaemon::setUpdateHandler() No change in UpdateHandler."));
     daemon->onDownloadTimerTimeout();
     EXPECT_THAT(log.lines(), testing::Contains(testing::EndsWith(" secods.")));
+    EXPECT_GT(daemon->getDownloadTimerLeftMs(), FwDownloadDaemon::DownloadIntervalMs / 2);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the next comes after as long a time
+    daemon->onDownloadTimerTimeout();
+    EXPECT_LT(daemon->getDownloadTimerLeftMs(), FwDownloadDaemon::DownloadIntervalMs / 2);
 }
 
 TEST_F(Routing, ExitItemStopsTheLoopAlsoBeforeItBegan) {

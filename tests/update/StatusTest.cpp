@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <thread>
 
 using namespace rig;
 using nlohmann::json;
@@ -108,6 +109,41 @@ TEST(Status, TellsEachState) {
         row.meet(terminal, status);
         EXPECT_EQ(terminal.violations(), std::vector<std::string>());
     }
+}
+
+// A daemon that starts again with most parts on disk: they are told at once, and the rate of a file is never
+// that of the one before.
+TEST(Status, TellsWhatIsOnDiskBeforeTheWalkComesToIt) {
+    Terminal terminal;
+    prepare(terminal, 7);
+    while (terminal.status().state != status::State::Compiling)
+        terminal.tick();
+    const std::vector<status::Element> complete = terminal.status().elements;
+    for (const std::string& name : terminal.files())
+        if (FileFragment::parseFragmentType(terminal.path(name)) == FileFragment::ZempStart)
+            std::filesystem::remove(terminal.path(name));
+    for (const std::string& name : terminal.files())
+        if (std::filesystem::file_size(terminal.path(name)) > 3000 &&
+            std::filesystem::file_size(terminal.path(name)) < 4000)
+            std::filesystem::resize_file(terminal.path(name), 1000); // the kernel
+    terminal.restart();
+    terminal.downloadTicks = 5;
+    std::string file;
+    while (!(terminal.status().transfer && terminal.status().transfer->what == "kernel")) {
+        terminal.tick();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the rate is of the real clock
+        const std::optional<status::Transfer>& transfer = terminal.status().transfer;
+        if (transfer && transfer->filename != file) {
+            EXPECT_EQ(transfer->rate, 0U) << transfer->filename;
+            file = transfer->filename;
+        }
+    }
+    EXPECT_GE(terminal.status().transfer->bytes, 1000U);
+    const std::vector<status::Element> elements = terminal.status().elements;
+    ASSERT_EQ(elements.size(), complete.size());
+    EXPECT_LT(elements[0].bytes, elements[0].total);
+    for (size_t i = 1; i < elements.size(); ++i)
+        EXPECT_EQ(elements[i].bytes, complete[i].bytes) << elements[i].name;
 }
 
 TEST(Status, IsWrittenOnlyWhereThereIsADirectoryAndFailsQuietly) {
