@@ -183,7 +183,7 @@ def our_packages():
     run(f"{PROJECT}/script/arm-sysroot")
     directory = os.path.join(BUILD, "packages")
     with open(os.path.join(PROJECT, "build", "terminal.log"), "a") as log:
-        build("arm", ["fw_download", "vexctl", "zemp", "fw_lab", "package-files"], log)
+        build("arm", ["package-files"], log)
         shutil.rmtree(directory, ignore_errors=True)
         run("cpack", "-B", directory, cwd=os.path.join(PROJECT, "build", "arm"), stdout=log)
     shutil.rmtree(os.path.join(directory, "_CPack_Packages"), ignore_errors=True)
