@@ -147,6 +147,16 @@ TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
     EXPECT_EQ(known->getFilename(), "/x/later");
     EXPECT_TRUE(known->isBodyValid() && known->isExtendedHeaderValid());
     EXPECT_EQ(known->getUsedSize(), 99U);
+    using Extended = zemp_content_software_blob_t;
+    for (void (*change)(Extended&) :
+         {+[](Extended& extended) { ++extended.major; }, +[](Extended& extended) { ++extended.minor; },
+          +[](Extended& extended) { ++extended.build; },
+          +[](Extended& extended) { extended.build_id[0] = 'N'; }}) {
+        Extended extended = *known->getExtendedHeader();
+        change(extended);
+        EXPECT_TRUE(known->updateExtendedHeader(&extended, true));
+        EXPECT_FALSE(known->updateExtendedHeader(&extended, true));
+    }
 
     const zemp_content_header_t header = contentHeader(ZempFormat::SwBlobType, "kernel");
     SwBlob unread(&header);

@@ -38,6 +38,7 @@ TEST_F(Update, FetchesAllOfAnImageForAnEmptyTerminal) {
     EXPECT_EQ(result.fetchedBytes, 512U + (50272 - 204 + 1) + (59336 - 50272));
     EXPECT_EQ(result.readyFile, "/data/fw/fw_download_update.zemp-1.05-7");
     EXPECT_EQ(result.verdict.size, result.imageBytes);
+    EXPECT_EQ(readText(result.daemonLog).find("LOG_ERR"), std::string::npos); // all went well
 }
 
 TEST_F(Update, LeavesOutWhatIsInstalled) {

@@ -87,6 +87,9 @@ TEST_F(FileFragmentTest, SurplusIsCutBeforeTheNextFetch) {
     ASSERT_TRUE(part.cutSurplus());
     EXPECT_EQ(std::filesystem::file_size(part.getFilename()), 512U);
     EXPECT_TRUE(part.isRangeOnDisk());
+    part.setDownloadRange(196, 0); // one byte is a range as well
+    EXPECT_TRUE(part.isRangeOnDisk());
+    part.setDownloadRange(196, FileFragment::ContentPartInitialSize);
 
     part.setForeignFrom(100);
     EXPECT_EQ(part.getFileSize(), 512U); // still there

@@ -165,6 +165,18 @@ TEST_F(Records, DeleteIsAskedForOnceAndForgetsTheFragmentEvenWhenItFails) {
     EXPECT_FALSE(handler.isFileDeleteRequested(name));
 }
 
+TEST_F(Records, YesWhileAFileIsBeingDeletedIsAskedForAgain) {
+    handler.createFileDeleteRequest(addFragment("ContentPart-x", 600)->getFilename());
+    auto* deletion = static_cast<FileDeleteRequest*>(queue.remove());
+    auto* question = new IsUpdateNeededRequest;
+    question->setIsUpdateNeeded(true);
+    handler.onIsUpdateNeededRequest(question, queue);
+    EXPECT_EQ(queue.size(), 0);
+    handler.onFileDeleteResult(deletion);
+    ASSERT_EQ(queue.size(), 1);
+    EXPECT_EQ(queue.remove()->getWorkItemType(), FwWorkItem::IsUpdateNeededRequest);
+}
+
 TEST_F(Records, OnlyTransientFailuresAreRestartedAndOnlyOnce) {
     handler.setVersionToDownload("http://u", "1.05-7");
     wqueue<FwWorkItem*> downloader;

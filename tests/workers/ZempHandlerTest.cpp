@@ -78,6 +78,11 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
         writeFile(name, bytes);
         return name;
     };
+    const auto sparse = [&](uint64_t size) {
+        std::string name = directory.write("ZempStart-" + std::to_string(size), "");
+        fs::resize_file(name, size);
+        return name;
+    };
     struct Row {
         std::string filename;
         ParseFileRequest::ParseStatus status;
@@ -92,6 +97,8 @@ TEST_F(ZempHandlerTest, ParseStatusFollowsFromTheFile) {
         {directory.path(), ParseFileRequest::ParseFailed, 0},
         {startOf(131072 + 65536), ParseFileRequest::ParseCopmplete, 3},
         {startOf(131072 + 65536 + 1), ParseFileRequest::ParseFailed, 0}, // unparsed
+        {sparse(INT32_MAX), ParseFileRequest::ParseFailed, 0},
+        {sparse(uint64_t{INT32_MAX} + 1), ParseFileRequest::ParseNoData, 0},
     };
     for (const Row& row : rows) {
         FileFragment fragment(row.filename, 0);
