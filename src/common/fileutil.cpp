@@ -103,8 +103,6 @@ char* slurp(int fd, size_t* len) {
             break;
         length += static_cast<size_t>(count);
     }
-    if (length == capacity && !grow(buffer, length + 1))
-        return nullptr;
     buffer[length] = '\0';
     if (len != nullptr)
         *len = length;

@@ -163,6 +163,13 @@ TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
     known->update(&unread);
     EXPECT_FALSE(known->isBodyValid() || known->isExtendedHeaderValid());
 
+    const zemp_content_header_t plain = contentHeader(ZempFormat::BlobType, "notes");
+    ContentBlob blob(&plain);
+    ContentBlob laterBlob(&plain);
+    laterBlob.setFilename("/x/later");
+    blob.update(&laterBlob);
+    EXPECT_EQ(blob.getFilename(), "/x/later");
+
     ZempHeaderPart main;
     ZempHeaderPart other;
     other.setPartname("other");

@@ -36,6 +36,7 @@ class Records : public testing::Test {
 } // namespace
 
 TEST_F(Records, VersionIsSetOnce) {
+    EXPECT_FALSE(handler.addFileFragment(nullptr));
     EXPECT_FALSE(handler.setVersionToDownload("", "1.05-7"));
     EXPECT_FALSE(handler.setVersionToDownload("http://u", ""));
     EXPECT_TRUE(handler.setVersionToDownload("http://u", "1.05-7"));
@@ -185,11 +186,15 @@ TEST_F(Records, OnlyTransientFailuresAreRestartedAndOnlyOnce) {
                                 DownloadRequest::DownloadComplete, DownloadRequest::DownloadTransientFailure,
                                 DownloadRequest::DownloadPermanentFailure})
         handler.createDownloadRequest(0, false)->setDownloadStatus(status);
+    DownloadRequest* heldBack = handler.createDownloadRequest(0, false);
+    heldBack->setHeldBack(true);
     handler.restartDownload(downloader);
     handler.restartDownload(downloader);
-    ASSERT_EQ(downloader.size(), 1);
+    ASSERT_EQ(downloader.size(), 2);
     EXPECT_EQ(static_cast<DownloadRequest*>(downloader.remove())->getDownloadStatus(),
               DownloadRequest::DownloadTransientFailure);
+    EXPECT_EQ(downloader.remove(), heldBack);
+    EXPECT_FALSE(heldBack->isHeldBack());
     const support::LogCapture log;
     EXPECT_TRUE(handler.isDownloadInProgress());
     EXPECT_EQ(log.count("UpdateHandler::restartDownloadRequest() Found active download request '"), 1u);

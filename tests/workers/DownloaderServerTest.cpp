@@ -180,6 +180,21 @@ TEST_F(DownloaderResumeTest, FetchGoesOnBehindTheImagesBytesOnly) {
         EXPECT_EQ(server.requests()[i].range, "1700-2999");
 }
 
+TEST_F(DownloaderResumeTest, WholeImageInPlaceOfARangeFromItsFirstByteIsKept) {
+    fragment.setDownloadRange(0, 1999);
+    server.addScript(script([](HttpScript& s) {
+        s.ignoreRange = true;
+        s.bodyBytes = 700;
+    }));
+    for (const Status status : {Transient, Complete}) {
+        DownloadRequest request(server.url(), &fragment);
+        ASSERT_TRUE(isAnswered(request));
+        EXPECT_EQ(request.getDownloadStatus(), status);
+    }
+    EXPECT_EQ(server.requests()[1].range, "700-1999");
+    EXPECT_TRUE(onDisk() == imageBytes(0, 2000));
+}
+
 TEST_F(DownloaderResumeTest, NothingIsFetchedWhenTheRangeIsOnDisk) {
     for (const size_t surplus : {0U, 760U}) {
         directory.write("ContentPart-x", imageBytes(1000, 2000 + surplus));
