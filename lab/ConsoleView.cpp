@@ -86,6 +86,8 @@ void ConsoleView::onEvent(const LabEvent& event) {
                                     std::to_string(request.status) + ", " + formatBytes(request.bytes) + ")" +
                                     (request.fault.empty() ? "" : ", fault " + request.fault));
     }
+    case LabEvent::Action: // the log shows them as milestones
+        return;
     case LabEvent::Log: {
         const std::string text = shownText(event);
         if (!text.empty())

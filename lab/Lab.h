@@ -30,6 +30,7 @@ struct LabOptions {
     std::vector<std::string> faults;   // of the web server, as Fault::parseAll() reads them
     double timeScale = 10;             // divides the daemon's timers
     std::chrono::seconds timeout{300}; // for the update
+    std::string commandLine;           // for the report
 };
 
 class Lab {
@@ -47,6 +48,8 @@ class Lab {
     const ConfiguredVersion& version() const { return mVersion; }
     const std::string& installedVersion() const { return mInstalledVersion; }
     std::string releaseVersion() const; // of the image
+    const std::string& imageFile() const { return mImageFile; }
+    const std::string& recordFile() const { return mRecordFile; }
 
     // Starts bus, web server and database, with the old version installed and nothing new configured.
     void startServices();

@@ -14,12 +14,13 @@ struct LabEvent {
         Warning, // something that may make the run fail
         Log,     // a line of the daemon's log
         Signal,  // a signal on the message bus
-        Request  // a request that the web server answered
+        Request, // a request that the web server answered
+        Action   // the daemon went over to another next action, as its status tells
     };
 
     double time = 0; // in seconds since the run began
     Kind kind = Step;
-    std::string text; // for a request: which bytes of the image they are, in words
+    std::string text; // for an action its name; for a request: which bytes of the image they are, in words
 
     std::string priority;    // of a Log: "LOG_INFO"; empty for a line that does not name one
     ServedRequest request{}; // of a Request

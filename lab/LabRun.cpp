@@ -1,6 +1,7 @@
 #include "lab/LabRun.h"
 
 #include "lab/UpdateWatcher.h"
+#include <filesystem>
 #include <stdexcept>
 
 namespace lab {
@@ -35,11 +36,17 @@ class Run {
         : mOptions(options), mDirectory(directory), mObserver(observer) {}
 
     LabResult run() {
+        mResult.facts = collectFacts(mOptions);
+        mResult.facts.commandLine = mOptions.commandLine;
         try {
             runSteps();
         } catch (const std::exception& error) {
             mResult.failure = error.what();
             takeRequests();
+        }
+        if (mWatcher) {
+            mResult.endSeconds = mWatcher->elapsed();
+            mResult.facts.daemonVersion = mWatcher->daemonVersion();
         }
         return mResult;
     }
@@ -54,6 +61,9 @@ class Run {
         for (const PlannedPart& part : mLab->parts())
             mResult.parts.push_back(
                 {part.name(), part.element->version, part.part->offset, part.part->size(), part.isNeeded()});
+        const std::string scratch = mDirectory.file("sha256");
+        mResult.facts.imageSha256 = sha256Of(mLab->imageFile(), scratch);
+        mResult.facts.recordSha256 = sha256Of(mLab->recordFile(), scratch);
         checkSense();
 
         mResult.step = LabResult::StartServices;
@@ -63,6 +73,7 @@ class Run {
 
         mResult.step = LabResult::StartDaemon;
         mResult.daemonLog = mLab->daemonLog();
+        std::filesystem::create_directories(mDirectory.run() + "/fw_download"); // as the service does
         mLab->startDaemon();
         mWatcher->report(LabEvent::Step, "started fw_download -c -v " + std::to_string(mOptions.verbosity));
 

@@ -5,6 +5,7 @@
 #include "lab/ImageVerdict.h"
 #include "lab/Lab.h"
 #include "lab/LabEvent.h"
+#include "lab/RunFacts.h"
 #include <string>
 #include <vector>
 
@@ -36,6 +37,7 @@ struct LabResult {
     std::string failure; // empty: none
     bool isGood() const { return step == Done && failure.empty(); }
 
+    RunFacts facts;
     std::string imageVersion;
     std::string installedVersion;
     std::string configuredVersion;
@@ -46,7 +48,8 @@ struct LabResult {
     std::string readyFile;          // as the terminal names it
     ImageVerdict verdict;
     std::string daemonLog; // on the machine; empty when the daemon was not started
-    double seconds = 0;
+    double seconds = 0;    // until the image was flagged ready; 0: it was not
+    double endSeconds = 0; // until the run's end
 };
 
 // "starting the daemon".

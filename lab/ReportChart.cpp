@@ -135,11 +135,11 @@ std::string drawStrip(const LabResult& result) {
 }
 
 std::string drawTimeline(const LabResult& result, const std::vector<LabEvent>& events) {
-    double end = 0.1;
+    double end = std::max(result.endSeconds, 0.1);
     for (const LabEvent& event : events)
         end = std::max(end, event.time);
-    const std::vector<std::string> names = actionNames();
-    const double height = static_cast<double>(names.size() + 2) * sRow + 30;
+    const size_t actions = sActions.size();
+    const double height = static_cast<double>(actions + 2) * sRow + 30;
     const double bottom = height - 20;
     std::string svg;
     const double step = roundStep(end);
@@ -150,27 +150,31 @@ std::string drawTimeline(const LabResult& result, const std::vector<LabEvent>& e
         svg += label(onScale(i * step, end), height - 6, text, "middle");
     }
     const auto rowOf = [](size_t row) { return static_cast<double>(row) * sRow + 4; };
-    for (size_t i = 0; i < names.size(); ++i)
-        svg += label(0, rowOf(i) + sBar - 2, names[i]);
+    for (size_t i = 0; i < actions; ++i)
+        svg += label(0, rowOf(i) + sBar - 2, sActions[i].action);
     const std::vector<ActionChange> changes = findActions(events);
     for (size_t i = 0; i < changes.size(); ++i) {
-        const auto row =
-            static_cast<size_t>(std::find(names.begin(), names.end(), changes[i].action) - names.begin());
+        const auto action = std::find_if(sActions.begin(), sActions.end(), [&](const ActionMeaning& known) {
+            return known.action == changes[i].action;
+        });
+        if (action == sActions.end())
+            continue;
+        const auto row = static_cast<size_t>(action - sActions.begin());
         const double x = onScale(changes[i].time, end);
         const double behind = onScale(i + 1 < changes.size() ? changes[i + 1].time : end, end);
         svg += rectangle({x, rowOf(row), behind - x, sBar}, "action",
                          timeText(changes[i].time) + " " + changes[i].action);
     }
-    svg += label(0, rowOf(names.size()) + sBar - 2, "requests");
+    svg += label(0, rowOf(actions) + sBar - 2, "requests");
     for (const LabEvent& event : result.requests) {
         const double x = onScale(event.time - event.request.seconds, end);
-        svg += rectangle({x, rowOf(names.size()), onScale(event.time, end) - x, sBar}, kindOf(event.request),
+        svg += rectangle({x, rowOf(actions), onScale(event.time, end) - x, sBar}, kindOf(event.request),
                          timeText(event.time) + " " + describe(event));
     }
-    svg += label(0, rowOf(names.size() + 1) + sBar - 2, "bus signals");
+    svg += label(0, rowOf(actions + 1) + sBar - 2, "bus signals");
     for (const LabEvent& event : events)
         if (event.kind == LabEvent::Signal)
-            svg += rectangle({onScale(event.time, end), rowOf(names.size() + 1), 0, sBar}, "signal",
+            svg += rectangle({onScale(event.time, end), rowOf(actions + 1), 0, sBar}, "signal",
                              timeText(event.time) + " " + event.text);
     return picture("timeline", height, "Next actions, requests and signals over time", svg);
 }

@@ -33,6 +33,8 @@ td.n, th.n { text-align: right; font-variant-numeric: tabular-nums; }
 .verdict { padding: 0.6em 0.9em; border-left: 6px solid; }
 .good { border-color: var(--success); background: var(--good); }
 .bad { border-color: var(--alarm); background: var(--bad); }
+#facts th, #legend th { font-weight: normal; opacity: 0.75; white-space: nowrap; }
+#facts td { overflow-wrap: anywhere; }
 td.bad, td.fault { background: none; color: var(--alarm); font-weight: bold; }
 .picture { overflow-x: auto; } svg { width: 100%; min-width: 800px; height: auto; } svg text { font: 11px sans-serif; fill: var(--ink); }
 svg .end { text-anchor: end; } svg .middle { text-anchor: middle; } svg line { stroke: var(--line); }
@@ -105,7 +107,10 @@ std::string verdictSection(const LabResult& result, const std::vector<std::strin
     else
         html += "<p class=\"verdict bad\">Failed while " + escapeHtml(getName(result.step)) + ": " +
                 escapeHtml(result.failure) + "</p>\n";
-    html += "<p>Installed " + escapeHtml(result.installedVersion) + ", image " +
+    html += "<table id=\"facts\">\n";
+    for (const auto& [name, text] : describe(result.facts))
+        html += "<tr><th>" + escapeHtml(name) + "</th>" + cell(text) + "</tr>\n";
+    html += "</table>\n<p>Installed " + escapeHtml(result.installedVersion) + ", image " +
             escapeHtml(result.imageVersion) + " of " + std::to_string(result.imageBytes) +
             " bytes. Fetched " + std::to_string(result.fetchedBytes) + " bytes in " +
             std::to_string(result.requests.size()) + " requests";
@@ -159,7 +164,7 @@ std::string requestTable(const LabResult& result) {
 std::string stepTable(const std::vector<LabEvent>& events) {
     std::string html = "<table id=\"steps\">\n<tr><th class=\"n\">Time, s</th><th>The lab</th></tr>\n";
     for (const LabEvent& event : events) {
-        if (event.kind == LabEvent::Log || event.kind == LabEvent::Request)
+        if (event.kind != LabEvent::Step && event.kind != LabEvent::Signal && event.kind != LabEvent::Warning)
             continue;
         const char* const prefix = event.kind == LabEvent::Signal    ? "signal "
                                    : event.kind == LabEvent::Warning ? "warning: "
@@ -170,10 +175,15 @@ std::string stepTable(const std::vector<LabEvent>& events) {
 }
 
 std::string timelineSection(const LabResult& result, const std::vector<LabEvent>& events) {
+    std::string legend;
+    for (const ActionMeaning& action : sActions)
+        legend += std::string("<tr><th>") + action.action + "</th>" + cell(action.meaning) + "</tr>\n";
     return "<section id=\"times\">\n<h2>Next actions and requests</h2>\n" + drawTimeline(result, events) +
-           "<p>Next actions are taken from the daemon's log, which the lab reads 20 times a second; a short "
-           "one is drawn wider than it was.</p>\n" +
-           requestTable(result) + "<h2>Steps and signals</h2>\n" + stepTable(events) + "</section>\n";
+           "<p>Next actions are taken from the daemon's status, which the lab reads 20 times a second; a "
+           "short "
+           "one is drawn wider than it was, or is not seen.</p>\n<table id=\"legend\">\n" +
+           legend + "</table>\n" + requestTable(result) + "<h2>Steps and signals</h2>\n" + stepTable(events) +
+           "</section>\n";
 }
 
 std::string logSection(const std::vector<LabEvent>& events) {

@@ -2,40 +2,24 @@
 
 namespace lab {
 
-namespace {
-
-// How the log line begins with which the daemon takes to an action.
-struct Sign {
-    const char* logText;
-    const char* action;
+const std::vector<ActionMeaning> sActions = {
+    {"NoAction", "nothing to do, or the answer whether an update is needed is waited for"},
+    {"ScanExistingFiles", "looks at what is in the download directory"},
+    {"GetZempParts", "fetches what is missing"},
+    {"ParseZempParts", "reads what was fetched"},
+    {"FindNeededParts", "looks for what is needed"},
+    {"CompileUpdateZempFile",
+     "walks along the manifest, and compiles the update image when nothing is missing"},
+    {"SetReadyForUpdate", "flags it as ready"},
+    {"WaitForFwUpdate", "waits for the installer"},
 };
-constexpr Sign sSigns[] = {
-    {"ZempHandler::onFileScanRequest() Scanning", "ScanExistingFiles"},
-    {"Downloader::download() Download ", "GetZempParts"},
-    {"ZempHandler::onWorkItem(ParseFileRequest", "ParseZempParts"},
-    {"FwDownloadDaemon::onGotZempStartEvent()", "FindNeededParts"},
-    {"UpdateHandler::onGotZempStart() Ready to compile", "CompileUpdateZempFile"},
-    {"UpdateHandler::onCompileZempResult() Ready to update from", "SetReadyForUpdate"},
-    {"UpdateHandler::onSetReadyResult() Wait for update", "WaitForFwUpdate"},
-    {"UpdateHandler::onIsUpdateNeededRequest() No need for update", "NoAction"},
-};
-
-} // namespace
 
 std::vector<ActionChange> findActions(const std::vector<LabEvent>& events) {
     std::vector<ActionChange> changes;
     for (const LabEvent& event : events)
-        for (const Sign& sign : sSigns)
-            if (event.kind == LabEvent::Log && event.text.rfind(sign.logText, 0) == 0)
-                changes.push_back({event.time, sign.action});
+        if (event.kind == LabEvent::Action)
+            changes.push_back({event.time, event.text});
     return changes;
-}
-
-std::vector<std::string> actionNames() {
-    std::vector<std::string> names;
-    for (const Sign& sign : sSigns)
-        names.emplace_back(sign.action);
-    return names;
 }
 
 } // namespace lab

@@ -8,17 +8,20 @@
 
 namespace lab {
 
-// What the daemon does from some time on, named as its next action.
+// What the daemon does from some time on.
 struct ActionChange {
-    double time = 0; // in seconds since the run began, as exactly as the log is read
+    double time = 0; // in seconds since the run began, as exactly as its status is read
     std::string action;
 };
 
-// The changes that the lines of the daemon's log tell, most of which come at level 7 only.
 std::vector<ActionChange> findActions(const std::vector<LabEvent>& events);
 
-// All names that findActions() uses, in the order of an undisturbed update.
-std::vector<std::string> actionNames();
+// The next actions in the order of an undisturbed update, and what each means.
+struct ActionMeaning {
+    const char* action;
+    const char* meaning;
+};
+extern const std::vector<ActionMeaning> sActions;
 
 class ReportRecorder : public LabObserver {
   public:

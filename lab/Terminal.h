@@ -32,6 +32,9 @@ class TerminalProcess {
     // Of the last of its processes; an end by signal counts as 128 plus its number.
     const std::optional<ExitStatus>& exitStatus() const { return mBox.exitStatus(); }
 
+    // The process group that they begin in, as this machine sees it.
+    pid_t group() const { return mBox.pid(); }
+
     // To all its processes.
     void signal(int number);
 

@@ -1,5 +1,7 @@
 #include "lab/UpdateWatcher.h"
 
+#include "fwctl/DaemonStatus.h"
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
@@ -22,6 +24,8 @@ constexpr Milliseconds sReadyEventTime{2000}; // between the ready flag and the 
 
 // Lines that only a daemon writes that has heard of the new version.
 constexpr const char* sNoticedTexts[] = {"onCBusSignal() Got", "onNewFirmwareNeededEvent("};
+constexpr const char* sComplaints[] = {"LOG_WARN", "LOG_ERR", "LOG_CRIT", "LOG_ALERT", "LOG_EMERG"};
+constexpr size_t sShownComplaints = 3;
 constexpr const char* sDownloadText = "Downloader::download() Download ";
 
 bool contains(const std::string& text, const char* what) {
@@ -84,6 +88,13 @@ void UpdateWatcher::onLogLine(const std::string& line) {
         event.priority = line.substr(open + 1, end - open - 1);
         event.text = line.substr(end + 3);
     }
+    const bool isComplaint =
+        std::any_of(std::begin(sComplaints), std::end(sComplaints),
+                    [&](const char* priority) { return event.priority.rfind(priority, 0) == 0; });
+    if (isComplaint && std::find(mComplaints.begin(), mComplaints.end(), event.text) == mComplaints.end())
+        mComplaints.push_back(event.text);
+    if (mComplaints.size() > sShownComplaints)
+        mComplaints.pop_front();
     for (const char* const noticed : sNoticedTexts)
         mNoticed = mNoticed || contains(event.text, noticed);
     if (event.text.rfind(sDownloadText, 0) == 0) {
@@ -104,7 +115,27 @@ void UpdateWatcher::onRequest(const ServedRequest& request) {
     mObserver.onEvent(event);
 }
 
+void UpdateWatcher::readStatus() {
+    const DaemonStatus status = ::readStatus(mLab.directory().run());
+    if (!status.fault.empty())
+        return;
+    mSentence = status.text("sentence");
+    mDaemonVersion = status.text("program");
+    if (status.text("action") == mAction || status.text("action").empty())
+        return;
+    mAction = status.text("action");
+    report(LabEvent::Action, mAction);
+}
+
+std::string UpdateWatcher::describeWait() const {
+    std::string text = mSentence.empty() ? "" : "; the daemon's status: " + mSentence;
+    for (size_t i = 0; i < mComplaints.size(); ++i)
+        text += (i == 0 ? "; its last warnings: " : " | ") + mComplaints[i];
+    return text;
+}
+
 void UpdateWatcher::poll() {
+    readStatus();
     for (const std::string& line : mDaemonLog.newLines())
         onLogLine(line);
     for (const ServedRequest& request : mLab.webServer()->newRequests())
@@ -130,7 +161,8 @@ void UpdateWatcher::wait(Clock::time_point deadline, const std::string& waitingF
         throw std::runtime_error("stopped from outside");
     checkProcesses();
     if (Clock::now() >= deadline)
-        throw std::runtime_error("the time limit has passed while waiting for " + waitingFor);
+        throw std::runtime_error("the time limit has passed while waiting for " + waitingFor +
+                                 describeWait());
 }
 
 void UpdateWatcher::announce(Clock::time_point deadline) {

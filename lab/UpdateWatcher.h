@@ -9,6 +9,7 @@
 #include "vex/CBusConnection.h"
 #include "vex/FdLoop.h"
 #include <chrono>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ class UpdateWatcher : private common::CBusMessageHandler, private common::FdLoop
 
     const std::vector<LabEvent>& requests() const { return mRequests; }
 
+    // As the daemon's status tells; empty before there was one.
+    const std::string& daemonVersion() const { return mDaemonVersion; }
+
   private:
     void onCBusSignal(const char* name, const void* data, unsigned length) override;
     bool onFdLoopTimerTimeout() override;
@@ -50,6 +54,8 @@ class UpdateWatcher : private common::CBusMessageHandler, private common::FdLoop
     void checkProcesses();
     void onLogLine(const std::string& line);
     void onRequest(const ServedRequest& request);
+    void readStatus();
+    std::string describeWait() const; // what the daemon does, and what it complained of last
 
     Lab& mLab;
     LabObserver& mObserver;
@@ -64,6 +70,10 @@ class UpdateWatcher : private common::CBusMessageHandler, private common::FdLoop
     common::CBusConnection mBus;
 
     LogTail mDaemonLog;
+    std::deque<std::string> mComplaints; // the last of the log, each once
+    std::string mAction;
+    std::string mSentence; // of the status, what the daemon is doing
+    std::string mDaemonVersion;
     std::vector<LabEvent> mRequests;
     LabProgress mProgress;
     bool mNoticed = false;    // the daemon knows of the new version

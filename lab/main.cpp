@@ -7,6 +7,8 @@
 #include "lab/LabRun.h"
 #include "lab/ReportPage.h"
 #include "lab/ReportRecorder.h"
+#include "lab/RunJson.h"
+#include "lab/Shell.h"
 #include "lab/TemporaryDirectory.h"
 #include <atomic>
 #include <cerrno>
@@ -91,7 +93,7 @@ int finishFailed(const lab::LabResult& result, RunDirectory& place) {
     return Failed;
 }
 
-int run(const lab::LabOptions& options, const std::string& kept, const std::string& report) {
+int run(const lab::LabOptions& options, const std::string& kept, const std::string& report, bool isJson) {
     if (!report.empty()) {
         checkReport(report);
         for (const std::string& input : {options.image, options.installed})
@@ -100,21 +102,30 @@ int run(const lab::LabOptions& options, const std::string& kept, const std::stri
     watchSignals();
     RunDirectory place(kept);
     const lab::WorkDirectory directory(place.path());
-    lab::ConsoleView view(stdout, sStop);
+    lab::ConsoleView view(isJson ? stderr : stdout, sStop);
     lab::ReportRecorder recorder(view);
     const lab::LabResult result = lab::runLab(options, directory, recorder);
     view.showResult(result);
+    if (isJson)
+        fputs(lab::makeJson(result, recorder.events(), options.faults).c_str(), stdout);
     if (!report.empty()) {
         lab::writeReport(report, lab::makeReport(result, recorder.events(), options.faults));
-        printf("Report in %s\n", report.c_str());
+        fprintf(isJson ? stderr : stdout, "Report in %s\n", report.c_str());
     }
     if (!result.isGood())
         return finishFailed(result, place);
     if (place.isKept())
-        printf("Everything is kept in %s\n", place.path().c_str());
+        fprintf(isJson ? stderr : stdout, "Everything is kept in %s\n", place.path().c_str());
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         throw std::runtime_error("cannot write to standard output");
     return Good;
+}
+
+int runShell(const lab::LabOptions& options, const std::string& kept) {
+    watchSignals();
+    const RunDirectory place(kept);
+    const int status = lab::runShell(options, lab::WorkDirectory(place.path()), sStop);
+    return status < 0 ? Interrupted : status;
 }
 
 // Empty for a fault that exists, else what is wrong.
@@ -140,13 +151,15 @@ constexpr const char* sExamples =
     "  fw_lab run --image release.zemp --installed record --report run.html\n"
     "                                                 an own image on an own terminal, with a page about it\n"
     "  fw_lab run --fault none=2 --fault not-found    the third request gets status 404\n"
+    "  fw_lab shell                                   a terminal to try fwctl, vexctl and gdb on\n"
     "Exit status: 0 the update came through and is right, 1 it did not, 2 wrong use. See fw_lab(1).";
 
-// The options of a run.
+// The options of a run, or of a shell.
 struct RunOptions {
     lab::LabOptions lab;
     std::string kept;
     std::string report;
+    bool isJson = false;
     unsigned timeout = static_cast<unsigned>(lab.timeout.count());
 };
 
@@ -167,13 +180,9 @@ void addFileOptions(CLI::App& run, RunOptions& options) {
     run.add_option("--keep", options.kept, "Keep all files of the run in this new or empty directory")
         ->check(cli::refuseEmpty)
         ->type_name("DIRECTORY");
-    run.add_option("--report", options.report,
-                   "Write an HTML page about the run: verdict, what was fetched when, timeline and log")
-        ->check(cli::refuseEmpty)
-        ->type_name("FILE.html");
 }
 
-void addRunOptions(CLI::App& run, RunOptions& options) {
+void addTerminalOptions(CLI::App& run, RunOptions& options) {
     addFileOptions(run, options);
     run.add_option("--version", options.lab.version,
                    "Version to configure, like 1.05-7; default: the image's release")
@@ -200,11 +209,21 @@ void addRunOptions(CLI::App& run, RunOptions& options) {
         ->check(checkTimeScale)
         ->type_name("FACTOR")
         ->capture_default_str();
+    run.footer(describeFaults());
+}
+
+void addRunOptions(CLI::App& run, RunOptions& options) {
+    addTerminalOptions(run, options);
+    run.add_option("--report", options.report,
+                   "Write an HTML page about the run: verdict, what was fetched when, timeline and log")
+        ->check(cli::refuseEmpty)
+        ->type_name("FILE.html");
+    run.add_flag("--json", options.isJson,
+                 "Print the result for programs on standard output; what happens goes to standard error");
     run.add_option("--timeout", options.timeout, "Time limit for the update, in seconds")
         ->check(CLI::Range(1U, 1000000U))
         ->type_name("SECONDS")
         ->capture_default_str();
-    run.footer(describeFaults());
 }
 
 // A file that is opened later must not get the number of a standard stream that the caller has closed.
@@ -230,6 +249,9 @@ int main(int argc, char** argv) {
     app.footer(sExamples);
     RunOptions options;
     addRunOptions(*app.add_subcommand("run", "Runs one whole update and checks the result"), options);
+    CLI::App* const shell = app.add_subcommand(
+        "shell", "Opens a shell on a terminal with bus, database, web server and daemon, until it ends");
+    addTerminalOptions(*shell, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -238,9 +260,13 @@ int main(int argc, char** argv) {
         fprintf(stderr, "fw_lab: %s\n", cli::complaintOf(app, error).c_str());
         return WrongUse;
     }
+    for (int i = 0; i < argc; ++i)
+        options.lab.commandLine += (i == 0 ? "" : " ") + std::string(argv[i]);
     options.lab.timeout = std::chrono::seconds(options.timeout);
     try {
-        return run(options.lab, options.kept, options.report);
+        if (shell->parsed())
+            return runShell(options.lab, options.kept);
+        return run(options.lab, options.kept, options.report, options.isJson);
     } catch (const std::exception& error) {
         fflush(stdout);
         fprintf(stderr, "fw_lab: %s\n", error.what());

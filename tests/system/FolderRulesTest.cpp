@@ -46,7 +46,7 @@ const Rule Rules[] = {
       "fwctl"}},
     {"tools/fwctl", {"vex", "cli", "workers/ConfigNames.h"}},
     {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
-    {"lab", {"vex", "cli", "hostconfig", "imagefile", "plan"}},
+    {"lab", {"vex", "cli", "fwctl/DaemonStatus.h", "hostconfig", "imagefile", "plan"}},
 };
 
 const fs::path Root = FW_SOURCE_DIR;

@@ -22,6 +22,8 @@ lab::LabResult failedRun() {
     lab::LabResult result;
     result.step = lab::LabResult::Update;
     result.failure = Hostile;
+    result.endSeconds = 100;
+    result.facts.timeScale = 10;
     result.configuredVersion = "1.05-7";
     result.imageBytes = 1000;
     result.parts = {{"root", "1.02-3", 100, 400, true}, {Hostile, "1.02-3", 500, 500, false}};
@@ -34,7 +36,8 @@ lab::LabResult failedRun() {
 std::vector<lab::LabEvent> someEvents() {
     return {{0, lab::LabEvent::Step, Hostile, ""},
             {0.5, lab::LabEvent::Signal, Hostile, ""},
-            {0.6, lab::LabEvent::Log, "Downloader::download() Download 100-499 to 'x'.", "LOG_INFO"},
+            {0.6, lab::LabEvent::Action, "GetZempParts", ""},
+            {0.7, lab::LabEvent::Log, "Downloader::download() Download 100-499 to 'x'.", "LOG_INFO"},
             {2.5, lab::LabEvent::Log, Hostile, "LOG_WARNING"},
             {3, lab::LabEvent::Log, "no daemon's line", ""}};
 }
@@ -72,6 +75,7 @@ TEST(LabReport, HasAllItsPartsInGoodForm) {
     const std::string page = lab::makeReport(failedRun(), someEvents(), {"close-mid-body", Hostile});
     EXPECT_EQ(findFlaw(page), "");
     EXPECT_THAT(sectionOf(page, "verdict", "</section>"), HasSubstr("Failed while updating"));
+    EXPECT_THAT(sectionOf(page, "facts", "</table>"), HasSubstr("<td>10: the daemon&#39;s timers run"));
     const std::string strip = sectionOf(page, "strip", "</svg>");
     EXPECT_EQ(countIn(strip, "class=\"needed\""), 1U);
     EXPECT_EQ(countIn(strip, "class=\"unneeded\""), 1U);
@@ -81,6 +85,7 @@ TEST(LabReport, HasAllItsPartsInGoodForm) {
     const std::string timeline = sectionOf(page, "timeline", "</svg>");
     EXPECT_EQ(countIn(timeline, "class=\"action\""), 1U);
     EXPECT_EQ(countIn(timeline, "class=\"signal\""), 1U);
+    EXPECT_THAT(timeline, HasSubstr(">100 s</text>")) << "the axis ends before the run";
     EXPECT_EQ(countIn(sectionOf(page, "requests", "</table>"), "<tr>"), 3U);
     const std::string log = sectionOf(page, "log", "</table>");
     EXPECT_EQ(countIn(log, "<tr "), 3U);

@@ -1,8 +1,10 @@
 // Whole updates: real daemon, bus, database and web server, also one that misbehaves by name.
 #include "lab/FaultServer.h"
+#include "support/ShellOutput.h"
 #include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -39,6 +41,9 @@ TEST_F(Update, FetchesAllOfAnImageForAnEmptyTerminal) {
     EXPECT_EQ(result.readyFile, "/data/fw/fw_download_update.zemp-1.05-7");
     EXPECT_EQ(result.verdict.size, result.imageBytes);
     EXPECT_EQ(readText(result.daemonLog).find("LOG_ERR"), std::string::npos); // all went well
+    EXPECT_EQ(result.facts.imageSha256,
+              support::runShell("sha256sum <'" + options.image + "'").text.substr(0, 64));
+    EXPECT_NE(result.facts.daemonVersion, "");
 }
 
 TEST_F(Update, LeavesOutWhatIsInstalled) {
@@ -57,9 +62,22 @@ TEST_F(Update, SaysWhichStepFailedAndKeepsTheLog) {
     options.timeout = std::chrono::seconds(2);
     const lab::LabResult late = runLab(options, mDirectory.file("work"));
     EXPECT_EQ(late.step, lab::LabResult::Update);
-    EXPECT_NE(late.failure.find("time limit"), std::string::npos) << late.failure;
+    for (const char* const told : {"time limit", "the daemon's status: ", "; its last warnings: ",
+                                   "The image is release 1.05-7, configured is 9.09-9."})
+        EXPECT_NE(late.failure.find(told), std::string::npos) << late.failure;
     EXPECT_NE(readText(late.daemonLog), "");
 
+    options.version = "";
+    std::string damaged = readText(options.image);
+    damaged[300] ^= 1; // in the kernel's body
+    options.image = mDirectory.write("damaged", damaged);
+    options.timeout = std::chrono::seconds(60);
+    const lab::LabResult futile = runLab(options, mDirectory.file("work"));
+    EXPECT_EQ(futile.step, lab::LabResult::Prepare);
+    EXPECT_NE(futile.failure.find("the body of 'kernel' at offset 204 is damaged"), std::string::npos)
+        << futile.failure;
+
+    options.image = mDirectory.file("image");
     options.version = "0.00-0"; // which is installed
     EXPECT_EQ(runLab(options, mDirectory.file("work")).step, lab::LabResult::Prepare);
     for (const char* const version : {"1", "1.05", "1.05-", "1-7.5", "x.05-7", "1.-7", "1.05 7"}) {
@@ -98,6 +116,24 @@ TEST_F(Update, OvercomesAndShowsWhatTheServerDoesWrong) {
         found.resize(std::min(found.size(), expected.size()));
         EXPECT_EQ(found, expected);
     }
+}
+
+TEST(LabProgram, PrintsAResultForPrograms) {
+    const std::string command = lab::Programs::find().lab + " run --time-scale 100 --json";
+    const support::ShellOutput output = support::runShell(command + " 2>/dev/null");
+    EXPECT_EQ(output.status, 0);
+    const nlohmann::json result = nlohmann::json::parse(output.text);
+    EXPECT_EQ(result["good"], true);
+    EXPECT_EQ(result["run"]["commandLine"], command);
+    EXPECT_EQ(result["actions"].back()["action"], "WaitForFwUpdate");
+}
+
+TEST(LabProgram, OpensAShellOnATerminalThatEndsWithIt) {
+    const support::ShellOutput output = support::runShell(
+        "echo 'until fwctl status >/dev/null; do sleep 0.05; done; fwctl check; sleep 1000 & exit 3' | " +
+        lab::Programs::find().lab + " shell 2>/dev/null");
+    EXPECT_EQ(output.status, 3);
+    EXPECT_NE(output.text.find("daemon         ok: process "), std::string::npos) << output.text;
 }
 
 TEST(FaultNames, AreReadWithTheirCounts) {

@@ -99,7 +99,7 @@ TEST(Watch, ShowsPartBarRateAndTimeLeftAsTheyAre) {
     const double rate = static_cast<double>(terminal.lab().fetchedBytes() - before) / 1000 / seconds;
 
     EXPECT_LT(progress.percent, 75) << line;
-    EXPECT_NEAR(progress.marks, progress.percent * BarColumns / 100, 1) << line;
+    EXPECT_NEAR(progress.marks, 0.01 * progress.percent * BarColumns, 1) << line;
     EXPECT_NEAR(progress.rate, rate, rate * Tolerance) << line;
     const double left = RootSize / 1000.0 * (100 - progress.percent) / 100 / rate;
     EXPECT_NEAR(progress.left, left, left * Tolerance + 1) << line; // whole seconds

@@ -47,7 +47,7 @@ TEST(ToolDocuments, NameEveryCommandAndOption) {
         {VEXCTL_PROGRAM,
          {"", "config", "config get", "config set", "signal", "signal send", "signal listen"}},
 #ifdef FW_LAB_PROGRAM
-        {FW_LAB_PROGRAM, {"", "run"}},
+        {FW_LAB_PROGRAM, {"", "run", "shell"}},
 #endif
     };
     for (const auto& [program, commands] : programs) {
