@@ -191,6 +191,22 @@ TEST_F(Hostconfig, LengthsBeyondTheRecordAreRefused) {
     hostcfg::reseal(record);
     header->body_length = 0xffffffff;
     EXPECT_EQ(load(record), -1);
+
+    constexpr unsigned Room = HostconfigMaximumSize - 8;
+    const struct {
+        unsigned header, body;
+        bool fits;
+    } rows[] = {{16, Room - 16, true},
+                {16, Room - 15, false},
+                {Room, 0, true},
+                {Room, 1, false},
+                {Room + 1, 0, false}};
+    for (const auto& row : rows) {
+        auto* ofObject = reinterpret_cast<zemp_header_t*>(hc->raw + 8);
+        ofObject->hdr_length = static_cast<uint16_t>(row.header);
+        ofObject->body_length = row.body;
+        EXPECT_EQ(hostconfig_check_raw(hc.get()) != HostconfigBadLength, row.fits) << row.header;
+    }
 }
 
 TEST_F(Hostconfig, LongerMainHeaderMovesTheCheckedBodyButNotTheParts) {

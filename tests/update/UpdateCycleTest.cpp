@@ -123,6 +123,9 @@ TEST_F(UpdateCycle, OldAndNewSetsOnDiskKeepWhatIsGood) {
             fresh.write("ContentPart-KernelBlob-" + version, image.buildPart(2));
             fresh.write("ContentPart-AppBlob-" + version, image.buildPart(5));
         }
+        imagefile::Bytes beginning = newImage.buildPart(2);
+        beginning.resize(500);
+        fresh.write("ContentPart-abcdef", beginning); // of a fetch that was broken off
         expectCompletes(fresh);
         const std::string kernel = std::to_string(newImage.offsetOf(2)) + "-";
         for (const std::string& range : fresh.server.ranges())

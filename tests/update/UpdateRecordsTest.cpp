@@ -253,6 +253,23 @@ TEST(FetchGovernorTest, PacesWhatBringsNothingNew) {
     EXPECT_EQ(governor.onFetch(0), FetchGovernor::FetchNow);
 }
 
+TEST(FetchGovernorTest, DoubtsThePartsOnce) {
+    FetchGovernor governor;
+    for (unsigned i = 0; i < 12; ++i) {
+        EXPECT_FALSE(governor.isStartDoubtVain());
+        governor.onFetch(1);
+    }
+    EXPECT_TRUE(governor.takeStartDoubt());
+    EXPECT_TRUE(governor.isStartDoubtVain());
+    for (const bool forgives : {true, false}) {
+        governor.onPartsDoubted();
+        EXPECT_EQ(governor.onFetch(1), forgives ? FetchGovernor::FetchNow : FetchGovernor::FetchLater);
+        for (unsigned i = 0; i < 12; ++i)
+            governor.onFetch(1);
+        EXPECT_FALSE(governor.isStartDoubtVain());
+    }
+}
+
 TEST(RetryPaceTest, WaitsLongerAfterEachFailure) {
     RetryPace pace;
     EXPECT_FALSE(pace.onBeat()) << "nothing has failed";
