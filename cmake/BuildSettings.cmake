@@ -13,7 +13,8 @@ endif()
 
 # 64-bit file offsets and time on 32-bit targets too.
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+set(CMAKE_COMPILE_WARNING_AS_ERROR ON CACHE BOOL "Warnings are errors")
 
 # What is built to be installed: hardened, and free of what nothing refers to.
 if(CMAKE_BUILD_TYPE MATCHES "^(Release|MinSizeRel)$" AND NOT FW_SANITIZE)
