@@ -45,6 +45,7 @@ const Rule Rules[] = {
      {"vex", "common", "image", "installed", "workers/ConfigNames.h", Fragment, Settings, "imagefile", "plan",
       "fwctl"}},
     {"tools/fwctl", {"vex", "cli", "workers/ConfigNames.h"}},
+    {"tools/vexctl", {"vex", "cli", "workers/ConfigNames.h"}},
     {"tools", {"vex", "common", "image", "installed", "seal", Fragment}},
     {"lab", {"vex", "cli", "fwctl/DaemonStatus.h", "hostconfig", "imagefile", "plan"}},
 };

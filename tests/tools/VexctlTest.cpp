@@ -46,6 +46,9 @@ class Vexctl : public testing::Test {
             EXPECT_EQ(0, run("signal send other.x 00").status);
             EXPECT_EQ(0, run("signal send evt.a 00fF7e").status);
             EXPECT_EQ(0, run("signal send evt").status);
+            EXPECT_EQ(0, run("signal send event_handler.forwardEventReport 01000100" + std::string(16, '0') +
+                             "02000000")
+                             .status);
         }
         waiter.join();
     }
@@ -64,6 +67,9 @@ TEST_F(Vexctl, SetsGetsListsAndErases) {
     EXPECT_EQ("state.c=-5\nstate.d=[x,y]\n", run("config list state").out);
     EXPECT_EQ(0, run("config erase cfg.a absent state.c state.d cfg.e").status);
     EXPECT_EQ("cfg.b=\n", run("config list").out);
+    const Result slip = run("config set cfg.fw_forse 1 cfg.fw_force 1");
+    EXPECT_EQ(0, slip.status);
+    EXPECT_TRUE(complains(slip, "reads no key 'cfg.fw_forse'; is 'cfg.fw_force' meant?")) << slip.error;
 }
 
 TEST_F(Vexctl, WrongUseIsTwoAndChangesNothing) {
@@ -98,7 +104,7 @@ TEST_F(Vexctl, FailuresNameTheThingAndTheReason) {
 
 TEST_F(Vexctl, ListenersPrintWhatOthersSendUpToTheirCount) {
     FILE* const filtered = begin("signal listen evt --count 2 --timeout 60");
-    FILE* const all = begin("signal listen --count 5 --timeout 60");
+    FILE* const all = begin("signal listen --count 6 --timeout 60");
     support::ShellOutput ofFiltered{};
     support::ShellOutput ofAll{};
     sendUntilDone([&] {
@@ -109,6 +115,7 @@ TEST_F(Vexctl, ListenersPrintWhatOthersSendUpToTheirCount) {
     EXPECT_THAT(ofFiltered.text, testing::AnyOf("evt.a 00ff7e\nevt\n", "evt\nevt.a 00ff7e\n"));
     EXPECT_EQ(0, ofAll.status);
     EXPECT_THAT(ofAll.text, testing::HasSubstr("other.x 00\nevt.a 00ff7e\nevt\n"));
+    EXPECT_THAT(ofAll.text, testing::HasSubstr("02000000 (update ready on)\n"));
 }
 
 TEST_F(Vexctl, ListenerPrintsAtOnceAndNoticesTheEndOfTheBus) {

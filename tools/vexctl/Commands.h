@@ -34,7 +34,7 @@ struct ListenOptions {
     std::optional<double> timeout; // ends after so many seconds; a failure if it was to count
 };
 
-// A line NAME HEX for each signal, NAME alone when it has no payload.
+// A line NAME HEX for each signal, NAME alone when it has no payload, with the meaning of one that is known.
 int signalListen(const ListenOptions& options);
 
 #endif

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "KnownNames.h"
 #include "vex/ConfigDatabaseConnection.h"
 #include <functional>
 #include <iostream>
@@ -63,6 +64,10 @@ int configSet(const std::vector<std::string>& keysAndValues) {
     for (size_t i = 0; i < keysAndValues.size(); i += 2) {
         if (keysAndValues[i].empty())
             return complain(sWrongUse, "config set: a key is empty");
+        const std::string meant = findMisspelt(keysAndValues[i]);
+        if (!meant.empty()) // other programs may have such a key
+            complain(sDone, "warning: fw_download reads no key '" + keysAndValues[i] + "'; is '" + meant +
+                                "' meant?");
         values.emplace_back(keysAndValues[i], keysAndValues[i + 1]);
     }
     return withNewDatabase([&](ConfigDatabaseConnection& database) {

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "HexText.h"
+#include "KnownNames.h"
 #include "vex/CBusConnection.h"
 #include "vex/FdLoop.h"
 #include <algorithm>
@@ -43,6 +44,9 @@ class Listener : public common::CBusMessageHandler {
             line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
         if (length > 0)
             line += " " + toHex(data, length);
+        const std::string meaning = explainSignal(name, data, length);
+        if (!meaning.empty())
+            line += " (" + meaning + ")";
         std::cout << line << std::endl; // at once, for whoever reads along
         if (!std::cout)
             end(complain(sFailed, "cannot write to standard output"));

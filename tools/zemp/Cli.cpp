@@ -95,12 +95,13 @@ class CommandLine {
 
         CLI::App* const plan = mApp.add_subcommand("plan", "Tell what a terminal will do with an image");
         plan->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
-        plan->add_option("--installed", mRecord, "What the terminal has: a host configuration record")
-            ->required()
+        plan->add_option("--installed", mRecord,
+                         "What the terminal has: a host configuration record; nothing if missing")
             ->check(cli::refuseEmpty)
             ->type_name("RECORD");
         addJson(plan);
-        plan->add_option("--svg", mSvg, "Draw the image with what is fetched")
+        plan->add_option("--svg", mSvg,
+                         "Draw the image with what is fetched; - for standard output, and nothing else there")
             ->check(cli::refuseEmpty)
             ->type_name("FILE");
         plan->footer("Example: zemp plan release.zemp --installed record --svg plan.svg\n"

@@ -100,11 +100,13 @@ int showPlan(const std::string& image, const std::string& record, bool json, con
     const auto isStopped = [] { return interruptedBy() != 0; };
     const auto source = imagefile::openImage(image, isStopped);
     const plan::UpdatePlan plan = plan::makePlan(*source, record, isStopped);
-    if (json)
+    if (svg == "-")
+        console.out << plan::drawStrip(plan);
+    else if (json)
         printJson(toJson(plan), console.out);
     else
         print(plan, console.out);
-    if (!svg.empty()) {
+    if (!svg.empty() && svg != "-") {
         writeFile(svg, plan::drawStrip(plan));
         console.err << svg << ": the image, " << plan.requests.size() << " requests\n";
     }
