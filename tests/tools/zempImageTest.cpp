@@ -78,7 +78,11 @@ name = "kernel"
 version = "1.2.3"
 file = "kernel.bin"
 )");
-    ASSERT_EQ(zemp({"build", "@d.toml", "-o", "@d.zemp"}), 0) << err;
+    EXPECT_EQ(zemp({"build", "@d.toml", "-o", "@d.zemp"}), 1) << "it is not fit for the field";
+    EXPECT_THAT(err, HasSubstr("d.toml: part 'sixteen bytes: A' has a name that the daemon does not know; "));
+    EXPECT_THAT(err, HasSubstr("; and 3 errors more (--no-check writes it all the same)\n"));
+    EXPECT_FALSE(std::filesystem::exists(scratch.file("d.zemp")));
+    ASSERT_EQ(zemp({"build", "--no-check", "@d.toml", "-o", "@d.zemp"}), 0) << err;
     const std::string image = ScratchDir::read(scratch.file("d.zemp"));
     EXPECT_THAT(image, HasSubstr(std::string("needs padding\n\n\0", 16)));
     EXPECT_THAT(image, HasSubstr("# suum\n2,kernel,7,-,-,-,0102012C,0\n4,root,0,/,ext4,4813,1.2.3,1\n"));

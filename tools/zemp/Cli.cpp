@@ -57,9 +57,10 @@ class CommandLine {
         CLI::App* const build = mApp.add_subcommand("build", "Write an image from a description");
         addBuildOptions(build, "IMAGE");
         addOlder(build);
+        build->add_flag("!--no-check", mIsChecked, "Write it also when 'zemp check' would find errors");
         build->footer("Example: zemp build release.toml -o release.zemp --against last.zemp\n"
                       "The same description and files give the same bytes.");
-        onUse(build, [this] { return buildImage(mInput, mOutput, mOlder, mConsole); });
+        onUse(build, [this] { return buildImage(mInput, mOutput, mOlder, mIsChecked, mConsole); });
 
         CLI::App* const list =
             mApp.add_subcommand("list", "List the parts of an image or of a content part file");
@@ -201,6 +202,7 @@ class CommandLine {
     std::vector<std::string> mKeys;
     std::vector<std::string> mOlder;
     bool mIsJson = false;
+    bool mIsChecked = true;
     std::function<int()> mAction;
 };
 

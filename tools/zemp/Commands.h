@@ -19,9 +19,10 @@ constexpr int StatusGood = 0;
 constexpr int StatusBadInput = 1;
 constexpr int StatusWrongUse = 2;
 
-// Writes nothing when a part has other bytes than one of the same name and version in an `older` image.
+// Writes nothing when a part has other bytes than one of the same name and version in an `older` image, or
+// when `isChecked` and checkImage() finds an error; its warnings are told.
 int buildImage(const std::string& description, const std::string& image,
-               const std::vector<std::string>& older, const Console& console);
+               const std::vector<std::string>& older, bool isChecked, const Console& console);
 int showListing(const std::string& image, bool json, const Console& console);
 
 // `part` is a part's name, or its offset. An empty `output` is the console.

@@ -104,9 +104,10 @@ const ListedPart& findPart(const ImageListing& listing, const std::string& image
 } // namespace
 
 int buildImage(const std::string& description, const std::string& image,
-               const std::vector<std::string>& older, const Console& console) {
+               const std::vector<std::string>& older, bool isChecked, const Console& console) {
     imagefile::ImageBuilder builder;
     readImageDescription(description, builder);
+    Findings findings;
     imagefile::refuseInput(image, description);
     for (size_t i = 0; i < builder.count(); ++i)
         imagefile::refuseInput(image, builder.at(i).file);
@@ -116,14 +117,22 @@ int buildImage(const std::string& description, const std::string& image,
             throwIfInterrupted();
             progress.update(done, total);
         });
-        if (older.empty())
+        if (isChecked)
+            findings = checkImage(temporary, older);
+        else if (!older.empty())
+            findings = findReusedVersions(imagefile::ImageReader(temporary), older);
+        const auto isError = [](const Finding& finding) { return finding.isError; };
+        const auto error = std::find_if(findings.begin(), findings.end(), isError);
+        if (error == findings.end())
             return;
-        const Findings reused = findReusedVersions(imagefile::ImageReader(temporary), older);
-        if (!reused.empty())
-            throw InputError(
-                description + ": " + reused[0].what + "; " + reused[0].mend +
-                (reused.size() > 1 ? "; so do " + std::to_string(reused.size() - 1) + " more" : ""));
+        const auto more = std::count_if(error + 1, findings.end(), isError);
+        throw InputError(
+            description + ": " + printable(error->what) + "; " + error->mend +
+            (more > 0 ? "; and " + counted(static_cast<size_t>(more), "error") + " more" : "") +
+            (isChecked && error->id != ReusedVersion ? " (--no-check writes it all the same)" : ""));
     });
+    for (const Finding& warning : findings)
+        console.err << "warning: " << printable(warning.what) << " [" << warning.id << "]\n";
     console.out << image << ": " << builder.size() << " bytes, " << builder.count() << " parts\n";
     return StatusGood;
 }

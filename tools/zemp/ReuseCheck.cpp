@@ -54,7 +54,7 @@ Findings findReusedVersions(const ImageReader& image, const std::vector<std::str
             for (auto part = first; part != last; ++part)
                 if (!isEqual(image, *part->second, *old, oldPart))
                     findings.push_back({true,
-                                        "version-reused",
+                                        ReusedVersion,
                                         part->second->offset,
                                         {},
                                         part->first + " differs from the one in " + where,
