@@ -163,6 +163,19 @@ TEST_F(ZempPartTest, UpdateTakesOverWhatTheOtherKnows) {
     known->update(&unread);
     EXPECT_FALSE(known->isBodyValid() || known->isExtendedHeaderValid());
 
+    using Release = zemp_content_release_header_t;
+    Release told = releaseHeader(1, 5, 7, "release");
+    const zemp_content_header_t releaseContent = contentHeader(ZempFormat::ReleaseHeaderType, "release");
+    ReleaseHeaderPart release(&releaseContent, &told);
+    for (void (*change)(Release&) :
+         {+[](Release& next) { ++next.major; }, +[](Release& next) { ++next.minor; },
+          +[](Release& next) { ++next.build; }, +[](Release& next) { ++next.time; },
+          +[](Release& next) { next.name[0] = 'R'; }}) {
+        change(told);
+        EXPECT_TRUE(release.updateReleaseHeader(&told));
+        EXPECT_FALSE(release.updateReleaseHeader(&told));
+    }
+
     const zemp_content_header_t plain = contentHeader(ZempFormat::BlobType, "notes");
     ContentBlob blob(&plain);
     ContentBlob laterBlob(&plain);

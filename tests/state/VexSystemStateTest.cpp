@@ -1,6 +1,7 @@
 #include "state/VexSystemState.h"
 
 #include <gtest/gtest.h>
+#include <set>
 
 namespace {
 
@@ -11,6 +12,10 @@ TEST(VexSystemState, TableIsBuiltBeforeMain) {
     EXPECT_EQ(states.at("WaitVEXNetwork"), 10);
     EXPECT_EQ(states.at("Fatal"), 13);
     EXPECT_EQ(states.count("Unknown"), 0U);
+    std::set<int> numbers;
+    for (const auto& [name, number] : states)
+        numbers.insert(number);
+    EXPECT_EQ(numbers.size(), states.size());
 }
 
 } // namespace

@@ -255,11 +255,17 @@ TEST(FetchGovernorTest, PacesWhatBringsNothingNew) {
 
 TEST(FetchGovernorTest, DoubtsThePartsOnce) {
     FetchGovernor governor;
-    for (unsigned i = 0; i < 12; ++i) {
-        EXPECT_FALSE(governor.isStartDoubtVain());
+    governor.onFetch(1);
+    for (unsigned vain = 0; vain <= FetchGovernor::FetchesBeforeStartDoubt; ++vain) {
+        EXPECT_FALSE(governor.takeStartDoubt()) << vain;
         governor.onFetch(1);
     }
     EXPECT_TRUE(governor.takeStartDoubt());
+    for (unsigned vain = FetchGovernor::FetchesBeforeStartDoubt + 1;
+         vain <= FetchGovernor::FetchesBeforePartsDoubt; ++vain) {
+        EXPECT_FALSE(governor.isStartDoubtVain()) << vain;
+        governor.onFetch(1);
+    }
     EXPECT_TRUE(governor.isStartDoubtVain());
     for (const bool forgives : {true, false}) {
         governor.onPartsDoubted();
