@@ -74,6 +74,12 @@ TEST_F(Hostconfig, FileSizesOutsideTheLimitsAreRefused) {
     EXPECT_EQ(load(longest), 1);
     for (const char* const path : {scratch.path().c_str(), "/no/such", "/dev/mtd-no-such"})
         EXPECT_EQ(hostconfig_load(hc.get(), path, ""), -1) << path;
+
+    Bytes shortest = good;
+    shortest.resize(24);
+    hostcfg::reseal(shortest);
+    EXPECT_EQ(hostconfig_load_raw(hc.get(), writeRecord(scratch, "record", shortest).c_str()), 0);
+    EXPECT_EQ(load(shortest), -1) << "without a part";
 }
 
 TEST_F(Hostconfig, BadPrimaryFallsBackToTheSecondary) {

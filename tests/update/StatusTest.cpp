@@ -95,6 +95,7 @@ const Row Rows[] = {
 TEST(Status, TellsEachState) {
     for (const Row& row : Rows) {
         SCOPED_TRACE(row.state);
+        const time_t begin = time(nullptr);
         Terminal terminal;
         prepare(terminal, 7);
         row.arrange(terminal);
@@ -106,6 +107,7 @@ TEST(Status, TellsEachState) {
         const json status = json::parse(terminal.statusText());
         EXPECT_EQ(status["state"], row.state);
         EXPECT_EQ(status["sentence"], status::getSentence(terminal.status().state));
+        EXPECT_GE(status["since"], begin);
         row.meet(terminal, status);
         EXPECT_EQ(terminal.violations(), std::vector<std::string>());
     }
