@@ -109,7 +109,9 @@ void askSpace(const Places& places, const plan::UpdatePlan* plan, Teller& teller
     const uint64_t temporary = plan != nullptr ? plan->temporaryBytes() : 0;
     std::optional<Room> room;
     try {
-        room.emplace(places.downloads);
+        // The daemon makes the directory, but not the one that it is in.
+        const std::filesystem::path downloads(places.downloads);
+        room.emplace(exists(downloads) ? downloads : downloads.parent_path());
         tell("space", places.downloads, room->bytes + bytesOfDaemon(places.downloads), download,
              "make room on that disk", teller);
     } catch (const std::exception& error) {
