@@ -13,7 +13,7 @@ import parts
 from figures import figures
 from machine import MachineError
 from night import night
-from parts import say
+from parts import PROJECT, output, say
 from terminal import SETTINGS, Desk, boot_to_end
 from upkeep import upkeep
 
@@ -47,6 +47,7 @@ def words():
     parser.add_argument("--tmp", metavar="SIZE", help="of /tmp, which is memory, for example 16M; without it half of the memory")
     parser.add_argument("--card", type=int, default=256, metavar="MIB", help="size of the card, a power of two (%(default)s)")
     parser.add_argument("--packages", metavar="DIRECTORY", help="of armhf packages, in place of those of these sources")
+    parser.add_argument("--curl", choices=["small"], help="with a libcurl of HTTP and one TLS library alone")
     parser.add_argument("--put-back", choices=FAULTS, help="a fault that the service once had; the update fails then")
     parser.add_argument("--hours", type=float, default=10, help="of the night (%(default)s)")
     parser.add_argument("--gone", type=float, metavar="HOURS", help="the server is gone for so long, in place of other losses")
@@ -76,7 +77,9 @@ def prepare(terminal, options):
         terminal.do(FAULTS[options.put_back])
     if values:
         terminal.settings(**values)
-    if values or options.put_back:
+    if options.curl:
+        terminal.take_curl()
+    if values or options.curl or options.put_back:
         terminal.service("restart")
     terminal.wait_service()
     say(f"packages installed and service running after {time.monotonic() - begin:.0f} s")
@@ -122,7 +125,8 @@ def main():
     options = words()
     signal.signal(signal.SIGTERM, lambda *unused: sys.exit(1))  # leaves the scopes
     try:
-        with Desk(options.flavour, parts.in_directory(options.packages), options.keep, options.card) as desk:
+        more = [output(f"{PROJECT}/script/small-curl", "armhf").strip()] if options.curl else []
+        with Desk(options.flavour, parts.in_directory(options.packages), options.keep, options.card, more) as desk:
             if options.verb == "build":
                 parts.base_root(options.flavour, desk.packages, boot_to_end)
                 return

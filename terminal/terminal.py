@@ -39,10 +39,9 @@ def documented(number):
     return [line.removeprefix("# ") for line in block.splitlines()]
 
 
-def archive(packages, path):
-    """The packages as a disk: an archive that tar reads from the device."""
-    folder = os.path.dirname(packages[0])
-    run("tar", "-c", "-f", path, "-C", folder, *(os.path.basename(package) for package in packages))
+def archive(files, path):
+    """Packages and what else is to be installed as a disk: an archive that tar reads from the device."""
+    run("tar", "-c", "-f", path, *(word for file in files for word in ("-C", *os.path.split(file))))
     return path
 
 
@@ -72,6 +71,10 @@ class Terminal(Machine):
         self.answers = b""
         self.do(f"({reboot}) >/dev/null 2>&1 & :")
         self.wait_agent(BOOT_SECONDS)
+
+    def take_curl(self):
+        """The libcurl of the disk in place of Debian's."""
+        self.do("cd /usr/lib/arm-linux-gnueabihf && rm libcurl.so.4 && cp /root/packages/libcurl.so.4 .")
 
     def service(self, verb):
         """start, stop or restart"""
@@ -113,7 +116,8 @@ class Terminal(Machine):
 class Desk(contextlib.ExitStack):
     """What one run needs around a terminal: a folder, a web server, images, a card, packages. All ends with its scope."""
 
-    def __init__(self, flavour, packages, keep=None, card_mib=256):
+    def __init__(self, flavour, packages, keep=None, card_mib=256, more=()):
+        """more: files that come to the terminal beside the packages"""
         super().__init__()
         self.flavour = flavour
         self.keep = keep
@@ -123,6 +127,7 @@ class Desk(contextlib.ExitStack):
         os.makedirs(parts.BUILD, exist_ok=True)
         parts.our_programs()
         self.packages = packages or parts.our_packages()
+        self.more = more
         self.served = f"{self.folder}/served"
         os.makedirs(self.served, exist_ok=True)
         self.record = f"{self.folder}/record"
@@ -148,7 +153,7 @@ class Desk(contextlib.ExitStack):
         """A fresh terminal with an empty card, booted, and its packages on a disk."""
         card.make(self.card, self.card_mib, record or self.record)
         root = root_copy(self.flavour, self.packages, f"{self.folder}/root.img")
-        disk = archive(self.packages, f"{self.folder}/packages.tar")
+        disk = archive([*self.packages, *self.more], f"{self.folder}/packages.tar")
         terminal = self.enter_context(Terminal(self.flavour, root, self.card, disks={"packages": disk}, **options))
         terminal.wait_agent(BOOT_SECONDS)
         if terminal.systemd():

@@ -127,7 +127,8 @@ class Comparison:
     # --- idle and start
 
     def start_idle(self):
-        self.idle = services.Terminal(self.options.binaries, self.path("idle"), self.inputs.record)
+        self.idle = services.Terminal(self.options.binaries, self.path("idle"), self.inputs.record,
+                                      curl=self.options.curl)
         self.idle.configure("1.04 3", "1", "4", "3", "http://127.0.0.1:9/none")
         self.idle.start()
         self.idle_since = time.monotonic()
@@ -218,6 +219,7 @@ def main():
     parser.add_argument("--fleet", type=int, default=50, help="terminals against one web server")
     parser.add_argument("--only", nargs="+", choices=STEPS, help="steps to run; without it all")
     parser.add_argument("--quick", action="store_true", help="do not wait for the configuration monitor's timer")
+    parser.add_argument("--curl", metavar="DIRECTORY", help="with a libcurl for the idle and starting daemon")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="fw_bench.") as directory:
         comparison = Comparison(options, directory)

@@ -131,8 +131,10 @@ class WebServer(Service):
 class Terminal:
     """The daemon in console mode, with bus, configuration and file system of its own."""
 
-    def __init__(self, binaries, directory, record, time_scale=1, verbosity=6):
+    def __init__(self, binaries, directory, record, time_scale=1, verbosity=6, curl=None):
+        """curl: directory with a libcurl of its own"""
         self.binaries = binaries
+        self.curl = curl
         self.directory = directory
         for name in ("tmp", "fw", "run"):
             os.makedirs(os.path.join(directory, name))
@@ -145,8 +147,9 @@ class Terminal:
         self.daemon = None
 
     def environment(self):
+        own = {"LD_LIBRARY_PATH": self.curl} if self.curl else {}
         return dict(os.environ, VEX_CONFIGDB=self.database, VEX_TIME_SCALE=str(self.time_scale),
-                    VEX_CBUS_ADDRESS=f"unix:path={self.bus.socket}")
+                    VEX_CBUS_ADDRESS=f"unix:path={self.bus.socket}", **own)
 
     def vexctl(self, *arguments):
         command = [os.path.join(self.binaries, "vexctl"), "config", *arguments]
@@ -169,9 +172,10 @@ class Terminal:
                 box += ["--ro-bind", tree, tree]
         for source, target in (("fw", "/data/fw"), ("tmp", "/tmp"), ("", "/box")):
             box += ["--bind", os.path.join(self.directory, source), target]
-        box += ["--ro-bind", self.binaries, "/build/bin",
-                "--ro-bind", os.path.join(os.path.dirname(self.binaries), "lib"), "/build/lib",
-                "--setenv", "LD_LIBRARY_PATH", "/build/lib", "--setenv", "VEX_CONFIGDB", "/box/config.db",
+        libraries = os.path.join(os.path.dirname(self.binaries), "lib")
+        box += ["--ro-bind", self.binaries, "/build/bin", "--ro-bind", libraries, "/build/lib",
+                "--ro-bind", self.curl or libraries, "/build/curl",
+                "--setenv", "LD_LIBRARY_PATH", "/build/curl:/build/lib", "--setenv", "VEX_CONFIGDB", "/box/config.db",
                 "--setenv", "VEX_CBUS_ADDRESS", "unix:path=/box/bus"]
         return box + ["/build/bin/fw_download", "-c", "-v", str(self.verbosity)]
 
