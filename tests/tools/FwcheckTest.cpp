@@ -60,6 +60,10 @@ class Fwcheck : public testing::Test {
     void write(const std::string& name, const std::string& text) const {
         mPlatform.directory().write(name, text);
     }
+    void writeStatus(const std::string& text) const {
+        std::filesystem::create_directory(file("run/fw_download"));
+        write("run/fw_download/status.json", text);
+    }
     void addDaemon(const std::string& pid) const {
         std::filesystem::create_directory(file("proc/" + pid));
         write("proc/" + pid + "/comm", "fw_download\n");
@@ -159,13 +163,14 @@ TEST_F(Fwcheck, NamesWhatIsInTheWayAndWhatHelps) {
              endDaemon();
              write("run/fw_download.pid", "812\n");
          }},
-        {"daemon", "2 of it run, processes 812, 99: kill all but one", [&] { addDaemon("99"); }},
+        {"daemon", "2 of it run, processes 99, 812: kill all but one",
+         [&] {
+             addDaemon("99");
+             writeStatus(R"({"pid": 99, "state": "no-bus"})"); // the other one has the name
+         }},
         {"bus-name", "the daemon does not have the name fwdownload", [&] { mDaemon.disconnect(); }},
         {"bus-name", "another program has the name fwdownload",
-         [&] {
-             std::filesystem::create_directory(file("run/fw_download"));
-             write("run/fw_download/status.json", R"({"pid": 812, "state": "no-bus"})");
-         }},
+         [&] { writeStatus(R"({"pid": 812, "state": "no-bus"})"); }},
         {"configuration", "'cfg.config.status' is missing", key(ConfigKey::ConfigStatus, "")},
         {"configuration", "'cfg.config.status' is 'partial'", key(ConfigKey::ConfigStatus, "partial")},
         {"version", "major_version' is missing", key(ConfigKey::MajorVersion, "")},

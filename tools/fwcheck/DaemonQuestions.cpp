@@ -35,12 +35,14 @@ std::vector<std::string> findDaemons(const std::filesystem::path& processes) {
         if (space.empty() || space == ownSpace)
             found.push_back(pid);
     }
-    std::sort(found.begin(), found.end());
+    std::sort(found.begin(), found.end(), [](const std::string& left, const std::string& right) {
+        return std::make_pair(left.size(), left) < std::make_pair(right.size(), right);
+    });
     return found;
 }
 
-// False when it does not run.
-bool askDaemon(const Places& places, Teller& teller) {
+// How many of it run.
+size_t askDaemon(const Places& places, Teller& teller) {
     constexpr const char* question = "daemon";
     const std::vector<std::string> daemons = findDaemons(places.processes);
     const std::string pidFile = places.run + "/fw_download.pid";
@@ -59,13 +61,13 @@ bool askDaemon(const Places& places, Teller& teller) {
     } else {
         teller.wrong(question, std::string("it does not run: ") + HowToStart);
     }
-    return !daemons.empty() || holder != 0;
+    return std::max<size_t>(daemons.size(), holder != 0 ? 1 : 0);
 }
 
 } // namespace
 
 void askDaemonAndBus(const Places& places, Teller& teller) {
-    const bool isRunning = askDaemon(places, teller);
+    const size_t daemons = askDaemon(places, teller);
     common::FdLoop loop;
     common::CBusConnection bus;
     if (!bus.connect(("fwctl-" + std::to_string(getpid())).c_str(), loop)) {
@@ -77,8 +79,9 @@ void askDaemonAndBus(const Places& places, Teller& teller) {
     const std::string name = std::string("the name ") + BusName::Client;
     common::CBusConnection daemon;
     const bool isFree = daemon.connect(BusName::Client, loop);
-    const bool isDaemons = isRunning && readStatus(places.run).text("state") != "no-bus";
-    if (isFree && isRunning)
+    // Of several one has the name, and the status may be the other's.
+    const bool isDaemons = daemons > 1 || (daemons == 1 && readStatus(places.run).text("state") != "no-bus");
+    if (isFree && daemons > 0)
         teller.wrong("bus-name", "the daemon does not have " + name +
                                      ": it tries for 100 s; restart it if that does not help");
     else if (isFree)
