@@ -198,15 +198,15 @@ TEST_F(Hostconfig, LengthsBeyondTheRecordAreRefused) {
     header->body_length = 0xffffffff;
     EXPECT_EQ(load(record), -1);
 
-    constexpr unsigned Room = HostconfigMaximumSize - 8;
+    constexpr unsigned room = HostconfigMaximumSize - 8;
     const struct {
         unsigned header, body;
         bool fits;
-    } rows[] = {{16, Room - 16, true},
-                {16, Room - 15, false},
-                {Room, 0, true},
-                {Room, 1, false},
-                {Room + 1, 0, false}};
+    } rows[] = {{16, room - 16, true},
+                {16, room - 15, false},
+                {room, 0, true},
+                {room, 1, false},
+                {room + 1, 0, false}};
     for (const auto& row : rows) {
         auto* ofObject = reinterpret_cast<zemp_header_t*>(hc->raw + 8);
         ofObject->hdr_length = static_cast<uint16_t>(row.header);
