@@ -5,6 +5,7 @@
 #include "image/ZempParser.h"
 #include "update/FileFragment.h"
 #include "workitems/FwWorkItem.h"
+#include <atomic>
 #include <memory>
 
 class ParseFileRequest : public FwWorkItem {
@@ -38,7 +39,7 @@ class ParseFileRequest : public FwWorkItem {
     std::string toString() const;
 
   private:
-    ParseStatus mParseStatus = ParsePending;
+    std::atomic<ParseStatus> mParseStatus{ParsePending}; // set by the worker, logged by the main thread
     FileFragment* const mFileFragment;
     std::unique_ptr<ZempParser> mZempParser;
 };

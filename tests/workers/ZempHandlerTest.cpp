@@ -168,7 +168,10 @@ TEST_F(ZempHandlerTest, StopsPromptlyInALongParse) {
         requests.back()->initializeZempParser();
         in.add(requests.back().get());
     }
-    ASSERT_TRUE(eventually([&] { return out.size() > 0; }));
+    ASSERT_TRUE(eventually([&] {
+        EXPECT_NE(requests.front()->toString(), ""); // as the main thread logs what is out
+        return out.size() > 0;
+    }));
     EXPECT_LT(stopTime(handler), PromptStop);
     for (const auto& request : requests)
         freeParts(*request);
