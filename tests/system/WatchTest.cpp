@@ -16,6 +16,7 @@ constexpr int DefaultLevel = 6;
 constexpr size_t KernelSize = 5000;
 constexpr size_t RootSize = 250000; // ten seconds
 constexpr double Tolerance = 0.1;
+constexpr double ShortestLook = 3; // seconds
 constexpr int BarColumns = 30;
 
 // fwctl on a terminal line of its own.
@@ -83,22 +84,28 @@ TEST(Watch, ShowsPartBarRateAndTimeLeftAsTheyAre) {
     const Watch watch(terminal.work().run());
     ASSERT_TRUE(eventually([&] {
         terminal.announce();
-        return terminal.lab().fetchedBytes() > KernelSize + RootSize / 10;
+        return terminal.lab().fetchedBytes() > KernelSize;
     })) << terminal.log();
-    const Clock::time_point begin = Clock::now();
-    const uint64_t before = terminal.lab().fetchedBytes();
 
+    // A machine that is busy reads lines late, and several at once: a look at the middle takes some seconds.
     std::string line;
     Progress progress(line);
+    Clock::time_point begin;
+    uint64_t before = 0;
+    double seconds = 0;
     do {
         line = watch.next();
         ASSERT_NE(line, "") << terminal.log();
         progress = Progress(line);
-    } while (!progress.isOfRoot || progress.percent < 50);
-    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        if (progress.isOfRoot && before == 0) {
+            begin = Clock::now();
+            before = terminal.lab().fetchedBytes();
+        }
+        seconds = before == 0 ? 0 : std::chrono::duration<double>(Clock::now() - begin).count();
+    } while (!progress.isOfRoot || progress.percent < 50 || seconds < ShortestLook);
     const double rate = static_cast<double>(terminal.lab().fetchedBytes() - before) / 1000 / seconds;
 
-    EXPECT_LT(progress.percent, 75) << line;
+    EXPECT_LT(progress.percent, 90) << line;
     EXPECT_NEAR(progress.marks, 0.01 * progress.percent * BarColumns, 1) << line;
     EXPECT_NEAR(progress.rate, rate, rate * Tolerance) << line;
     const double left = RootSize / 1000.0 * (100 - progress.percent) / 100 / rate;
