@@ -75,7 +75,7 @@ TEST(Fileutil, ExistenceAndSize) {
 
 TEST(Slurp, KeepsEveryByteAndEndsInAZero) {
     const ScratchDir scratch;
-    for (const size_t size : {0, 1, 4095, 4096, 4097, 8192, 20000}) {
+    for (const size_t size : {0U, 1U, 4095U, 4096U, 4097U, 8192U, 20000U}) {
         const std::string bytes = payload(size);
         size_t length = 99;
         const Text text(fnslurp(scratch.write("f", bytes).c_str(), &length), &free);

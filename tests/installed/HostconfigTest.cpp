@@ -64,7 +64,7 @@ TEST_F(Hostconfig, FindsPartsByTheBeginningOfTheirName) {
 
 TEST_F(Hostconfig, FileSizesOutsideTheLimitsAreRefused) {
     const Bytes good = hostcfg::build(partitions({"kernel"}));
-    for (const size_t size : {0, 23, 5121}) {
+    for (const size_t size : {0U, 23U, 5121U}) {
         Bytes record = good;
         record.resize(size);
         EXPECT_EQ(load(record), -1) << size;

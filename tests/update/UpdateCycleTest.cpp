@@ -312,7 +312,7 @@ TEST_F(UpdateCycle, StartInAnotherOrderIsFollowedOnceItIsMended) {
     prepare(terminal, 7, pools);
     const imagefile::ImageBuilder good = makeImage(7, pools);
     imagefile::ImageBuilder image;
-    for (const size_t index : {0, 2, 1})
+    for (const size_t index : {0U, 2U, 1U})
         image.add(imagefile::ImageBuilder(good).at(index));
     terminal.publish("1.05-7", image);
     terminal.run(24 * Hour);
