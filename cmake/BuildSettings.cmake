@@ -26,6 +26,9 @@ if(CMAKE_BUILD_TYPE MATCHES "^(Release|MinSizeRel)$" AND NOT FW_SANITIZE)
   if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
     list(APPEND FW_SHIPPED_OPTIONS -fcf-protection=full -fstack-clash-protection)
   endif()
+  if(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON) # a fifth of a program's size
+  endif()
   add_link_options(LINKER:--build-id=sha1 LINKER:-z,relro LINKER:-z,now LINKER:--gc-sections LINKER:--as-needed)
 endif()
 
