@@ -26,7 +26,7 @@ set(base "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 set(http "libcurl4 (>= 7.88.1), libdeflate0 (>= 1.14)")
 set(seal "")
 if(FW_SEAL)
-  set(seal "libsodium23 (>= 1.0.18), ")
+  set(seal ", libsodium23 (>= 1.0.18)")
 endif()
 set(version "${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
@@ -39,7 +39,7 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION
   "firmware download daemon, the programs\nThe program alone, which lists images too, and fwctl, which tells what\nit is doing. No service is started: that\nis what fw-download adds.")
 # A terminal brings a platform library of its own, packaged as libvex1.
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${base}, ${http}, libvex-host | libvex1")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${base}, ${http}${seal}, libvex-host | libvex1")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_BREAKS ${earlier})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_REPLACES ${earlier})
 
@@ -80,7 +80,7 @@ set(CPACK_COMPONENT_VEXCTL_DESCRIPTION
 
 set(CPACK_DEBIAN_ZEMP_PACKAGE_NAME zemp)
 set(CPACK_DEBIAN_ZEMP_PACKAGE_SECTION devel)
-set(CPACK_DEBIAN_ZEMP_PACKAGE_DEPENDS "${base}, ${http}, libtomlplusplus3 (>= 3.3.0), ${seal}libvex-host (>= ${version})")
+set(CPACK_DEBIAN_ZEMP_PACKAGE_DEPENDS "${base}, ${http}, libtomlplusplus3 (>= 3.3.0)${seal}, libvex-host (>= ${version})")
 set(CPACK_COMPONENT_ZEMP_DESCRIPTION
   "makes and checks firmware images\nBuilds images from a description, lists, checks and seals them, plans\nupdates, and builds host configuration records.")
 

@@ -1,6 +1,7 @@
 #include "common/File.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,4 +86,26 @@ bool File::close() {
     const int fd = mFd;
     mFd = -1;
     return ::close(fd) == 0;
+}
+
+bool File::syncDirectoryOf(const std::string& filename) {
+    const size_t slash = filename.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : filename.substr(0, slash + 1);
+    File opened;
+    opened.mFd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return opened.mFd >= 0 && opened.sync();
+}
+
+bool File::replace(const std::string& filename, const void* data, size_t size, unsigned mode) {
+    const std::string partial = filename + ".part";
+    File file;
+    if (!file.createAnew(partial, mode))
+        return false;
+    if (file.write(data, size) && file.sync() && file.close() &&
+        rename(partial.c_str(), filename.c_str()) == 0)
+        return syncDirectoryOf(filename);
+    const int error = errno;
+    unlink(partial.c_str());
+    errno = error;
+    return false;
 }

@@ -52,6 +52,14 @@ class File {
     // Closes, in any case. False with errno set.
     [[nodiscard]] bool close();
 
+    // Has the names in a file's directory on disk. False with errno set.
+    [[nodiscard]] static bool syncDirectoryOf(const std::string& filename);
+
+    // Replaces a file by these bytes, which are on disk before they have its name, and the name too. Until
+    // then they are beside it, with ".part" behind the name. False with errno set.
+    [[nodiscard]] static bool replace(const std::string& filename, const void* data, size_t size,
+                                      unsigned mode);
+
   private:
     int mFd = -1;
     bool mHasFailed = false;

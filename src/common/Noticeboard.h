@@ -19,7 +19,8 @@ class Noticeboard {
         Compile,
         Bus,
         Database,
-        Record // the host configuration record
+        Record, // the host configuration record
+        Seal
     };
 
     struct Notice {

@@ -53,13 +53,15 @@ void FileBuffer::load(const uint8_t* at, uint32_t length) {
     mLoadedEnd = wanted;
 }
 
-uint32_t FileBuffer::crc(const uint8_t* at, uint32_t length) {
+uint32_t FileBuffer::crc(const uint8_t* at, uint32_t length, seal::Hash* hash) {
     auto begin = static_cast<size_t>(at - mData);
     const size_t end = begin + length;
     uint32_t crc = 0;
     if (begin >= mLoadedBegin && begin < mLoadedEnd) {
         const size_t loaded = std::min(end, mLoadedEnd) - begin;
         crc = crc32_calc(crc, at, loaded);
+        if (hash != nullptr)
+            hash->update(at, loaded);
         begin += loaded;
     }
     if (begin < end && mWindow == nullptr)
@@ -70,6 +72,8 @@ uint32_t FileBuffer::crc(const uint8_t* at, uint32_t length) {
         const size_t count = std::min(end - begin, WindowBytes - begin % WindowBytes);
         read(mWindow->bytes, begin, count);
         crc = crc32_calc(crc, mWindow->bytes, count);
+        if (hash != nullptr)
+            hash->update(mWindow->bytes, count);
         begin += count;
     }
     return crc;

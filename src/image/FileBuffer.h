@@ -8,6 +8,7 @@
 #ifndef IMAGE_FILEBUFFER_H
 #define IMAGE_FILEBUFFER_H
 
+#include "seal/Gate.h"
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -31,8 +32,9 @@ class FileBuffer {
     // Makes `length` bytes from `at` readable. The range lies within the memory.
     void load(const uint8_t* at, uint32_t length);
 
-    // CRC-32 of such a range, whether it was loaded or not. A cancellation point.
-    uint32_t crc(const uint8_t* at, uint32_t length);
+    // CRC-32 of such a range, whether it was loaded or not, and the digest's sum too unless that is null. A
+    // cancellation point.
+    uint32_t crc(const uint8_t* at, uint32_t length, seal::Hash* hash = nullptr);
 
   private:
     // Large enough to make system calls cheap, small enough to stay in the second-level cache until the CRC

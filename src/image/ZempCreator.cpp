@@ -8,6 +8,7 @@
 #include "image/SwBlob.h"
 #include "image/ZempHeaderPart.h"
 #include "image/ZempReadBack.h"
+#include "image/readInSteps.h"
 #include "image/zemp_validate.h"
 #include <algorithm>
 #include <cerrno>
@@ -25,11 +26,6 @@ std::string ZempCreator::sTempFilename = "/tmp/zempparts";
 namespace {
 
 constexpr size_t MinimumParts = 3;
-
-// Writes in large steps that end at multiples of the step let a file system keep a file in few large pieces
-// of memory, which costs a quarter less processor time than steps of 10000 bytes behind a buffer. This much
-// still stays in the processor's cache between its read and its write.
-constexpr size_t CopyBytes = 262144;
 
 // Ends the name under which an image is written.
 constexpr const char* PartialSuffix = ".part";
@@ -53,27 +49,6 @@ class FileRemover {
     const std::string mFilename;
     bool mIsArmed = true;
 };
-
-// Hands the file's next bytes, at most `size` of them, to `take` in steps, until that returns false. Returns
-// the number of bytes it took. The steps are such that a file which is written from `position` on gets
-// aligned writes.
-template <typename Take>
-uint64_t readInSteps(File& file, uint64_t size, uint64_t position, const Take& take) {
-    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[CopyBytes]);
-    uint64_t done = 0;
-    while (done < size) {
-        CancellationPoint::test();
-        const size_t wanted =
-            static_cast<size_t>(std::min<uint64_t>(size - done, CopyBytes - (position + done) % CopyBytes));
-        const size_t count = file.read(buffer.get(), wanted);
-        if (count > 0 && !take(buffer.get(), count))
-            break;
-        done += count;
-        if (count < wanted)
-            break;
-    }
-    return done;
-}
 
 // Why bytes were not read or written, for messages.
 const char* reason() {
@@ -112,7 +87,8 @@ bool isPartsHeader(const SwBlob& part, const uint8_t* bytes) {
 // Writes the parts to the temporary file.
 class BodyWriter {
   public:
-    BodyWriter(File& file, zemp_header_t& header) : mFile(file), mHeader(header) {}
+    BodyWriter(File& file, zemp_header_t& header, const seal::Voucher& voucher)
+        : mFile(file), mHeader(header), mVoucher(voucher), mHash(voucher.makeHash()) {}
 
     // Takes over the main header, or writes any other part. False, and logged, when that cannot be done.
     bool add(ZempPart* part);
@@ -120,8 +96,7 @@ class BodyWriter {
     // What made add() return false.
     ZempCreator::Failure failure() const { return mFailure; }
 
-    // The content headers as they were written.
-    const std::vector<zemp_content_header_t>& headers() const { return mHeaders; }
+    const std::vector<WrittenPart>& parts() const { return mParts; }
 
   private:
     bool takeHeader(const ZempHeaderPart* part);
@@ -131,6 +106,8 @@ class BodyWriter {
     bool writeHeadersOnly(const SwBlob& part);
     bool copyFromFile(const SwBlob& part);
     bool write(const void* data, size_t size);
+    bool writeBody(const void* data, size_t size);
+    seal::Digest digestOf(const void* data, size_t size) const;
 
     // Writes the part's content header and the bytes of its extended header. Both together have the length
     // that the part's kind has: what the header declares beyond is no part of the image.
@@ -142,7 +119,9 @@ class BodyWriter {
 
     File& mFile;
     zemp_header_t& mHeader;
-    std::vector<zemp_content_header_t> mHeaders;
+    const seal::Voucher& mVoucher;
+    const std::unique_ptr<seal::Hash> mHash; // null: no digests are asked for
+    std::vector<WrittenPart> mParts;
     ZempCreator::Failure mFailure = ZempCreator::Failure::Parts; // unless a write fails
 };
 
@@ -189,13 +168,13 @@ bool BodyWriter::writeRelease(const ReleaseHeaderPart* part) {
         return refuse("ZempCreator::createZemp: Invalid Release header. Aborting!");
     const std::string text = part->getReleaseHeaderBody();
     return writeHeaders(*part->getHeader(), part->getReleaseHeader(), ZempPart::ZempReleaseHeaderSize) &&
-           write(text.c_str(), text.size() + 1);
+           writeBody(text.c_str(), text.size() + 1);
 }
 
 bool BodyWriter::writeManifest(const SuumBlob* part) {
     if (!isHeaderUsable(part) || !part->isSuumValid())
         return refuse("ZempCreator::createZemp: Invalid SUUM blob. Aborting!");
-    return writeHeaders(*part->getHeader(), nullptr, 0) && write(part->getBlob(), part->getBlobSize());
+    return writeHeaders(*part->getHeader(), nullptr, 0) && writeBody(part->getBlob(), part->getBlobSize());
 }
 
 bool BodyWriter::writeSoftware(const SwBlob* part) {
@@ -214,7 +193,8 @@ bool BodyWriter::writeHeadersOnly(const SwBlob& part) {
     zemp_content_header_t header = *part.getHeader();
     header.body_length = 0;
     header.body_crc = 0;
-    return writeHeaders(header, part.getExtendedHeader(), ZempPart::ZempSwBlobHeaderSize);
+    return writeHeaders(header, part.getExtendedHeader(), ZempPart::ZempSwBlobHeaderSize) &&
+           writeBody(nullptr, 0);
 }
 
 bool BodyWriter::writeHeaders(const zemp_content_header_t& header, const void* extension,
@@ -228,7 +208,7 @@ bool BodyWriter::writeHeaders(const zemp_content_header_t& header, const void* e
     written.hdr_crc =
         crc32_calc(0, record.data() + ZempFormat::CrcFieldSize, record.size() - ZempFormat::CrcFieldSize);
     ZempFormat::putLe32(record.data(), written.hdr_crc);
-    mHeaders.push_back(written);
+    mParts.push_back({written, {digestOf(record.data(), record.size()), {}}});
     return write(record.data(), record.size());
 }
 
@@ -260,6 +240,8 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     const uint64_t body =
         readInSteps(file, part.getBodyLength(), mFile.position(), [&](const uint8_t* data, size_t size) {
             crc = crc32_calc(crc, data, size);
+            if (mHash)
+                mHash->update(data, size);
             return isWritten = write(data, size);
         });
     if (!isWritten)
@@ -273,10 +255,31 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename << "' does not hold the part's body.";
         return invalid(type);
     }
+    if (mHash)
+        mParts.back().digests.body = mHash->finish();
+    if (!mVoucher.isPart({part.getDigests().header, mParts.back().digests.body})) {
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: '" << filename
+                            << "' is not what the seal of the release has.";
+        return invalid(type);
+    }
     VEX_LOG(LogDebug) << "ZempCreator::createZemp: " << length << " bytes read from " << filename
                       << " and written to temp file.";
     const uint8_t zeros[ZempFormat::Alignment] = {};
     return write(zeros, padding);
+}
+
+// The body, and what pads it.
+bool BodyWriter::writeBody(const void* data, size_t size) {
+    WrittenPart& part = mParts.back();
+    part.digests.body = digestOf(data, std::min<size_t>(size, part.header.body_length));
+    return write(data, size);
+}
+
+seal::Digest BodyWriter::digestOf(const void* data, size_t size) const {
+    if (!mHash)
+        return {};
+    mHash->update(data, size);
+    return mHash->finish();
 }
 
 bool BodyWriter::write(const void* data, size_t size) {
@@ -325,19 +328,6 @@ bool mayReplace(const std::string& filename) {
     return false;
 }
 
-bool syncDirectoryOf(const std::string& filename) {
-    const size_t slash = filename.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : filename.substr(0, slash + 1);
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const bool isSynced = fsync(fd) == 0;
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return isSynced;
-}
-
 // Writes the image's bytes into `file` and syncs them.
 bool fillImage(File& file, File& temp, const zemp_header_t& header) {
     if (!temp.seek(0) || !file.write(ZempPart::MagicHeader, ZempPart::ZempFileIdentifierSize) ||
@@ -362,7 +352,8 @@ bool fillImage(File& file, File& temp, const zemp_header_t& header) {
 // An image of this version may be flagged as ready already, so it stays whole until the new one, which was
 // read back, replaces it.
 bool writeImage(const std::string& filename, File& temp, const zemp_header_t& header,
-                const std::vector<zemp_content_header_t>& parts, ZempCreator::Failure& failure) {
+                const std::vector<WrittenPart>& parts, const std::shared_ptr<const seal::Voucher>& voucher,
+                ZempCreator::Failure& failure) {
     const std::string partial = partialNameOf(filename);
     File file;
     const bool isFree = mayReplace(filename);
@@ -377,7 +368,7 @@ bool writeImage(const std::string& filename, File& temp, const zemp_header_t& he
     FileRemover remover(partial);
     bool isReplaced = fillImage(file, temp, header);
     if (isReplaced) {
-        if (!readBackImage(partial, header, parts)) {
+        if (!readBackImage(partial, header, parts, voucher)) {
             failure = ZempCreator::Failure::Parts; // or the disk's: both are fetched and written anew
             return false;
         }
@@ -385,7 +376,7 @@ bool writeImage(const std::string& filename, File& temp, const zemp_header_t& he
     }
     if (isReplaced)
         remover.disarm();
-    if (!isReplaced || !syncDirectoryOf(filename)) {
+    if (!isReplaced || !File::syncDirectoryOf(filename)) {
         failure = failureOf(errno);
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing output file '" << filename
                             << "' (" << reason() << ").";
@@ -396,7 +387,9 @@ bool writeImage(const std::string& filename, File& temp, const zemp_header_t& he
 
 } // namespace
 
-ZempCreator::ZempCreator(std::map<const unsigned, ZempPart*> parts) : mParts(std::move(parts)) {}
+ZempCreator::ZempCreator(std::map<const unsigned, ZempPart*> parts,
+                         std::shared_ptr<const seal::Voucher> voucher)
+    : mParts(std::move(parts)), mVoucher(std::move(voucher)) {}
 
 bool ZempCreator::createZemp(std::string filename) {
     mFailure = Failure::Parts;
@@ -416,7 +409,7 @@ bool ZempCreator::createZemp(std::string filename) {
     zemp_header_t header{};
     header.version = ZempFormat::Version; // unless the parts hold a main header
     header.hdr_length = ZempFormat::HeaderSize;
-    BodyWriter writer(temp, header);
+    BodyWriter writer(temp, header, *mVoucher);
     for (const auto& entry : mParts) {
         if (!writer.add(entry.second)) {
             mFailure = writer.failure();
@@ -424,8 +417,15 @@ bool ZempCreator::createZemp(std::string filename) {
         }
     }
     mFailure = Failure::Surroundings;
-    if (!describeBody(temp, header) || !writeImage(filename, temp, header, writer.headers(), mFailure))
+    if (!describeBody(temp, header) ||
+        !writeImage(filename, temp, header, writer.parts(), mVoucher, mFailure))
         return false;
+    if (std::string problem; !mVoucher->keep(filename, problem)) {
+        mFailure = failureOf(errno);
+        VEX_LOG(LogWarning) << "ZempCreator::createZemp: Error while writing '" << problem << "' ("
+                            << strerror(errno) << ").";
+        return false;
+    }
     mFailure = Failure::None;
     tempRemover.disarm();
     if (unlink(sTempFilename.c_str()) != 0) {

@@ -8,6 +8,7 @@
 
 #include "image/ZempPart.h"
 #include <map>
+#include <memory>
 #include <string>
 
 class ZempCreator {
@@ -21,7 +22,10 @@ class ZempCreator {
 
     // The parts by content index, which is their order in the image. They are not owned, and must live, with
     // the files that hold their bodies, until createZemp() has returned.
-    explicit ZempCreator(std::map<const unsigned, ZempPart*> parts);
+    // Whatever `voucher` does not vouch for makes the compile fail; not null.
+    explicit ZempCreator(
+        std::map<const unsigned, ZempPart*> parts,
+        std::shared_ptr<const seal::Voucher> voucher = std::make_shared<const seal::Voucher>());
     ~ZempCreator() = default;
     ZempCreator(const ZempCreator&) = delete;
     ZempCreator& operator=(const ZempCreator&) = delete;
@@ -44,6 +48,7 @@ class ZempCreator {
     static std::string sTempFilename;
 
     const std::map<const unsigned, ZempPart*> mParts;
+    const std::shared_ptr<const seal::Voucher> mVoucher;
     Failure mFailure = Failure::None;
 };
 

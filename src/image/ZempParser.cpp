@@ -84,6 +84,11 @@ bool ZempParser::parseFile(const std::string& filename, uint32_t size, FileFragm
     return isParsed;
 }
 
+void ZempParser::setVoucher(std::shared_ptr<const seal::Voucher> voucher) {
+    mVoucher = std::move(voucher);
+    mHash = mVoucher ? mVoucher->makeHash() : nullptr;
+}
+
 bool ZempParser::parseSinglePart(const std::string& filename, uint32_t size) {
     ZempPart* const part = parseContentPart(mFile->data(), size);
     if (part == nullptr) {
@@ -91,11 +96,41 @@ bool ZempParser::parseSinglePart(const std::string& filename, uint32_t size) {
         return false;
     }
     mParts.push_back(part);
-    return true;
+    return isPartVouchedFor(filename, *part);
+}
+
+// A part is of the release as far as it is there: its header at least.
+bool ZempParser::isPartVouchedFor(const std::string& filename, const ZempPart& part) const {
+    if (!mHash)
+        return true;
+    const seal::Digests& digests = part.getDigests();
+    if (part.isBodyValid() ? mVoucher->isPart(digests) : mVoucher->isHeader(digests.header))
+        return true;
+    VEX_LOG(LogWarning) << "ZempParser::parseFile() The part in " << filename
+                        << " is not what the seal of the release has.";
+    return false;
+}
+
+// What there is of a start that is not complete may tell how long it is, but it must not have a manifest.
+bool ZempParser::isStartVouchedFor(const std::string& filename, const seal::Digest& start,
+                                   bool isComplete) const {
+    const auto isManifest = [](const ZempPart* part) { return part->getPartType() == ZempPart::SuumBlob; };
+    if (!mHash ||
+        (isComplete ? mVoucher->isStart(start) : std::none_of(mParts.begin(), mParts.end(), isManifest)))
+        return true;
+    VEX_LOG(LogWarning) << "ZempParser::parseFile() The image start in " << filename
+                        << " is not what the seal of the release has.";
+    return false;
 }
 
 bool ZempParser::parseImage(const std::string& filename, uint32_t size, bool stopAtStart) {
     const uint8_t* const data = mFile->data();
+    seal::Digest digest{};
+    const bool isComplete = mHash && stopAtStart && size >= mVoucher->startSize();
+    if (isComplete) { // before anything of it is looked at, and what is looked at is what was summed
+        load(data, mVoucher->startSize());
+        digest = digestOf(data, mVoucher->startSize());
+    }
     const uint32_t start = parseZempFileStart(data, size);
     if (start == 0) {
         VEX_LOG(LogWarning) << "ZempParser::parseFile() ZEMP file start not found in " << filename << ".";
@@ -109,7 +144,8 @@ bool ZempParser::parseImage(const std::string& filename, uint32_t size, bool sto
     mParts.push_back(header);
     const uint32_t body =
         start + header->getZempHeader()->hdr_length; // within size: the header's CRC covers it
-    return parseContentParts(data + body, size - body, stopAtStart) != 0;
+    return parseContentParts(data + body, size - body, stopAtStart) != 0 &&
+           (!stopAtStart || isStartVouchedFor(filename, digest, isComplete));
 }
 
 uint32_t ZempParser::parseZempFileStart(const uint8_t* data, uint32_t size) const {

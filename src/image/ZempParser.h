@@ -15,6 +15,7 @@
 #include "image/ZempPart.h"
 #include "update/FileFragment.h"
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,10 @@ class ZempParser {
     ~ZempParser() = default;
     ZempParser(const ZempParser&) = delete;
     ZempParser& operator=(const ZempParser&) = delete;
+
+    // Has the digests of headers and bodies summed, and only an image start or a content part taken for
+    // parsed that belongs to this release. At first nothing is asked for.
+    void setVoucher(std::shared_ptr<const seal::Voucher> voucher);
 
     // Parses the first `size` bytes of a file; 0 means all of it, and bytes behind its end count as zero.
     // `type` is a whole image, an image start or a content part. False when no part could be used or, in an
@@ -88,18 +93,27 @@ class ZempParser {
     bool parseImage(const std::string& filename, uint32_t size, bool stopAtStart);
     bool parseSinglePart(const std::string& filename, uint32_t size);
 
+    // Whether the file is of the release: its first bytes, if it has all of an image's start, or its part.
+    bool isStartVouchedFor(const std::string& filename, const seal::Digest& start, bool isComplete) const;
+    bool isPartVouchedFor(const std::string& filename, const ZempPart& part) const;
+
+    // Digest of bytes that are loaded.
+    seal::Digest digestOf(const uint8_t* data, uint32_t size) const;
+
     // Appends a part, whose version goes to the main header, or comes from the release header before it.
     void addPart(ZempPart* part, std::string& releaseVersion);
 
     // Makes bytes readable, and the CRC-32 of bytes, of a file that is read piece by piece.
     void load(const uint8_t* data, uint32_t size) const;
-    uint32_t bodyCrc(const uint8_t* data, uint32_t size) const;
+    uint32_t bodyCrc(const uint8_t* data, uint32_t size, seal::Digest& digest) const;
 
     // Takes over that the body is in the file and valid, or at least complete.
-    static void setBodyParsed(ZempPart* part, bool valid);
+    void setBodyParsed(ZempPart* part, bool valid, const seal::Digest& digest) const;
 
     std::vector<ZempPart*> mParts;
-    FileBuffer* mFile = nullptr; // during parseFile(): the file, whose bytes `data` points into
+    std::shared_ptr<const seal::Voucher> mVoucher;
+    std::unique_ptr<seal::Hash> mHash; // null: no digests are asked for
+    FileBuffer* mFile = nullptr;       // during parseFile(): the file, whose bytes `data` points into
 };
 
 #endif

@@ -16,9 +16,13 @@ constexpr uint32_t CrcStepBytes = 1024 * 1024;
 
 } // namespace
 
-uint32_t ZempParser::bodyCrc(const uint8_t* data, uint32_t size) const {
-    if (mFile != nullptr)
-        return mFile->crc(data, size);
+uint32_t ZempParser::bodyCrc(const uint8_t* data, uint32_t size, seal::Digest& digest) const {
+    if (mFile != nullptr) {
+        const uint32_t crc = mFile->crc(data, size, mHash.get());
+        if (mHash)
+            digest = mHash->finish();
+        return crc;
+    }
     uint32_t crc = 0;
     while (size > 0) {
         CancellationPoint::test();
@@ -30,8 +34,17 @@ uint32_t ZempParser::bodyCrc(const uint8_t* data, uint32_t size) const {
     return crc;
 }
 
-void ZempParser::setBodyParsed(ZempPart* part, bool valid) {
+seal::Digest ZempParser::digestOf(const uint8_t* data, uint32_t size) const {
+    if (!mHash)
+        return {};
+    mHash->update(data, size);
+    return mHash->finish();
+}
+
+void ZempParser::setBodyParsed(ZempPart* part, bool valid, const seal::Digest& digest) const {
     part->setIsBodyValid(valid);
+    if (valid && mHash)
+        part->setBodyDigest(digest);
     part->setUsedDataSize(part->getSizeInZempFile());
 }
 
@@ -45,6 +58,7 @@ ZempPart* ZempParser::parseContentPart(const uint8_t* data, uint32_t size) const
     }
     const uint8_t* const rest = data + ZempPart::ZempContentHeaderSize;
     const uint32_t restSize = size - ZempPart::ZempContentHeaderSize;
+    const seal::Digest digest = digestOf(data, header->hdr_length);
     ZempPart* part = nullptr;
     switch (header->type) {
     case ZempFormat::BlobType:
@@ -61,6 +75,8 @@ ZempPart* ZempParser::parseContentPart(const uint8_t* data, uint32_t size) const
                             << header->type;
     }
     if (part != nullptr) {
+        if (mHash)
+            part->setHeaderDigest(digest);
         PARSE_LOG() << "ZempParser::parseContentPart() Found content part name='" << part->getPartname()
                     << "'.";
     }
@@ -95,7 +111,8 @@ bool ZempParser::parseReleaseBody(const uint8_t* data, uint32_t size, ReleaseHea
         return false;
     }
     load(data, length);
-    const uint32_t crc = bodyCrc(data, length);
+    seal::Digest digest{};
+    const uint32_t crc = bodyCrc(data, length, digest);
     if (crc != part->getBodyCrc()) {
         // The method named here is what operators look for.
         VEX_LOG(LogWarning) << "ZempParser::parseContentPart() Body CRC failed! crc32Body=0x" << std::hex
@@ -107,7 +124,7 @@ bool ZempParser::parseReleaseBody(const uint8_t* data, uint32_t size, ReleaseHea
     part->setReleaseHeaderBody(std::string(text));
     text = text.substr(0, text.find_last_not_of("\r\n") + 1);
     VEX_LOG(LogDebug) << "ZempParser::parseReleaseBody() Body='" << text << "'.";
-    setBodyParsed(part, true);
+    setBodyParsed(part, true, digest);
     return true;
 }
 
@@ -125,7 +142,8 @@ ZempPart* ZempParser::parseBlob(const uint8_t* data, uint32_t size,
         const uint64_t wanted = uint64_t{length} + ZempPart::getPadding(length);
         load(data, static_cast<uint32_t>(std::min<uint64_t>(size, wanted)));
     }
-    const uint32_t crc = bodyCrc(data, length);
+    seal::Digest digest{};
+    const uint32_t crc = bodyCrc(data, length, digest);
     if (crc != header->body_crc) {
         VEX_LOG(LogWarning) << "ZempParser::parseBlob() Body CRC failed! crc32Body=0x" << std::hex << crc
                             << ", body_crc=0x" << header->body_crc;
@@ -141,7 +159,7 @@ ZempPart* ZempParser::parseBlob(const uint8_t* data, uint32_t size,
         VEX_LOG(LogWarning) << "ZempParser::parseBlob() Ups! Failed to parse suum blob!";
         return nullptr;
     }
-    setBodyParsed(suum, true);
+    setBodyParsed(suum, true, digest);
     return suum;
 }
 
@@ -164,14 +182,15 @@ SwBlob* ZempParser::parseSwBlob(const uint8_t* data, uint32_t size,
                     << blob->getPartname() << "'!"
                     << " (size=" << bodySize << ", need at least " << length << ").";
     } else {
-        const uint32_t crc = bodyCrc(body, length);
+        seal::Digest digest{};
+        const uint32_t crc = bodyCrc(body, length, digest);
         const bool isValid = crc == blob->getBodyCrc();
         if (isValid)
             VEX_LOG(LogDebug) << "ZempParser::parseSwBlob() Body CRC OK crc=0x" << std::hex << crc;
         else
             VEX_LOG(LogWarning) << "ZempParser::parseSwBlob() Body CRC failed! crc32Body=0x" << std::hex
                                 << crc << ", body_crc=0x" << blob->getBodyCrc();
-        setBodyParsed(blob.get(), isValid);
+        setBodyParsed(blob.get(), isValid, digest);
     }
     PARSE_LOG() << "ZempParser::parseSwBlob() Found " << blob->toString();
     return blob.release();

@@ -107,6 +107,17 @@ uint32_t ZempPart::getSizeInZempFile() const {
     return static_cast<uint32_t>(std::min<uint64_t>(size, UINT32_MAX));
 }
 
+const seal::Digests& ZempPart::getDigests() const {
+    static const seal::Digests none;
+    return mDigests ? *mDigests : none;
+}
+
+seal::Digests& ZempPart::digests() {
+    if (!mDigests)
+        mDigests = std::make_unique<seal::Digests>();
+    return *mDigests;
+}
+
 void ZempPart::updateContentHeader(const zemp_content_header_t* header) {
     if (header == nullptr) {
         VEX_LOG(LogDebug) << "ZempPart::updateContentHeader() Header is NULL!";
@@ -132,6 +143,7 @@ bool ZempPart::updateFrom(ZempPart* other) {
     mIsBodyValid = other->mIsBodyValid;
     mIsPresent = other->mIsPresent;
     mUsedDataSize = other->mUsedDataSize;
+    mDigests = other->mDigests ? std::make_unique<seal::Digests>(*other->mDigests) : nullptr;
     return true;
 }
 

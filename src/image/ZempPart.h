@@ -8,7 +8,9 @@
 #define IMAGE_ZEMPPART_H
 
 #include "image/ZempFormat.h"
+#include "seal/Gate.h"
 #include <cstdint>
+#include <memory>
 #include <string>
 
 class ZempPart {
@@ -105,6 +107,11 @@ class ZempPart {
     // content header was taken over.
     uint32_t getSizeInZempFile() const;
 
+    // Digests of the header and, if the body is valid, of the body; all zero unless they were summed.
+    const seal::Digests& getDigests() const;
+    void setHeaderDigest(const seal::Digest& digest) { digests().header = digest; }
+    void setBodyDigest(const seal::Digest& digest) { digests().body = digest; }
+
     // Takes over a content header and the name in it. Null changes nothing.
     void updateContentHeader(const zemp_content_header_t* header);
 
@@ -122,6 +129,8 @@ class ZempPart {
     void setPartType(PartType type) { mPartType = type; }
 
   private:
+    seal::Digests& digests();
+
     zemp_content_header_t mContentHeader{};
     PartType mPartType = UnspecifiedPart;
     bool mIsContentHeaderValid = false;
@@ -130,6 +139,7 @@ class ZempPart {
     std::string mPartname;
     std::string mFilename;
     uint32_t mUsedDataSize = 0;
+    std::unique_ptr<seal::Digests> mDigests;
 };
 
 #endif

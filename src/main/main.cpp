@@ -6,6 +6,9 @@
 #include "main/SignalThread.h"
 #include "status/StatusFile.h"
 #include "update/FwDownloadDaemon.h"
+#ifdef FW_SEAL
+#include "seal/SealGate.h"
+#endif
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -55,8 +58,16 @@ void armStopDeadline() {
     setitimer(ITIMER_REAL, &TimeToEnd, nullptr);
 }
 
+#ifdef FW_SEAL
+seal::SealGate theGate;
+#else
+seal::Gate theGate;
+#endif
+
 class Daemon : public FwDownloadDaemon {
   public:
+    Daemon() : FwDownloadDaemon({}, theGate) {}
+
     void terminated() override {
         armStopDeadline();
         FwDownloadDaemon::terminated();

@@ -15,6 +15,7 @@ void Sha256::update(const void* data, size_t size) {
 Digest Sha256::finish() {
     Digest digest;
     crypto_hash_sha256_final(&mState, digest.data());
+    crypto_hash_sha256_init(&mState);
     return digest;
 }
 

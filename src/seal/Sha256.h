@@ -2,23 +2,19 @@
 #ifndef SEAL_SHA256_H
 #define SEAL_SHA256_H
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
+#include "seal/Gate.h"
 #include <sodium/crypto_hash_sha256.h>
 #include <string>
 
 namespace seal {
 
-using Digest = std::array<uint8_t, crypto_hash_sha256_BYTES>;
+static_assert(crypto_hash_sha256_BYTES == sizeof(Digest));
 
-class Sha256 {
+class Sha256 : public Hash {
   public:
     Sha256();
-    void update(const void* data, size_t size);
-
-    // Of all that was given. Nothing may be given afterwards.
-    Digest finish();
+    void update(const void* data, size_t size) override;
+    Digest finish() override;
 
   private:
     crypto_hash_sha256_state mState;

@@ -67,6 +67,8 @@ const char* nameOf(Noticeboard::Failure kind) {
         return "database";
     case Noticeboard::Failure::Record:
         return "record";
+    case Noticeboard::Failure::Seal:
+        return "seal";
     }
     return "unknown";
 }

@@ -76,6 +76,8 @@ std::vector<Element> listElements(const Sources& sources, const UpdateBooks& boo
 std::string describe(const FileFragment& fragment, const UpdateBooks& books, const SuumBlob* suum) {
     if (fragment.getFragmentType() == FileFragment::ZempStart)
         return "image start";
+    if (fragment.getFragmentType() == FileFragment::SealFile)
+        return "seal";
     std::string first;
     for (unsigned i = 0; suum != nullptr && i < suum->getNumberOfElements(); ++i) {
         const SuumBlob::Element* line = suum->getElementAt(i);

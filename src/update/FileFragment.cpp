@@ -200,11 +200,15 @@ const char* FileFragment::getString(FragmentType type) {
         return "ZempFile";
     case UpdateZempFile:
         return "UpdateZempFile";
+    case SealFile:
+        return "SealFile";
     }
     return "<unknown type>";
 }
 
 std::string FileFragment::getFilenamePrefix(FragmentType type) {
+    if (type == SealFile) // one that was left behind goes as an update image goes
+        return ArgParser::getFwUpdateBaseFilename() + "-" + getString(type) + "-";
     return std::string(getString(type)) + "-";
 }
 

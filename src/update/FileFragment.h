@@ -16,11 +16,12 @@
 class FileFragment {
   public:
     enum FragmentType : int {
-        UnknownType = 0,   // not one of the system's files
-        ZempStart = 1,     // first bytes of the remote image
-        ContentPart = 2,   // one content part of the remote image
-        ZempFile = 3,      // a whole image
-        UpdateZempFile = 4 // the compiled update image
+        UnknownType = 0,    // not one of the system's files
+        ZempStart = 1,      // first bytes of the remote image
+        ContentPart = 2,    // one content part of the remote image
+        ZempFile = 3,       // a whole image
+        UpdateZempFile = 4, // the compiled update image
+        SealFile = 5        // the seal of the remote image
     };
 
     static constexpr unsigned ZempStartSize = 511;           // last byte of the image start's range
@@ -60,6 +61,7 @@ class FileFragment {
     // Says that the bytes on disk from the `size`th on are not the image's: they came with an answer to
     // something else, as an error page does. They stay until cutSurplus().
     void setForeignFrom(unsigned int size) { mForeignFrom = size; }
+    bool hasForeignBytes() const { return mForeignFrom < mFileSize; }
 
     // To be called before each fetch: cuts off the file, and the recorded size, what is not the image's or
     // lies behind the range, so that the fetch goes on with the right byte. A file that is gone counts as

@@ -32,7 +32,8 @@ bool DownloadTimerHandler::onFdLoopTimerTimeout() {
     return true;
 }
 
-FwDownloadDaemon::FwDownloadDaemon(RecordPaths recordPaths) : mRecordPaths(std::move(recordPaths)) {}
+FwDownloadDaemon::FwDownloadDaemon(RecordPaths recordPaths, seal::Gate& gate)
+    : mRecordPaths(std::move(recordPaths)), mGate(gate) {}
 
 FwDownloadDaemon::~FwDownloadDaemon() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::~FwDownloadDaemon()";
@@ -41,9 +42,10 @@ FwDownloadDaemon::~FwDownloadDaemon() {
 
 void FwDownloadDaemon::run() {
     VEX_LOG(LogDebug) << "FwDownloadDaemon::run()";
+    mGate.readKeys();
     startTimers();
     // Destroyed in reverse order; each one's destructor stops its thread and waits for it.
-    auto monitor = std::make_unique<ConfigDbMonitor>(mConfigDbQueue, mMasterQueue);
+    auto monitor = std::make_unique<ConfigDbMonitor>(mConfigDbQueue, mMasterQueue, mGate);
     bool isComplete = startWorker(*monitor, "ConfigDbMonitor");
     auto downloader = std::make_unique<Downloader>(mDownloaderQueue, mMasterQueue);
     isComplete = startWorker(*downloader, "Downloader") && isComplete;

@@ -34,8 +34,9 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     static constexpr unsigned QueueIntervalMs = 1000;      // how soon a result is handled
     static constexpr unsigned DownloadIntervalMs = 240000; // how soon a failed download is tried again
 
-    // Reads what is installed from the record there.
-    explicit FwDownloadDaemon(RecordPaths recordPaths = {});
+    // Reads what is installed from the record there. `gate` says whether releases need a seal, and must
+    // outlive the daemon.
+    explicit FwDownloadDaemon(RecordPaths recordPaths = {}, seal::Gate& gate = seal::Gate::withoutKeys());
     ~FwDownloadDaemon() override;
     FwDownloadDaemon(const FwDownloadDaemon&) = delete;
     FwDownloadDaemon& operator=(const FwDownloadDaemon&) = delete;
@@ -110,6 +111,7 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     std::atomic<bool> mRunning{false};    // set by the main thread and by terminated()
     std::atomic<bool> mTerminated{false}; // set by terminated(), so that one before run() is not lost
     const RecordPaths mRecordPaths;
+    seal::Gate& mGate;
     std::unique_ptr<SuuInfo> mSuuInfo;
     unsigned mSuuInfoFailures = 0;
     bool mSuuInfoWanted = false; // a walk waits for it

@@ -258,7 +258,7 @@ void FwDownloadDaemon::initializeUpdateHandler() {
         return;
     }
     VEX_LOG(LogDebug) << "FwDownloadDaemon::initializeUpdateHandler() Create new UpdateHandler.";
-    mUpdateHandler = std::make_unique<UpdateHandler>(&mMasterQueue);
+    mUpdateHandler = std::make_unique<UpdateHandler>(&mMasterQueue, mGate);
 }
 
 FwAction::NextAction FwDownloadDaemon::setUpdateHandler(const std::string& url, const std::string& version,
@@ -272,6 +272,7 @@ FwAction::NextAction FwDownloadDaemon::setUpdateHandler(const std::string& url, 
                       << (forceUpdate ? "yes" : "no");
     VEX_LOG(LogDebug) << "FwDownloadDaemon::setUpdateHandler()         status="
                       << ConfigDbStatusEvent::getString(status);
+    mUpdateHandler->setForced(forceUpdate);
     const bool statusChanged = mUpdateHandler->setConfigDbStatus(status);
     const bool versionChanged = mUpdateHandler->setVersionToDownload(url, version);
     if (!statusChanged && !versionChanged) {

@@ -211,6 +211,10 @@ void UpdateHandler::onDownloadResult(DownloadRequest* request) {
     case DownloadRequest::DownloadStarted:
         break;
     case DownloadRequest::DownloadComplete: {
+        if (fragment->getFragmentType() == FileFragment::SealFile) {
+            onSealFetched(request);
+            break;
+        }
         ParseFileRequest* parse = createParseFileRequest(fragment);
         mRequests.succeed(request, parse);
         deleteDownloadRequest(request);

@@ -61,6 +61,9 @@ class UpdateHandler : public UpdateRecords {
     // image. False when it is to be forwarded.
     bool dropStaleReadyRequest(SetReadyForUpdateRequest* request);
 
+    // Whether the update is forced.
+    void setForced(bool isForced) { mIsForced = isForced; }
+
     // Asks again whether an update is needed, if the update rests: no action, nothing out.
     void askIfAtRest();
 
@@ -81,6 +84,9 @@ class UpdateHandler : public UpdateRecords {
         bool incomplete;
     };
     enum class Step { Next, Issued, Unusable };
+
+    bool awaitsSeal(wqueue<FwWorkItem*>& queue);
+    void onSealFetched(DownloadRequest* request);
 
     void exitRunLoop();
     void askIsUpdateNeeded();
@@ -125,6 +131,7 @@ class UpdateHandler : public UpdateRecords {
                wqueue<FwWorkItem*>& downloaderQueue);
     bool isCompleteButBad(const ZempPart* part, bool fullBlob) const;
 
+    bool mIsForced = false;
     bool mAskAgain = false;     // a "yes" came while something was out
     bool mSpaceIsShort = false; // the next scan deletes what the manifest does not name
 };

@@ -67,6 +67,10 @@ void UpdateHandler::onParseResult(ParseFileRequest* request, const SuuInfo* suuI
 
 // The file is of no use: it goes, and what was parsed of it too.
 void UpdateHandler::giveUpParsed(ParseFileRequest* request) {
+    const FileFragment* fragment = request->getFileFragment();
+    if (fragment != nullptr && fragment->getFragmentType() == FileFragment::ZempStart &&
+        !fragment->isExistingFile() && !mRequests.isStale(request))
+        mSeal.forget(); // the start is as the server has it, so it may have another seal
     createFileDeleteRequest(request->getFilename());
     freeParsedParts(*request);
     deleteParseFileRequest(request);

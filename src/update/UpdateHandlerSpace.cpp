@@ -16,10 +16,13 @@ bool UpdateHandler::isWorthItsSpace(const std::string& filename) const {
     case FileFragment::UnknownType:
     case FileFragment::ZempFile:
         return true;
-    case FileFragment::UpdateZempFile:
-        return filename == mDirName + "/" + ArgParser::getFwUpdateBaseFilename() + "-" + mVersion;
+    case FileFragment::UpdateZempFile: {
+        const std::string image = mDirName + "/" + ArgParser::getFwUpdateBaseFilename() + "-" + mVersion;
+        return filename == image || filename == mSeal.gate().keptName(image);
+    }
     case FileFragment::ZempStart:
     case FileFragment::ContentPart:
+    case FileFragment::SealFile:
         break;
     }
     const FileFragment* fragment = getFileFragment(filename);

@@ -18,6 +18,8 @@ constexpr uint64_t MaximumOffset = std::numeric_limits<unsigned>::max();
 // --- Image start
 
 void UpdateHandler::reRequestZempStart(wqueue<FwWorkItem*>& queue) {
+    if (awaitsSeal(queue))
+        return;
     VEX_LOG(LogInfo) << "UpdateHandler::reRequestZempStart() Get ZEMP start from " << maskedUrl(mUrl);
     FileFragment* fragment = getFileFragment(mVersion, FileFragment::ZempStart, ZempPart::UnspecifiedPart);
     for (const DownloadRequest* existing : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
@@ -86,6 +88,7 @@ void UpdateHandler::fitStartRange(FileFragment* fragment) {
 
 // Empties the start so that it is fetched anew, and forgets what it said.
 void UpdateHandler::forgetZempStart(FileFragment* fragment) {
+    mSeal.forget();
     deleteZempPartsOfFile(fragment->getFilename());
     clearSuumZempPartsMap();
     clearFetchedSinceStart();
@@ -114,6 +117,8 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
         reRequestZempStart(downloaderQueue);
         return;
     }
+    if (awaitsSeal(downloaderQueue))
+        return;
     if (mSpaceIsShort && findManifest() != nullptr)
         return scanForSpace();
     if (mGovernor.isStartDoubtVain() && deletePartsOfAnotherImage())
@@ -135,8 +140,9 @@ void UpdateHandler::onGotZempStart(const SuuInfo* suuInfo, wqueue<FwWorkItem*>& 
         VEX_LOG(LogInfo) << "UpdateHandler::onGotZempStart() Ready to compile update zemp ("
                          << getFwUpdateFilename() << ").";
         setNextAction(FwAction::Cause::PartsReady);
-        masterQueue.add(mRequests.add(
-            std::make_unique<CompileUpdateZempRequest>(getFwUpdateFilename(), mSuumZempParts), mVersion));
+        masterQueue.add(mRequests.add(std::make_unique<CompileUpdateZempRequest>(
+                                          getFwUpdateFilename(), mSuumZempParts, mSeal.voucher()),
+                                      mVersion));
         break;
     }
 }

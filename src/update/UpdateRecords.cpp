@@ -30,7 +30,8 @@ void forgetLostBytes(FileFragment& fragment) {
 
 } // namespace
 
-UpdateRecords::UpdateRecords(wqueue<FwWorkItem*>* masterQueue) : mMasterQueue(masterQueue) {
+UpdateRecords::UpdateRecords(wqueue<FwWorkItem*>* masterQueue, const seal::Gate& gate)
+    : mSeal(gate), mMasterQueue(masterQueue) {
     VEX_LOG(LogDebug) << "UpdateHandler::UpdateHandler(" << maskedUrl(mUrl) << ", " << mVersion << ")";
 }
 
@@ -80,6 +81,7 @@ bool UpdateRecords::setVersionToDownload(const std::string& url, const std::stri
     if (version != mVersion)
         clearSuumZempPartsMap();
     mVersion = version;
+    mSeal.forget();
     mGovernor.reset();
     mCompilePace.reset();
     clearFetchedSinceStart();
@@ -185,6 +187,9 @@ void UpdateRecords::createFileDeleteRequest(const std::string& filename) {
     if (filename.empty())
         return;
     mMasterQueue->add(mRequests.add(std::make_unique<FileDeleteRequest>(filename), mVersion));
+    const std::string seal = mSeal.gate().keptName(filename);
+    if (seal != filename && access(seal.c_str(), F_OK) == 0 && !isFileDeleteRequested(seal))
+        mMasterQueue->add(mRequests.add(std::make_unique<FileDeleteRequest>(seal), mVersion));
 }
 
 bool UpdateRecords::isFileDeleteRequested(const std::string& filename) const {
@@ -200,6 +205,7 @@ ParseFileRequest* UpdateRecords::createParseFileRequest(FileFragment* fragment) 
     }
     auto* request = mRequests.add(std::make_unique<ParseFileRequest>(fragment), mVersion);
     request->initializeZempParser();
+    request->getZempParser()->setVoucher(mSeal.voucher());
     return request;
 }
 

@@ -1,9 +1,8 @@
 // The bookkeeping of one update: which version is wanted from where, what comes next, every local file, every
 // parsed part of the remote image, and every request that is out. The decisions stand in UpdateHandler.
 //
-// Main thread only. Owns its fragments, parts and requests; destroying it removes no file. A request that was
-// put on a queue stays owned here and is only worked on by the queue's reader until it comes back. Null
-// arguments are logged and ignored.
+// Main thread only. Owns its fragments, parts and requests, also those that a queue's reader works on until
+// they come back; destroying it removes no file. Null arguments are logged and ignored.
 #ifndef UPDATE_UPDATERECORDS_H
 #define UPDATE_UPDATERECORDS_H
 
@@ -14,6 +13,7 @@
 #include "update/FetchGovernor.h"
 #include "update/FileFragment.h"
 #include "update/FwAction.h"
+#include "update/ReleaseSeal.h"
 #include "update/RequestLedger.h"
 #include "update/RetryPace.h"
 #include "update/UpdateBooks.h"
@@ -29,8 +29,9 @@
 
 class UpdateRecords {
   public:
-    // `masterQueue` is the daemon's own queue, not owned.
-    explicit UpdateRecords(wqueue<FwWorkItem*>* masterQueue);
+    // `masterQueue` is the daemon's own queue; `gate` says whether releases need a seal. Neither is owned.
+    explicit UpdateRecords(wqueue<FwWorkItem*>* masterQueue,
+                           const seal::Gate& gate = seal::Gate::withoutKeys());
     ~UpdateRecords();
     UpdateRecords(const UpdateRecords&) = delete;
     UpdateRecords& operator=(const UpdateRecords&) = delete;
@@ -54,8 +55,7 @@ class UpdateRecords {
     FwAction::NextAction getPreviousAction() const { return mPreviousAction; }
     void setNextAction(FwAction::NextAction action);
 
-    // The same as the table of transitions has it. A change that the table does not foresee is logged as an
-    // error.
+    // The same by the table of transitions; a change that it does not foresee is logged as an error.
     void setNextAction(FwAction::Cause cause);
 
     // For a report.
@@ -90,7 +90,8 @@ class UpdateRecords {
     bool hasScanToHandOut() const { return mScanToHandOut; }
     void deleteFileScanRequest(FileScanRequest* request);
 
-    // Queues a delete request to the master; an empty name does nothing.
+    // Queues a delete request to the master; an empty name does nothing. The seal that is kept beside an
+    // update image goes with it.
     void createFileDeleteRequest(const std::string& filename);
 
     // Whether a file is to be deleted already.
@@ -196,9 +197,11 @@ class UpdateRecords {
     static constexpr unsigned int sMaximumDownloadFailures = 5; // declared; the limit in use is the handler's
 
     void addToMasterQueue(FwWorkItem* item) { mMasterQueue->add(item); }
+    bool isWantedStart(const std::string& filename) const;
 
     std::string mUrl;
     std::string mVersion;
+    ReleaseSeal mSeal; // of the wanted version
     FwAction::NextAction mNextAction = FwAction::Unspecified;
     FwAction::NextAction mPreviousAction = FwAction::Unspecified;
     ConfigDbStatusEvent::ConfigDbStatus mConfigDbStatus = ConfigDbStatusEvent::ConfigNoUpdateNeeded;
@@ -215,8 +218,6 @@ class UpdateRecords {
     std::string mDirName;
     FetchGovernor mGovernor;
     RetryPace mCompilePace;
-
-    bool isWantedStart(const std::string& filename) const;
 
   private:
     bool keepsExisting(const ZempPart& existing, const ZempPart& part) const;

@@ -2,6 +2,8 @@
 #include "common/Noticeboard.h"
 #include "common/VexStreamLog.h"
 #include "common/maskedurl.h"
+#include "image/ZempReadBack.h"
+#include "main/ArgParser.h"
 #include "vex/concurrency.h"
 #include "workers/ConfigDbMonitor.h"
 #include "workers/ConfigNames.h"
@@ -182,7 +184,24 @@ ConfigDbMonitor::StatusCase ConfigDbMonitor::statusCase(bool needed, const std::
         return NothingReady;
     if (!containsVersion(ready, version)) // the image's name carries its version
         return WrongVersionReady;
-    return resolveRegularFile(ready).empty() ? ReadyIsMissing : ReadyWaits;
+    if (resolveRegularFile(ready).empty())
+        return ReadyIsMissing;
+    return isVouchedFor(ready) ? ReadyWaits : ReadyHasNoSeal;
+}
+
+bool ConfigDbMonitor::isVouchedFor(const std::string& image) {
+    if (image == vouchedImage)
+        return true;
+    const size_t version = image.rfind('/') + 1 + ArgParser::getFwUpdateBaseFilename().size() + 1;
+    const seal::Gate::Opened kept =
+        gate.readSeal(gate.keptName(image), version < image.size() ? image.substr(version) : "");
+    if (!kept.voucher)
+        VEX_LOG(LogWarning) << "ConfigDbMonitor::isVouchedFor() '" << image << "' has no good seal, "
+                            << kept.problem << ".";
+    if (!kept.voucher || !isImageVouchedFor(image, kept.voucher))
+        return false;
+    vouchedImage = image;
+    return true;
 }
 
 void ConfigDbMonitor::sendConfigDbStatus() {
@@ -215,6 +234,12 @@ void ConfigDbMonitor::sendConfigDbStatus() {
         VEX_LOG(LogInfo) << "ConfigDbMonitor::sendConfigDbStatus() Ups, ready for wrong version " << version
                          << ".";
         delReadyForFirmwareInstall();
+        setCsmEvent(CsmEvent::UpdateReady, false);
+        unwanted = ready;
+        break;
+    case ReadyHasNoSeal:
+        VEX_LOG(LogWarning) << "ConfigDbMonitor::sendConfigDbStatus() '" << ready << "' is ready no more.";
+        eraseKeyLocked(ConfigKey::ReadyForInstall);
         setCsmEvent(CsmEvent::UpdateReady, false);
         unwanted = ready;
         break;
@@ -259,13 +284,16 @@ void ConfigDbMonitor::sendNewFirmwareNeeded() {
     const std::string version = getSwVersion();
     const std::string ready = getReadyForFirmwareInstall();
     auto* event = new NewFirmwareNeededEvent(url, version, isForcedUpdate()); // the master's
-    if (containsVersion(ready, version)) {
+    if (containsVersion(ready, version) && isVouchedFor(ready)) {
         event->setReadyFlag(NewFirmwareNeededEvent::ReadyFlagPresent);
     } else {
         event->setReadyFlag(NewFirmwareNeededEvent::ReadyFlagAbsent);
         if (!ready.empty() && eraseKeyLocked(ConfigKey::ReadyForInstall)) {
-            VEX_LOG(LogInfo) << "ConfigDbMonitor::onCBusSignal() '" << ready << "' is not version " << version
-                             << ", it is ready no more.";
+            if (containsVersion(ready, version))
+                VEX_LOG(LogWarning) << "ConfigDbMonitor::onCBusSignal() '" << ready << "' is ready no more.";
+            else
+                VEX_LOG(LogInfo) << "ConfigDbMonitor::onCBusSignal() '" << ready << "' is not version "
+                                 << version << ", it is ready no more.";
             setCsmEvent(CsmEvent::UpdateReady, false);
             event->setDeleteReadyForUpdateFile(ready);
         }
@@ -281,7 +309,8 @@ bool ConfigDbMonitor::setReadyForFirmwareInstall(const std::string& file) {
     const std::string path = resolveRegularFile(file);
     if (path.empty())
         return false;
-    if (!writeKey(ConfigKey::ReadyForInstall, path))
+    vouchedImage.clear(); // it was written anew
+    if (!isVouchedFor(path) || !writeKey(ConfigKey::ReadyForInstall, path))
         return false; // a reboot without the flag would install nothing, and the next start would ask again
     if (isForcedUpdate() && !cbus.sendSignal(BusName::Reboot, nullptr, 0)) {
         VEX_LOG(LogWarning) << "ConfigDbMonitor::setReadyForFirmwareInstall() Error sending reboot request!";

@@ -14,8 +14,9 @@
 
 unsigned ConfigDbMonitor::sConnectPauseMs = 1000;
 
-ConfigDbMonitor::ConfigDbMonitor(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master)
-    : workQueue(in), masterQueue(master) {
+ConfigDbMonitor::ConfigDbMonitor(wqueue<FwWorkItem*>& in, wqueue<FwWorkItem*>& master,
+                                 const seal::Gate& sealGate)
+    : workQueue(in), masterQueue(master), gate(sealGate) {
     pthread_mutex_init(&mutex, nullptr);
 }
 

@@ -9,6 +9,7 @@
 
 #include "common/Thread.h"
 #include "common/wqueue.h"
+#include "seal/Gate.h"
 #include "vex/CBusConnection.h"
 #include "vex/ConfigDatabaseConnection.h"
 #include "vex/FdLoop.h"
@@ -34,8 +35,10 @@ class ConfigDbMonitor : public Thread,
     static constexpr unsigned BusAttempts = 100;
     static constexpr unsigned DatabaseAttempts = 5;
 
-    // Takes requests from `workQueue`; answers and events go to `masterQueue`. Both must outlive the worker.
-    ConfigDbMonitor(wqueue<FwWorkItem*>& workQueue, wqueue<FwWorkItem*>& masterQueue);
+    // Takes requests from `workQueue`; answers and events go to `masterQueue`. `sealGate` says what an image
+    // needs to be flagged. All must outlive the worker.
+    ConfigDbMonitor(wqueue<FwWorkItem*>& workQueue, wqueue<FwWorkItem*>& masterQueue,
+                    const seal::Gate& sealGate = seal::Gate::withoutKeys());
 
     // Ends the loop, or the wait between two attempts to connect, joins the thread, and detaches from bus and
     // database.
@@ -111,8 +114,18 @@ class ConfigDbMonitor : public Thread,
 
   private:
     // The first status in its five cases.
-    enum StatusCase { NotNeeded, NothingReady, WrongVersionReady, ReadyWaits, ReadyIsMissing };
-    static StatusCase statusCase(bool needed, const std::string& ready, const std::string& version);
+    enum StatusCase {
+        NotNeeded,
+        NothingReady,
+        WrongVersionReady,
+        ReadyWaits,
+        ReadyIsMissing,
+        ReadyHasNoSeal
+    };
+    StatusCase statusCase(bool needed, const std::string& ready, const std::string& version);
+
+    // Whether an update image has all that a flag needs. A failure is logged.
+    bool isVouchedFor(const std::string& image);
 
     static void pauseBeforeRetry();
     std::string getConfiguredVersion(char separator); // that stands before the build label
@@ -133,6 +146,8 @@ class ConfigDbMonitor : public Thread,
     common::ConfigDatabaseConnection* configDb = nullptr; // null while not connected
     wqueue<FwWorkItem*>& workQueue;
     wqueue<FwWorkItem*>& masterQueue;
+    const seal::Gate& gate;
+    std::string vouchedImage; // that was found good, as long as it is flagged
     std::string loggedReason; // why no update is wanted; said once, until another reason or an update comes
     bool statusSent = false;  // or replaced by a change notice
 

@@ -151,6 +151,7 @@ void ZempHandler::scanEntry(const std::string& directory, const std::string& nam
     VEX_LOG(LogDebug) << "ZempHandler::onFileScanRequest() Found file '" << name << "', size=" << size << ".";
     switch (FileFragment::parseFragmentType(name)) {
     case FileFragment::UnknownType:
+    case FileFragment::SealFile: // which no name tells
         VEX_LOG(LogDebug) << "ZempHandler::onFileScanRequest() Not one of our files ('" << name << "').";
         break;
     case FileFragment::UpdateZempFile:
@@ -241,7 +242,7 @@ void ZempHandler::onCompileUpdateZempFile(CompileUpdateZempRequest* request) {
         return;
     }
     request->setCompileStatus(CompileUpdateZempRequest::CompilePending);
-    ZempCreator creator(request->getZempParts());
+    ZempCreator creator(request->getZempParts(), request->getVoucher());
     request->setCompileStatus(creator.createZemp(request->getFilename())
                                   ? CompileUpdateZempRequest::CompileComplete
                                   : CompileUpdateZempRequest::CompileFailed);

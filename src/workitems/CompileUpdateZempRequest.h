@@ -5,6 +5,7 @@
 #include "image/ZempCreator.h"
 #include "workitems/FwWorkItem.h"
 #include <map>
+#include <memory>
 
 class ZempPart;
 
@@ -13,7 +14,10 @@ class CompileUpdateZempRequest : public FwWorkItem {
     enum CompileStatus : int { CompilePending = 0, CompileComplete = 1, CompileFailed = 2 };
 
     // Copies the map of content index to part; the parts are not owned and must outlive the request.
-    CompileUpdateZempRequest(const std::string& filename, const std::map<const unsigned, ZempPart*>& parts);
+    // `voucher` vouches for the release, and is not null.
+    CompileUpdateZempRequest(
+        const std::string& filename, const std::map<const unsigned, ZempPart*>& parts,
+        std::shared_ptr<const seal::Voucher> voucher = std::make_shared<const seal::Voucher>());
     ~CompileUpdateZempRequest() override;
 
     std::string getStatus() const override;
@@ -26,12 +30,14 @@ class CompileUpdateZempRequest : public FwWorkItem {
 
     std::string getFilename() const { return mFilename; }
     std::map<const unsigned, ZempPart*> getZempParts() const { return mZempParts; }
+    const std::shared_ptr<const seal::Voucher>& getVoucher() const { return mVoucher; }
 
   private:
     CompileStatus mCompileStatus = CompilePending;
     ZempCreator::Failure mFailure = ZempCreator::Failure::None;
     const std::string mFilename;
     const std::map<const unsigned, ZempPart*> mZempParts;
+    const std::shared_ptr<const seal::Voucher> mVoucher;
 };
 
 #endif

@@ -65,8 +65,12 @@ void IsUpdateNeededRequest::setIsUpdateNeeded(bool needed) {
 }
 
 CompileUpdateZempRequest::CompileUpdateZempRequest(const std::string& filename,
-                                                   const std::map<const unsigned, ZempPart*>& parts)
-    : FwWorkItem(FwWorkItem::CompileUpdateZempRequest), mFilename(filename), mZempParts(parts) {
+                                                   const std::map<const unsigned, ZempPart*>& parts,
+                                                   std::shared_ptr<const seal::Voucher> voucher)
+    : FwWorkItem(FwWorkItem::CompileUpdateZempRequest),
+      mFilename(filename),
+      mZempParts(parts),
+      mVoucher(std::move(voucher)) {
     VEX_LOG(LogDebug) << "CompileUpdateZempFileRequest::CompileUpdateZempFileRequest(" << mFilename << ")";
 }
 

@@ -23,20 +23,21 @@ struct Rule {
 };
 
 const std::string Fragment = "update/FileFragment.h";
+const std::string Gate = "seal/Gate.h"; // no other header of that folder
 const std::string Settings = "main/ArgParser.h";
 
 const Rule Rules[] = {
     {"src/common", {"vex"}},
-    {"src/image", {"vex", "common", Fragment}},
+    {"src/image", {"vex", "common", Gate, Fragment}},
     {"src/seal", {"common"}},
-    {"src/workitems", {"vex", "common", "image", Fragment}},
+    {"src/workitems", {"vex", "common", "image", Gate, Fragment}},
     {"src/installed", {"vex", "common", "image"}},
-    {"src/workers", {"vex", "common", "image", "workitems", Fragment, Settings}},
-    {"src/update", {"vex", "common", "image", "workitems", "installed", "workers", "state", Settings}},
+    {"src/workers", {"vex", "common", "image", "workitems", Gate, Fragment, Settings}},
+    {"src/update", {"vex", "common", "image", "workitems", "installed", "workers", "state", Gate, Settings}},
     {"src/state", {}},
     {"src/status", {"common", "image", "workitems", "installed", "workers", "update"}},
     {"src/main",
-     {"vex", "common", "image", "workitems", "installed", "workers", "update", "status", "state"}},
+     {"vex", "common", "image", "workitems", "installed", "workers", "update", "status", "state", "seal"}},
     {"platform", {"vex"}},
     // Plans updates with the daemon's own decisions.
     {"tools/plan",

@@ -5,6 +5,9 @@
 // FW_HISTORY_SEEDS=FIRST-LAST runs other seeds than the usual 300. A failing seed prints its history.
 #include "support/LogCapture.h"
 #include "update/rig/Terminal.h"
+#ifdef FW_SEAL
+#include "update/rig/SealedTerminal.h"
+#endif
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -145,12 +148,92 @@ struct Row {
     unsigned argument;
 };
 
+// An image with one body, of the `index`th part, forged so that its checksum stays.
+imagefile::ImageBuilder forgedImage(uint16_t build, unsigned index) {
+    imagefile::ImageBuilder image = makeImage(build);
+    imagefile::Bytes& body = image.at(index % image.count()).body;
+    if (body.size() > 100)
+        body = forgeBody(body);
+    else
+        body.front() ^= 0x20;
+    return image;
+}
+
+#ifdef FW_SEAL
+// What may happen besides where releases are sealed.
+const Kind ForgingKinds[] = {
+    {"forge", // a part or the start, whose checksums are right
+     [](Terminal& terminal, unsigned argument) {
+         const uint16_t build = buildFrom(argument);
+         const imagefile::ImageBuilder image = forgedImage(build, argument / 3);
+         const size_t index = argument / 3 % image.count();
+         imagefile::Bytes& served = terminal.server.images[Terminal::urlOf(versionOf(build))];
+         const imagefile::Bytes part = image.buildPart(index);
+         if (served.size() == image.size())
+             std::copy(part.begin(), part.end(), served.begin() + static_cast<long>(image.offsetOf(index)));
+     }},
+    {"mixed", // parts of another release
+     [](Terminal& terminal, unsigned argument) {
+         const uint16_t build = buildFrom(argument);
+         imagefile::ImageBuilder image = makeImage(build);
+         image.at(2 + argument / 3 % 5) = makeImage(buildFrom(argument + 1)).at(2 + argument / 3 % 5);
+         terminal.server.images[Terminal::urlOf(versionOf(build))] = image.build();
+     }},
+    {"planted",
+     [](Terminal& terminal, unsigned argument) {
+         const size_t index = 2 + argument / 3 % 5;
+         const imagefile::ImageBuilder image = forgedImage(buildFrom(argument), static_cast<unsigned>(index));
+         terminal.write("ContentPart-" + std::to_string(argument), image.buildPart(index));
+     }},
+    {"seal", // another one, or none
+     [](Terminal& terminal, unsigned argument) {
+         const std::string version = versionOf(buildFrom(argument));
+         SealedTerminal& sealed = dynamic_cast<SealedTerminal&>(terminal);
+         sealed.seal(versionOf(buildFrom(argument + 1)), "by another", support::SealSigner(argument % 2));
+         sealed.serveSeal(version, argument % 3 == 0 ? "none" : "fw-seal 1\n");
+     }},
+    {"keys",
+     [](Terminal& terminal, unsigned argument) {
+         dynamic_cast<SealedTerminal&>(terminal).trust(
+             "next.pub", argument % 2 == 0 ? "" : support::SealSigner(3).keyFile());
+     }},
+    {"forged image",
+     [](Terminal& terminal, unsigned) {
+         const imagefile::ImageBuilder image = forgedImage(7, 2);
+         if (terminal.isReady())
+             terminal.write(fs::path(terminal.config.ready).filename(), image.build());
+         terminal.restart();
+     }},
+};
+
+std::unique_ptr<Terminal> makeTerminal(bool isSealed) {
+    return isSealed ? std::make_unique<SealedTerminal>() : std::make_unique<Terminal>();
+}
+
+void makeHonest(Terminal& terminal) {
+    if (auto* const sealed = dynamic_cast<SealedTerminal*>(&terminal))
+        sealed->makeHonest();
+}
+
+const std::vector<bool> Worlds = {false, true};
+#else
+const std::vector<Kind> ForgingKinds;
+const std::vector<bool> Worlds = {false};
+std::unique_ptr<Terminal> makeTerminal(bool /*isSealed*/) {
+    return std::make_unique<Terminal>();
+}
+void makeHonest(Terminal& /*terminal*/) {}
+#endif
+
 class History {
   public:
-    explicit History(unsigned seed) : mRandom(seed) {
+    History(unsigned seed, bool isSealed) : mRandom(seed) {
         std::vector<const Kind*> kinds = {&Kinds[0], &Kinds[0], &Kinds[0]}; // most are faults of the server
         for (const Kind& kind : Kinds)
             kinds.push_back(&kind);
+        for (const Kind& kind : ForgingKinds)
+            if (isSealed)
+                kinds.insert(kinds.end(), 3, &kind);
         const unsigned rows = pick(1, 12);
         for (unsigned i = 0; i < rows; ++i) {
             const Kind* const kind = kinds[pick(0, static_cast<unsigned>(kinds.size()) - 1)];
@@ -191,6 +274,7 @@ void makeAllRight(Terminal& terminal) {
     terminal.server.fault = Fault::None;
     terminal.downloadTicks = 1;
     terminal.handlerRests = 0;
+    makeHonest(terminal);
     if (terminal.diskSize < SmallDisk)
         terminal.diskSize = 0;
     if (fs::is_regular_file(terminal.path("")))
@@ -232,9 +316,10 @@ std::pair<unsigned, unsigned> seedRange() {
 }
 
 // Empty when the history ended well. `requests` is raised to the number of requests after the faults.
-std::string live(unsigned seed, size_t& requests) {
-    const History history(seed);
-    Terminal terminal;
+std::string live(unsigned seed, bool isSealed, size_t& requests) {
+    const History history(seed, isSealed);
+    const std::unique_ptr<Terminal> made = makeTerminal(isSealed);
+    Terminal& terminal = *made;
     for (const uint16_t build : {uint16_t{8}, uint16_t{9}, uint16_t{70}})
         terminal.publish(versionOf(build), makeImage(build));
     prepare(terminal, 7);
@@ -273,18 +358,23 @@ std::string live(unsigned seed, size_t& requests) {
 
 } // namespace
 
-TEST(RandomHistory, EndsWellForEverySeed) {
+class RandomHistory : public testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(, RandomHistory, testing::ValuesIn(Worlds),
+                         [](const auto& test) { return std::string(test.param ? "Sealed" : "Unsealed"); });
+
+TEST_P(RandomHistory, EndsWellForEverySeed) {
     const auto [first, last] = seedRange();
     size_t mostRequests = 0;
     unsigned failed = 0;
     for (unsigned seed = first; seed <= last; ++seed) {
         size_t requests = 0;
-        const std::string problem = live(seed, requests);
+        const std::string problem = live(seed, GetParam(), requests);
         mostRequests = std::max(mostRequests, requests);
         if (problem.empty())
             continue;
         ++failed;
-        ADD_FAILURE() << "seed " << seed << ": " << problem << "\n" << History(seed).text();
+        ADD_FAILURE() << "seed " << seed << ": " << problem << "\n" << History(seed, GetParam()).text();
         if (failed == 5)
             break;
     }

@@ -1,8 +1,8 @@
 #include "zemp/SealCommands.h"
 
-#include "imagefile/ImageReader.h"
 #include "imagefile/ImageSource.h"
 #include "imagefile/ReplaceFile.h"
+#include "imagefile/SealedImage.h"
 #include "seal/Seal.h"
 #include "zemp/Files.h"
 #include "zemp/InputError.h"
@@ -14,54 +14,12 @@ namespace zemp {
 namespace {
 
 constexpr uint64_t MaximumKeyBytes = 1024;
-constexpr size_t DigestStep = 1024UL * 1024; // between two looks at interrupts
-
-seal::Extent extentOf(const uint8_t* data, uint64_t length) {
-    seal::Sha256 sum;
-    for (uint64_t done = 0; done < length;) {
-        throwIfInterrupted();
-        const size_t step = static_cast<size_t>(std::min<uint64_t>(length - done, DigestStep));
-        sum.update(data + done, step);
-        done += step;
-    }
-    return {static_cast<uint32_t>(length), sum.finish()};
-}
-
-// The first thing in an image that keeps it from being sealed, with its place; empty if there is none.
-std::string unsoundnessOf(const imagefile::ImageReader& image) {
-    if (!image.isHeaderValid())
-        return "the main header is damaged";
-    for (const imagefile::ImagePart& part : image.parts())
-        if (!part.isBodyValid())
-            return "the body of '" + part.name() + "' at offset " + std::to_string(part.offset) +
-                   (part.isComplete() ? " is damaged" : " is incomplete");
-    if (image.partsEnd() != image.size() || !image.isBodyValid())
-        return "no sound part at offset " + std::to_string(image.partsEnd());
-    const auto& parts = image.parts();
-    if (parts.size() < 3 || &parts[0] != image.release() || &parts[1] != image.manifest())
-        return "it does not hold a release header, a manifest and a part, in this order";
-    return "";
-}
-
 seal::SealLines linesOf(const std::string& filename) {
     const imagefile::ImageReader image(filename);
-    const std::string unsoundness = unsoundnessOf(image);
-    if (!unsoundness.empty())
-        throw InputError(filename + ": " + unsoundness + "; 'zemp check' says more");
-    seal::SealLines lines;
-    lines.release = imagefile::versionText(image.release()->version);
-    lines.image = extentOf(image.data(), image.size());
-    for (size_t i = 2; i < image.parts().size(); ++i) {
-        const imagefile::ImagePart& part = image.parts()[i];
-        seal::SealedPart& sealed = lines.parts.emplace_back();
-        sealed.offset = static_cast<uint32_t>(part.offset);
-        sealed.name = part.name();
-        sealed.version = part.isType(ZempFormat::SwBlobType) ? imagefile::versionText(part.version) : "-";
-        sealed.header = extentOf(image.data() + part.offset, part.header.hdr_length);
-        sealed.body = extentOf(image.data() + part.bodyOffset(), part.header.body_length);
-    }
-    lines.start = extentOf(image.data(), image.parts()[2].offset);
-    return lines;
+    const std::string problem = imagefile::findUnsealable(image);
+    if (!problem.empty())
+        throw InputError(filename + ": " + problem + "; 'zemp check' says more");
+    return sealLinesOf(image, throwIfInterrupted);
 }
 
 std::vector<seal::PublicKey> readKeys(const std::vector<std::string>& files) {
@@ -97,7 +55,7 @@ void checkExtent(const imagefile::ImageSource& image, uint64_t offset, const sea
     if (offset > image.size() || sealed.length > image.size() - offset)
         throw InputError(image.name() + ": " + what + " at offset " + std::to_string(offset) +
                          " is incomplete");
-    if (extentOf(image.data() + offset, sealed.length).digest != sealed.digest)
+    if (imagefile::extentOf(image.data() + offset, sealed.length, throwIfInterrupted).digest != sealed.digest)
         throw InputError(image.name() + ": " + what + " at offset " + std::to_string(offset) +
                          " is not what was sealed");
 }

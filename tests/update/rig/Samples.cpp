@@ -1,5 +1,8 @@
 #include "update/rig/Samples.h"
 
+#include "image/zemp_validate.h"
+#include <array>
+
 #include <cstring>
 
 namespace rig {
@@ -23,6 +26,37 @@ imagefile::Bytes bodyOf(size_t size, unsigned seed) {
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<uint8_t>((i * 31 + (i >> 8) * 7 + size_t{seed} * 13) & 0xff);
     return bytes;
+}
+
+// One bit is changed, and the first four bytes make up for it.
+imagefile::Bytes forgeBody(const imagefile::Bytes& body) {
+    const auto crcOf = [](const imagefile::Bytes& bytes) {
+        return crc32_calc(0, bytes.data(), bytes.size());
+    };
+    imagefile::Bytes forged = body;
+    forged.at(100) ^= 1;
+    std::array<uint64_t, 32>
+        rows{}; // by the highest bit of a change of the CRC: it, and the bits that make it
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        imagefile::Bytes changed = forged;
+        changed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        uint64_t row = uint64_t{crcOf(changed) ^ crcOf(forged)} << 32 | 1U << bit;
+        for (unsigned high = 32; high-- > 0;) {
+            if ((row >> (32 + high) & 1) == 0)
+                continue;
+            if (rows.at(high) == 0) {
+                rows.at(high) = row;
+                break;
+            }
+            row ^= rows.at(high);
+        }
+    }
+    uint64_t wanted = uint64_t{crcOf(body) ^ crcOf(forged)} << 32;
+    for (unsigned high = 32; high-- > 0;)
+        wanted ^= (wanted >> (32 + high) & 1) != 0 ? rows.at(high) : 0;
+    for (unsigned i = 0; i < 4; ++i)
+        forged[i] ^= static_cast<uint8_t>(wanted >> 8 * i);
+    return forged;
 }
 
 std::vector<PoolSpec> standardPools() {

@@ -12,6 +12,9 @@ namespace rig {
 // Bytes that depend on their offset and on `seed`, so that a splice shows.
 imagefile::Bytes bodyOf(size_t size, unsigned seed);
 
+// Another body of the same length and CRC-32, so that the header of its part fits both. At least 101 bytes.
+imagefile::Bytes forgeBody(const imagefile::Bytes& body);
+
 struct PoolSpec {
     int index;
     const char* pool;

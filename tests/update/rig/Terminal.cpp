@@ -39,12 +39,21 @@ Terminal::Terminal() {
 }
 
 Terminal::~Terminal() {
+    mMonitor.reset();
     daemon.reset();
 }
 
 void Terminal::publish(const std::string& version, const imagefile::ImageBuilder& image) {
     server.images[urlOf(version)] = image.build();
     mPublished.emplace(urlOf(version), server.images[urlOf(version)]);
+    onPublished(version);
+}
+
+void Terminal::serveWhatWasPublished() {
+    for (const auto& [url, image] : mPublished) { // of those under one URL the last one stays
+        server.images[url] = image;
+        onPublished(url.substr(url.rfind('/') + 1, url.rfind('.') - url.rfind('/') - 1));
+    }
 }
 
 void Terminal::install() {
@@ -76,9 +85,11 @@ void Terminal::restart(bool statusAtOnce) {
     daemon.reset();
     Noticeboard::instance().clear();
     mStatus = std::make_unique<status::StatusFile>(mDirectory.path() + "/run");
-    daemon = std::make_unique<Daemon>(mRecord);
+    mGate = makeGate();
+    mGate->readKeys();
+    daemon = std::make_unique<Daemon>(mRecord, *mGate);
     mZempHandler = std::make_unique<ZempHandler>(daemon->mZempHandlerQueue, daemon->mMasterQueue);
-    mMonitor = std::make_unique<ConfigDbMonitor>(daemon->mConfigDbQueue, daemon->mMasterQueue);
+    mMonitor = std::make_unique<ConfigDbMonitor>(daemon->mConfigDbQueue, daemon->mMasterQueue, *mGate);
     static_cast<void>(mMonitor->initialize());
     mMonitorAt = mNow + (statusAtOnce ? 1 : FirstStatusTicks);
 }
