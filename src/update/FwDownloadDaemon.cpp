@@ -129,30 +129,17 @@ void FwDownloadDaemon::onWorkItem(FwWorkItem* item) {
         return onConfigDbStatusEvent(static_cast<ConfigDbStatusEvent*>(item));
     case FwWorkItem::NewFirmwareNeededEvent:
         return onNewFirmwareNeededEvent(static_cast<NewFirmwareNeededEvent*>(item));
-    case FwWorkItem::FileScanRequest:
-        return onFileScanRequest(static_cast<FileScanRequest*>(item));
-    case FwWorkItem::DownloadRequest:
-        return onDownloadRequest(static_cast<DownloadRequest*>(item));
-    case FwWorkItem::ParseFileRequest:
-        return onParseFileRequest(static_cast<ParseFileRequest*>(item));
     case FwWorkItem::GotZempStartEvent:
         return onGotZempStartEvent(static_cast<GotZempStartEvent*>(item));
     case FwWorkItem::SuuInfoInvalidEvent:
         return onSuuInfoInvalidEvent(static_cast<SuuInfoInvalidEvent*>(item));
-    case FwWorkItem::IsUpdateNeededRequest:
-        return onIsUpdateNeededRequest(static_cast<IsUpdateNeededRequest*>(item));
-    case FwWorkItem::CompileUpdateZempRequest:
-        return onCompileUpdateZempFile(static_cast<CompileUpdateZempRequest*>(item));
-    case FwWorkItem::SetReadyForUpdateRequest:
-        return onSetReadyForUpdateRequest(static_cast<SetReadyForUpdateRequest*>(item));
-    case FwWorkItem::FileDeleteRequest:
-        return onFileDeleteRequest(static_cast<FileDeleteRequest*>(item));
     case FwWorkItem::ExitRunLoop:
         return onExitRunLoop(static_cast<ExitRunLoop*>(item));
-    case FwWorkItem::UnspecifiedWorkItemType:
+    default:
         break;
     }
-    VEX_LOG(LogInfo) << "FwDownloadDaemon::onWorkItem() No handling of " << item->toString() << ".";
+    if (!routeRequest(item))
+        VEX_LOG(LogInfo) << "FwDownloadDaemon::onWorkItem() No handling of " << item->toString() << ".";
 }
 
 void FwDownloadDaemon::onExitRunLoop(ExitRunLoop* item) {

@@ -86,16 +86,18 @@ class FwDownloadDaemon : public common::LinuxDaemon, public common::FdLoopTimeou
     int64_t getDownloadTimerElapsedMs() const;
     void onConfigDbStatusEvent(ConfigDbStatusEvent* event);
     void onNewFirmwareNeededEvent(NewFirmwareNeededEvent* event);
-    void onFileScanRequest(FileScanRequest* request);
-    void onDownloadRequest(DownloadRequest* request);
-    void onParseFileRequest(ParseFileRequest* request);
     void onGotZempStartEvent(GotZempStartEvent* event);
     void onSuuInfoInvalidEvent(SuuInfoInvalidEvent* event);
-    void onIsUpdateNeededRequest(IsUpdateNeededRequest* request);
-    void onCompileUpdateZempFile(CompileUpdateZempRequest* request);
-    void onSetReadyForUpdateRequest(SetReadyForUpdateRequest* request);
-    void onFileDeleteRequest(FileDeleteRequest* request);
     void onExitRunLoop(ExitRunLoop* item);
+
+    // False for an item that is no request.
+    bool routeRequest(FwWorkItem* item);
+    template <typename Request, typename Getter, typename Status, typename Send, typename Handle>
+    bool route(FwWorkItem* item, const char* nullItem, const char* noHandler, const char* unknown,
+               Getter status, Status pending, Status last, Send send, Handle handle);
+    void sendDownload(DownloadRequest* request);
+    void sendSetReady(SetReadyForUpdateRequest* request);
+    void onSetReadyResult(SetReadyForUpdateRequest* request);
 
     void initializeUpdateHandler();
     FwAction::NextAction setUpdateHandler(const std::string& url, const std::string& version,

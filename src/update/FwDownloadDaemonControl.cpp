@@ -4,6 +4,7 @@
 #include "main/ArgParser.h"
 #include "update/FwDownloadDaemon.h"
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -26,140 +27,125 @@ bool FwDownloadDaemon::hasUpdateHandler(const char* text) const {
 
 // --- Requests
 
-void FwDownloadDaemon::onFileScanRequest(FileScanRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onFileScanRequest() FileScanRequest is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onFileScanRequest() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onFileScanRequest() " << request->getStatus();
-    switch (request->getFileScanStatus()) {
-    case FileScanRequest::ScanPending:
-        mZempHandlerQueue.add(request);
-        return;
-    case FileScanRequest::ScanIsDone:
-    case FileScanRequest::ScanIsFailed:
-        mUpdateHandler->onScanResult(request);
-        return;
+// A request from `pending` goes on to its worker by `send`, one with a result, up to `last`, to the update
+// handler by `handle`. A row without text for a missing update handler can do without; one without text for
+// an unknown status has none.
+template <typename Request, typename Getter, typename Status, typename Send, typename Handle>
+bool FwDownloadDaemon::route(FwWorkItem* item, const char* nullItem, const char* noHandler,
+                             const char* unknown, Getter status, Status pending, Status last, Send send,
+                             Handle handle) {
+    if (isNull(item, nullItem) || (noHandler != nullptr && !hasUpdateHandler(noHandler)))
+        return true;
+    auto* const request = static_cast<Request*>(item);
+    const std::string_view method(nullItem, std::string_view(nullItem).find(' '));
+    VEX_LOG(LogDebug) << method << " " << request->getStatus();
+    const Status now = (request->*status)();
+    if (now == pending) {
+        send(request);
+    } else if (unknown == nullptr || (now > pending && now <= last)) {
+        handle(request);
+    } else {
+        std::string text = unknown;
+        text.replace(text.find("%s"), 2, request->getStatus());
+        VEX_LOG(LogWarning) << text;
     }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onFileScanRequest() Cannot handle scan status "
-                        << request->getStatus() << ".";
+    return true;
 }
 
-void FwDownloadDaemon::onDownloadRequest(DownloadRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onDownloadRequest() DownloadRequest is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onDownloadRequest() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onDownloadRequest() " << request->getStatus();
-    if (request->getDownloadStatus() != DownloadRequest::DownloadNotStarted) {
-        mUpdateHandler->onDownloadResult(request);
-        return;
+bool FwDownloadDaemon::routeRequest(FwWorkItem* item) {
+    const auto toFiles = [this](auto* request) { mZempHandlerQueue.add(request); };
+    switch (item->getWorkItemType()) {
+    case FwWorkItem::FileScanRequest:
+        return route<FileScanRequest>(item, "FwDownloadDaemon::onFileScanRequest() FileScanRequest is NULL!",
+                                      "FwDownloadDaemon::onFileScanRequest() UpdateHandler is NULL!",
+                                      "FwDownloadDaemon::onFileScanRequest() Cannot handle scan status %s.",
+                                      &FileScanRequest::getFileScanStatus, FileScanRequest::ScanPending,
+                                      FileScanRequest::ScanIsFailed, toFiles,
+                                      [this](auto* request) { mUpdateHandler->onScanResult(request); });
+    case FwWorkItem::DownloadRequest:
+        return route<DownloadRequest>(
+            item, "FwDownloadDaemon::onDownloadRequest() DownloadRequest is NULL!",
+            "FwDownloadDaemon::onDownloadRequest() UpdateHandler is NULL!", nullptr,
+            &DownloadRequest::getDownloadStatus, DownloadRequest::DownloadNotStarted,
+            DownloadRequest::DownloadPermanentFailure, [this](auto* request) { sendDownload(request); },
+            [this](auto* request) { mUpdateHandler->onDownloadResult(request); });
+    case FwWorkItem::ParseFileRequest:
+        return route<ParseFileRequest>(
+            item, "FwDownloadDaemon::onParseFileRequest() WorkItem is NULL!",
+            "FwDownloadDaemon::onParseFileRequest() UpdateHandler is NULL!",
+            "FwDownloadDaemon::onParseFileRequest() Cannot handle parse status %s.",
+            &ParseFileRequest::getParseStatus, ParseFileRequest::ParsePending, ParseFileRequest::ParseFailed,
+            toFiles, [this](auto* request) { mUpdateHandler->onParseResult(request, knownSuuInfo()); });
+    case FwWorkItem::IsUpdateNeededRequest:
+        return route<IsUpdateNeededRequest>(
+            item, "FwDownloadDaemon::onIsUpdateNeededRequest() Request is NULL!",
+            "FwDownloadDaemon::onIsUpdateNeededRequest() UpdateHandler is NULL!",
+            "FwDownloadDaemon::onIsUpdateNeededRequest() Cannot handle status %s",
+            &IsUpdateNeededRequest::getQuestionStatus, IsUpdateNeededRequest::QuestionNotAnswered,
+            IsUpdateNeededRequest::QuestionAnswered,
+            [this](auto* request) {
+                VEX_LOG(LogDebug) << "FwDownloadDaemon::onIsUpdateNeededRequest() Forward to Config monitor.";
+                mConfigDbQueue.add(request);
+            },
+            [this](auto* request) {
+                VEX_LOG(LogDebug) << "FwDownloadDaemon::onIsUpdateNeededRequest() Inform update "
+                                     "handler of answer.";
+                mUpdateHandler->onIsUpdateNeededRequest(request, mMasterQueue);
+            });
+    case FwWorkItem::CompileUpdateZempRequest:
+        return route<CompileUpdateZempRequest>(
+            item, "FwDownloadDaemon::onCompileUpdateZempFile() Request is NULL!",
+            "FwDownloadDaemon::onCompileUpdateZempFile() UpdateHandler is NULL!",
+            "FwDownloadDaemon::onCompileUpdateZempFile() Cannot handle compile status %s",
+            &CompileUpdateZempRequest::getCompileStatus, CompileUpdateZempRequest::CompilePending,
+            CompileUpdateZempRequest::CompileFailed, toFiles,
+            [this](auto* request) { mUpdateHandler->onCompileZempResult(request, mMasterQueue); });
+    case FwWorkItem::FileDeleteRequest:
+        return route<FileDeleteRequest>(
+            item, "FwDownloadDaemon::onFileDeleteRequest() WorkItem is NULL!",
+            "FwDownloadDaemon::onFileDeleteRequest() UpdateHandler is NULL!",
+            "FwDownloadDaemon::onFileDeleteRequest() Cannot handle delete status %s",
+            &FileDeleteRequest::getFileDeleteStatus, FileDeleteRequest::FileDeletePending,
+            FileDeleteRequest::FileDeleteFailed, toFiles,
+            [this](auto* request) { mUpdateHandler->onFileDeleteResult(request); });
+    case FwWorkItem::SetReadyForUpdateRequest:
+        return route<SetReadyForUpdateRequest>(
+            item, "FwDownloadDaemon::onSetReadyForUpdateRequest() Request is NULL!", nullptr,
+            "FwDownloadDaemon::onSetReadyForUpdateRequest() Cannot handle compile status %s",
+            &SetReadyForUpdateRequest::getSetReadyStatus, SetReadyForUpdateRequest::SetReadyPending,
+            SetReadyForUpdateRequest::SetReadyFailed, [this](auto* request) { sendSetReady(request); },
+            [this](auto* request) { onSetReadyResult(request); });
+    default:
+        return false;
     }
+}
+
+// What is different about a request or two:
+
+void FwDownloadDaemon::sendDownload(DownloadRequest* request) {
     if (mUpdateHandler->holdBack(request))
         return;
     request->setWithDownloader(true);
     mDownloaderQueue.add(request);
 }
 
-void FwDownloadDaemon::onParseFileRequest(ParseFileRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onParseFileRequest() WorkItem is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onParseFileRequest() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onParseFileRequest() " << request->getStatus();
-    switch (request->getParseStatus()) {
-    case ParseFileRequest::ParsePending:
-        mZempHandlerQueue.add(request);
-        return;
-    case ParseFileRequest::ParseCopmplete:
-    case ParseFileRequest::ParseNoData:
-    case ParseFileRequest::ParseFailed:
-        mUpdateHandler->onParseResult(request, knownSuuInfo());
-        return;
-    }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onParseFileRequest() Cannot handle parse status "
-                        << request->getStatus() << ".";
-}
-
-void FwDownloadDaemon::onIsUpdateNeededRequest(IsUpdateNeededRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onIsUpdateNeededRequest() Request is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onIsUpdateNeededRequest() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onIsUpdateNeededRequest() " << request->getStatus();
-    switch (request->getQuestionStatus()) {
-    case IsUpdateNeededRequest::QuestionNotAnswered:
-        VEX_LOG(LogDebug) << "FwDownloadDaemon::onIsUpdateNeededRequest() Forward to Config monitor.";
+void FwDownloadDaemon::sendSetReady(SetReadyForUpdateRequest* request) {
+    if (!mUpdateHandler || !mUpdateHandler->dropStaleReadyRequest(request))
         mConfigDbQueue.add(request);
-        return;
-    case IsUpdateNeededRequest::QuestionAnswered:
-        VEX_LOG(LogDebug) << "FwDownloadDaemon::onIsUpdateNeededRequest() Inform update handler of answer.";
-        mUpdateHandler->onIsUpdateNeededRequest(request, mMasterQueue);
-        return;
-    }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onIsUpdateNeededRequest() Cannot handle status "
-                        << request->getStatus();
 }
 
-void FwDownloadDaemon::onCompileUpdateZempFile(CompileUpdateZempRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onCompileUpdateZempFile() Request is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onCompileUpdateZempFile() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onCompileUpdateZempFile() " << request->getStatus();
-    switch (request->getCompileStatus()) {
-    case CompileUpdateZempRequest::CompilePending:
-        mZempHandlerQueue.add(request);
-        return;
-    case CompileUpdateZempRequest::CompileComplete:
-    case CompileUpdateZempRequest::CompileFailed:
-        mUpdateHandler->onCompileZempResult(request, mMasterQueue);
-        return;
-    }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onCompileUpdateZempFile() Cannot handle compile status "
-                        << request->getStatus();
-}
-
-void FwDownloadDaemon::onFileDeleteRequest(FileDeleteRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onFileDeleteRequest() WorkItem is NULL!") ||
-        !hasUpdateHandler("FwDownloadDaemon::onFileDeleteRequest() UpdateHandler is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onFileDeleteRequest() " << request->getStatus();
-    switch (request->getFileDeleteStatus()) {
-    case FileDeleteRequest::FileDeletePending:
-        mZempHandlerQueue.add(request);
-        return;
-    case FileDeleteRequest::FileDeleteComplete:
-    case FileDeleteRequest::FileDeleteFailed:
-        mUpdateHandler->onFileDeleteResult(request);
-        return;
-    }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onFileDeleteRequest() Cannot handle delete status "
-                        << request->getStatus();
-}
-
-void FwDownloadDaemon::onSetReadyForUpdateRequest(SetReadyForUpdateRequest* request) {
-    if (isNull(request, "FwDownloadDaemon::onSetReadyForUpdateRequest() Request is NULL!"))
-        return;
-    VEX_LOG(LogDebug) << "FwDownloadDaemon::onSetReadyForUpdateRequest() " << request->getStatus();
-    switch (request->getSetReadyStatus()) {
-    case SetReadyForUpdateRequest::SetReadyPending:
-        if (!mUpdateHandler || !mUpdateHandler->dropStaleReadyRequest(request))
-            mConfigDbQueue.add(request);
-        return;
-    case SetReadyForUpdateRequest::SetReadyComplete:
-        if (hasUpdateHandler("FwDownloadDaemon::onSetReadyForUpdateRequest() ReadyForUpdate is set, but "
-                             "update handler is NULL!"))
-            mUpdateHandler->onSetReadyResult(request);
-        return;
-    case SetReadyForUpdateRequest::SetReadyFailed:
-        if (mUpdateHandler) {
-            mUpdateHandler->onSetReadyResult(request);
-            return;
-        }
+void FwDownloadDaemon::onSetReadyResult(SetReadyForUpdateRequest* request) {
+    if (mUpdateHandler) {
+        mUpdateHandler->onSetReadyResult(request);
+    } else if (request->getSetReadyStatus() == SetReadyForUpdateRequest::SetReadyComplete) {
+        VEX_LOG(LogWarning) << "FwDownloadDaemon::onSetReadyForUpdateRequest() ReadyForUpdate is set, but "
+                               "update handler is NULL!";
+    } else {
         VEX_LOG(LogError) << "FwDownloadDaemon::onSetReadyForUpdateRequest() Set ReadyForUpdate failed!";
         VEX_LOG(LogError)
             << "FwDownloadDaemon::onSetReadyForUpdateRequest() And update handler is NULL! Exit!";
         onWorkItem(new ExitRunLoop);
-        return;
     }
-    VEX_LOG(LogWarning) << "FwDownloadDaemon::onSetReadyForUpdateRequest() Cannot handle compile status "
-                        << request->getStatus();
 }
 
 // --- Events
