@@ -1,8 +1,12 @@
 #include "lab/ConsoleView.h"
 
+#include "imagefile/NumberText.h"
 #include <algorithm>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+using imagefile::groupDigits;
+using imagefile::shortBytes;
 
 namespace lab {
 
@@ -10,7 +14,6 @@ namespace {
 
 constexpr unsigned sDefaultWidth = 80;
 constexpr unsigned sBarWidth = 30;
-constexpr double sKilo = 1000.0;
 
 // Log lines that are shown: failures, and the steps between the requests.
 constexpr const char* sShownPriorities[] = {"LOG_EMERG", "LOG_ALERT", "LOG_CRIT", "LOG_ERR"};
@@ -49,19 +52,6 @@ std::string shownText(const LabEvent& event) {
 
 } // namespace
 
-std::string formatBytes(uint64_t bytes) {
-    const char* const units[] = {"bytes", "kB", "MB", "GB"};
-    size_t unit = 0;
-    auto value = static_cast<double>(bytes);
-    while (value >= sKilo && unit + 1 < std::size(units)) {
-        value /= sKilo;
-        ++unit;
-    }
-    char text[64];
-    snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
-    return text;
-}
-
 ConsoleView::ConsoleView(FILE* out, const std::atomic<bool>& stop)
     : mOut(out), mStop(stop), mHasBar(isatty(fileno(out)) != 0) {}
 
@@ -83,7 +73,7 @@ void ConsoleView::onEvent(const LabEvent& event) {
     case LabEvent::Request: {
         const ServedRequest& request = event.request;
         return line(event.time, "fetched " + event.text + ", bytes " + request.range + " (status " +
-                                    std::to_string(request.status) + ", " + formatBytes(request.bytes) + ")" +
+                                    std::to_string(request.status) + ", " + shortBytes(request.bytes) + ")" +
                                     (request.fault.empty() ? "" : ", fault " + request.fault));
     }
     case LabEvent::Action: // the log shows them as milestones
@@ -108,8 +98,8 @@ void ConsoleView::drawBar() {
     const unsigned done = std::min(percent(mProgress.fetched, mProgress.expected), 100U);
     const unsigned filled = done * sBarWidth / 100;
     std::string bar = "[" + std::string(filled, '#') + std::string(sBarWidth - filled, '.') + "] ";
-    bar += std::to_string(done) + " %  " + formatBytes(mProgress.fetched) + " of " +
-           formatBytes(mProgress.expected);
+    bar += std::to_string(done) + " %  " + shortBytes(mProgress.fetched) + " of " +
+           shortBytes(mProgress.expected);
     if (!mProgress.current.empty())
         bar += "  " + mProgress.current;
     bar.resize(std::min<size_t>(bar.size(), widthOf(mOut) - 1));
@@ -151,7 +141,7 @@ void ConsoleView::showRequests(const LabResult& result) {
 
 void ConsoleView::showVerdict(const LabResult& result) {
     if (!result.verdict.rows.empty()) {
-        fprintf(mOut, "\nCompiled image, %llu bytes\n", static_cast<unsigned long long>(result.verdict.size));
+        fprintf(mOut, "\nCompiled image, %s bytes\n", groupDigits(result.verdict.size).c_str());
         for (const ImageVerdict::Row& row : result.verdict.rows)
             fprintf(mOut, "  %-18s  %-4s  %s\n", row.part.c_str(), row.isGood ? "good" : "BAD",
                     row.finding.c_str());
@@ -159,9 +149,8 @@ void ConsoleView::showVerdict(const LabResult& result) {
     for (const std::string& fault : result.verdict.faults)
         fprintf(mOut, "  fault: %s\n", fault.c_str());
     if (!result.requests.empty())
-        fprintf(mOut, "\nFetched %llu of %llu bytes (%u %%) in %zu requests",
-                static_cast<unsigned long long>(result.fetchedBytes),
-                static_cast<unsigned long long>(result.imageBytes),
+        fprintf(mOut, "\nFetched %s of %s bytes (%u %%) in %zu requests",
+                groupDigits(result.fetchedBytes).c_str(), groupDigits(result.imageBytes).c_str(),
                 percent(result.fetchedBytes, result.imageBytes), result.requests.size());
     if (result.seconds > 0)
         fprintf(mOut, ", ready after %.1f s", result.seconds);

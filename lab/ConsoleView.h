@@ -10,9 +10,6 @@
 
 namespace lab {
 
-// "412.3 kB", "20.0 MB"; exact below 1000 bytes.
-std::string formatBytes(uint64_t bytes);
-
 class ConsoleView : public LabObserver {
   public:
     // Writes to `out`, with a progress bar if it is a terminal. The run ends early when `stop` turns true.

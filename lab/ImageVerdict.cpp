@@ -1,5 +1,6 @@
 #include "lab/ImageVerdict.h"
 
+#include "imagefile/NumberText.h"
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -34,8 +35,8 @@ class Judge {
         if (!mCompiled.isHeaderValid())
             fault("the main header is not valid");
         else if (mCompiled.declaredSize() != mCompiled.size())
-            fault("the file has " + std::to_string(mCompiled.size()) + " bytes, its main header says " +
-                  std::to_string(mCompiled.declaredSize()));
+            fault("the file has " + imagefile::groupDigits(mCompiled.size()) +
+                  " bytes, its main header says " + std::to_string(mCompiled.declaredSize()));
         else if (!mCompiled.isBodyValid())
             fault("the checksum of the whole body is wrong");
         if (mCompiled.partsEnd() != mCompiled.size())
@@ -110,7 +111,7 @@ class Judge {
             mVerdict.rows.push_back({part.name(), wrong, false});
             return;
         }
-        const std::string size = " (" + std::to_string(part.header.body_length) + " bytes)";
+        const std::string size = " (" + imagefile::groupDigits(part.header.body_length) + " bytes)";
         mVerdict.rows.push_back({part.name(),
                                  planned == nullptr ? "identical" + size
                                  : isNeeded         ? "needed, identical" + size

@@ -1,5 +1,6 @@
 #include "lab/LabRun.h"
 
+#include "imagefile/NumberText.h"
 #include "lab/UpdateWatcher.h"
 #include <filesystem>
 #include <stdexcept>
@@ -115,7 +116,7 @@ class Run {
         mWatcher->report(LabEvent::Step, "bus, database and web server run; image at " + url);
         mWatcher->report(LabEvent::Step, "installed " + mLab->installedVersion() + ", image " +
                                              mResult.imageVersion + " of " +
-                                             std::to_string(mResult.imageBytes) + " bytes");
+                                             imagefile::groupDigits(mResult.imageBytes) + " bytes");
         for (const PlannedPart& part : mLab->parts())
             mWatcher->report(LabEvent::Step, "part " + part.name() + " " + part.element->version +
                                                  (part.isNeeded() ? ": needed" : ": not needed"));

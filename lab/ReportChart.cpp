@@ -1,6 +1,6 @@
 #include "lab/ReportChart.h"
 
-#include "lab/ConsoleView.h"
+#include "imagefile/NumberText.h"
 #include "lab/ReportPage.h"
 #include <algorithm>
 #include <cstdio>
@@ -68,7 +68,7 @@ double onScale(double value, double end) {
 std::string describe(const LabEvent& event) {
     const ServedRequest& request = event.request;
     return event.text + ", bytes " + request.range + ", status " + std::to_string(request.status) + ", " +
-           formatBytes(request.bytes) + (request.fault.empty() ? "" : ", fault " + request.fault);
+           imagefile::shortBytes(request.bytes) + (request.fault.empty() ? "" : ", fault " + request.fault);
 }
 
 std::string kindOf(const ServedRequest& request) {
@@ -82,9 +82,10 @@ std::string drawParts(const LabResult& result) {
     for (const LabPart& part : result.parts) {
         const double x = onScale(static_cast<double>(part.offset), end);
         const double width = onScale(static_cast<double>(part.offset + part.size), end) - x;
-        svg += rectangle({x, sRow, width, sPartHeight}, part.isNeeded ? "needed" : "unneeded",
-                         part.name + " " + part.version + ", offset " + std::to_string(part.offset) + ", " +
-                             formatBytes(part.size) + (part.isNeeded ? ", needed" : ", not needed"));
+        svg +=
+            rectangle({x, sRow, width, sPartHeight}, part.isNeeded ? "needed" : "unneeded",
+                      part.name + " " + part.version + ", offset " + std::to_string(part.offset) + ", " +
+                          imagefile::shortBytes(part.size) + (part.isNeeded ? ", needed" : ", not needed"));
         const auto fits = static_cast<size_t>(std::max(0.0, (width - 6) / sLetter));
         if (part.name.size() <= fits)
             svg += label(x + 4, sRow + 14, part.name);
@@ -112,9 +113,9 @@ std::string drawStrip(const LabResult& result) {
     const auto end = static_cast<double>(result.imageBytes);
     const double top = sRow + sPartHeight + 8;
     const double height = top + static_cast<double>(result.requests.size()) * sRow + 6;
-    std::string svg = label(0, sRow + 20, "image, " + formatBytes(result.imageBytes));
+    std::string svg = label(0, sRow + 20, "image, " + imagefile::shortBytes(result.imageBytes));
     svg += label(sLeft, 12, "0") +
-           label(sLeft + sWidth, 12, std::to_string(result.imageBytes) + " bytes", "end");
+           label(sLeft + sWidth, 12, imagefile::groupDigits(result.imageBytes) + " bytes", "end");
     for (const LabPart& part : result.parts)
         svg += verticalLine(onScale(static_cast<double>(part.offset), end), sRow + sPartHeight, height);
     svg += drawParts(result);
@@ -128,7 +129,7 @@ std::string drawStrip(const LabResult& result) {
         svg += label(0, y + sBar - 2, timeText(event.time) + "  " + event.text);
         svg += rectangle({x, y, behind - x, sBar}, kindOf(request), describe(event));
         svg += label(std::max(behind, x + sSmallest) + 4, y + sBar - 2,
-                     request.fault.empty() ? formatBytes(request.bytes) : request.fault);
+                     request.fault.empty() ? imagefile::shortBytes(request.bytes) : request.fault);
         y += sRow;
     }
     return picture("strip", height, "The image, and the bytes that each request brought", svg);

@@ -1,9 +1,11 @@
 #include "lab/ReportPage.h"
 
+#include "imagefile/NumberText.h"
 #include "imagefile/ReplaceFile.h"
-#include "lab/ConsoleView.h"
 #include "lab/ReportChart.h"
 #include <cstdio>
+
+using imagefile::groupDigits;
 
 namespace lab {
 
@@ -111,9 +113,9 @@ std::string verdictSection(const LabResult& result, const std::vector<std::strin
     for (const auto& [name, text] : describe(result.facts))
         html += "<tr><th>" + escapeHtml(name) + "</th>" + cell(text) + "</tr>\n";
     html += "</table>\n<p>Installed " + escapeHtml(result.installedVersion) + ", image " +
-            escapeHtml(result.imageVersion) + " of " + std::to_string(result.imageBytes) +
-            " bytes. Fetched " + std::to_string(result.fetchedBytes) + " bytes in " +
-            std::to_string(result.requests.size()) + " requests";
+            escapeHtml(result.imageVersion) + " of " + groupDigits(result.imageBytes) + " bytes. Fetched " +
+            groupDigits(result.fetchedBytes) + " bytes in " + std::to_string(result.requests.size()) +
+            " requests";
     if (result.seconds > 0)
         html += ", ready after " + timeText(result.seconds) + " s";
     html += ".</p>\n";
@@ -182,8 +184,8 @@ std::string timelineSection(const LabResult& result, const std::vector<LabEvent>
            "<p>Next actions are taken from the daemon's status, which the lab reads 20 times a second; a "
            "short "
            "one is drawn wider than it was, or is not seen.</p>\n<table id=\"legend\">\n" +
-           legend + "</table>\n" + requestTable(result) + "<h2>Steps and signals</h2>\n" + stepTable(events) +
-           "</section>\n";
+           legend + "</table>\n<h2>Requests</h2>\n" + requestTable(result) + "<h2>Steps and signals</h2>\n" +
+           stepTable(events) + "</section>\n";
 }
 
 std::string logSection(const std::vector<LabEvent>& events) {

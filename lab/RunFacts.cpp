@@ -1,5 +1,6 @@
 #include "lab/RunFacts.h"
 
+#include "imagefile/NumberText.h"
 #include "lab/Descriptor.h"
 #include <ctime>
 #include <fstream>
@@ -56,7 +57,7 @@ std::string sha256Of(const std::string& file, const std::string& scratch) {
 std::vector<std::pair<std::string, std::string>> describe(const RunFacts& facts) {
     std::ostringstream scale;
     scale << facts.timeScale << ": the daemon's timers run so many times faster, its transfers do not";
-    const std::string limit = facts.verbosity < sLimited ? ": downloads of 25000 bytes per second at most"
+    const std::string limit = facts.verbosity < sLimited ? ": downloads of 25 000 bytes per second at most"
                                                          : ": downloads without a limit of its own";
     return {
         {"Date", facts.date},
@@ -66,7 +67,7 @@ std::vector<std::pair<std::string, std::string>> describe(const RunFacts& facts)
         {"Record, SHA-256", orUnknown(facts.recordSha256)},
         {"Verbosity", std::to_string(facts.verbosity) + limit},
         {"Web server",
-         facts.speed == 0 ? "without a limit" : std::to_string(facts.speed) + " bytes per second"},
+         facts.speed == 0 ? "without a limit" : imagefile::groupDigits(facts.speed) + " bytes per second"},
         {"Time scale", scale.str()},
     };
 }

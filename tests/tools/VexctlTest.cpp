@@ -67,6 +67,10 @@ TEST_F(Vexctl, SetsGetsListsAndErases) {
     EXPECT_EQ("state.c=-5\nstate.d=[x,y]\n", run("config list state").out);
     EXPECT_EQ(0, run("config erase cfg.a absent state.c state.d cfg.e").status);
     EXPECT_EQ("cfg.b=\n", run("config list").out);
+    EXPECT_EQ(0, run("config set cfg.a \"$(printf 'x\\ny=\"1\"')\" cfg.c '\"' cfg.d ' '").status);
+    EXPECT_EQ("cfg.a=\"x\\ny=\\\"1\\\"\"\ncfg.b=\ncfg.c=\"\\\"\"\ncfg.d=\" \"\n", run("config list").out)
+        << "each line is one value";
+    EXPECT_EQ("{\n  \"cfg.a\": \"x\\ny=\\\"1\\\"\"\n}\n", run("config list --json cfg.a").out);
     const Result slip = run("config set cfg.fw_forse 1 cfg.fw_force 1");
     EXPECT_EQ(0, slip.status);
     EXPECT_TRUE(complains(slip, "reads no key 'cfg.fw_forse'; is 'cfg.fw_force' meant?")) << slip.error;

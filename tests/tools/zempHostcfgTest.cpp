@@ -1,6 +1,7 @@
 #include "tools/zempRun.h"
 
 #include "hostconfig/HostConfigRecord.h"
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -38,7 +39,13 @@ struct ZempHostcfg : ZempRun {};
 TEST_F(ZempHostcfg, ShowsWhatWasBuiltAsTheDaemonDoes) {
     scratch.write("r.toml", Sample);
     ASSERT_EQ(zemp({"hostcfg", "build", "@r.toml", "-o", "@record"}), 0) << err;
-    EXPECT_EQ(out, "record: 3020 bytes\n");
+    EXPECT_EQ(out, "record: 3 020 bytes\n");
+    ASSERT_EQ(zemp({"hostcfg", "show", "@record", "--json"}), 0) << err;
+    const nlohmann::json json = nlohmann::json::parse(out);
+    EXPECT_EQ(json["partitions"][0]["version"], "1.02-3");
+    EXPECT_EQ(json["partitions"][1]["mountpoint"], "/app");
+    EXPECT_EQ(json["sets"][1]["release"], "REL-1.05-7");
+    EXPECT_TRUE(json["sets"][1]["active"]);
     ASSERT_EQ(zemp({"hostcfg", "show", "@record"}), 0) << err;
     EXPECT_EQ(err, "");
     EXPECT_EQ(out, "               ---------- ---------- < SuuInfo > ---------- ----------\n"

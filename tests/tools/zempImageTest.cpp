@@ -25,7 +25,7 @@ struct ZempImage : ZempRun {
 
 TEST_F(ZempImage, BuildsTheSameBytesEachTime) {
     const std::string image = buildSample();
-    EXPECT_EQ(out, "s.zemp: 1232 bytes, 3 parts\n");
+    EXPECT_EQ(out, "s.zemp: 1 232 bytes, 3 parts\n");
     ASSERT_EQ(zemp({"build", "@s.toml", "--output", "@again.zemp"}), 0);
     EXPECT_EQ(ScratchDir::read(scratch.file("again.zemp")), image);
 }
@@ -79,11 +79,16 @@ version = "1.2.3"
 file = "kernel.bin"
 )");
     EXPECT_EQ(zemp({"build", "@d.toml", "-o", "@d.zemp"}), 1) << "it is not fit for the field";
-    EXPECT_THAT(err, HasSubstr("d.toml: part 'sixteen bytes: A' has a name that the daemon does not know; "));
+    EXPECT_THAT(
+        err,
+        HasSubstr("d.toml:22: [[part]]: part 'sixteen bytes: A' has a name that the daemon does not know; "));
     EXPECT_THAT(err, HasSubstr("; and 3 errors more (--no-check writes it all the same)\n"));
     EXPECT_FALSE(std::filesystem::exists(scratch.file("d.zemp")));
     ASSERT_EQ(zemp({"build", "--no-check", "@d.toml", "-o", "@d.zemp"}), 0) << err;
     const std::string image = ScratchDir::read(scratch.file("d.zemp"));
+    ASSERT_EQ(zemp({"build", "--no-check", "@d.toml", "-o", "-"}), 0) << err;
+    EXPECT_EQ(out, image);
+    EXPECT_THAT(err, HasSubstr("d.toml: 70 344 bytes, 4 parts\n"));
     EXPECT_THAT(image, HasSubstr(std::string("needs padding\n\n\0", 16)));
     EXPECT_THAT(image, HasSubstr("# suum\n2,kernel,7,-,-,-,0102012C,0\n4,root,0,/,ext4,4813,1.2.3,1\n"));
     EXPECT_THAT(image, HasSubstr("\xef\xfd\xba\x38")); // 951778799
@@ -115,7 +120,7 @@ TEST_F(ZempImage, MistakesInDescriptionsAreLocated) {
         {Frame + "[[part]]\nversion = \"1.2.3\"\n", "5:1: the part has no 'name'"},
         {Part, "5:1: the part 'kernel' needs one of 'file', 'text' and 'hex'"},
         {Part + "text = \"a\"\nhex = \"00\"\n",
-         "5:1: the part 'kernel' needs one of 'file', 'text' and 'hex'"},
+         "5:1: the part 'kernel' has more than one of 'file', 'text' and 'hex'"},
         {Part + "hex = \"000\"\n", "8:7: 'hex' has an odd number of digits"},
         {Part + "hex = \"0g\"\n", "8:7: 'hex' has a character that is no hexadecimal digit: 'g'"},
         {Part + "file = \"none.bin\"\n", "8:8: cannot read 'none.bin': No such file or directory"},

@@ -63,6 +63,19 @@ TEST_F(ZempPlan, WithoutARecordNothingIsInstalledAndADrawingGoesToTheOutputIfAsk
     EXPECT_EQ(err, "");
 }
 
+TEST_F(ZempPlan, TellsOfEachOfSeveralTerminals) {
+    write(goodImage(), rig::installedFor({{2, "kernel", "-", 600, false}}));
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record"}), 0);
+    const std::string one = out;
+    scratch.write("other", ScratchDir::read(scratch.file("record")));
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record", "--installed", "@other"}), 0);
+    EXPECT_EQ(out, "== record\n" + one + "\n== other\n" + one);
+    EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record", "--installed", "@other", "--json"}), 0);
+    EXPECT_EQ(nlohmann::json::parse(out).at(1)["record"], "other");
+    refuses({"plan", "@i.zemp", "--installed", "@record", "--installed", "@other", "--svg", "@p.svg"},
+            "--svg draws what one terminal fetches; give one --installed");
+}
+
 TEST_F(ZempPlan, PrintsItForPeople) {
     write(goodImage(), rig::installedFor({{2, "kernel", "-", 600, false}}));
     EXPECT_EQ(zemp({"plan", "@i.zemp", "--installed", "@record", "--svg", "@p.svg"}), 0);
@@ -77,7 +90,7 @@ TEST_F(ZempPlan, PrintsItForPeople) {
               "      3    153  724-876    kernel body\n"
               "      4    512  876-1387   root header\n"
               "      5    152  1388-1540  root body\n\n"
-              "5 requests fetch 1 841 of 1 540 bytes (119.5 %), 0.1 s at 25000 bytes per second\n"
+              "5 requests fetch 1 841 of 1 540 bytes (119.5 %), 0.1 s at 25 000 bytes per second\n"
               "Disk space: 3 381 bytes in the download directory (downloads 1 841, update image 1 540), "
               "1 516 in /tmp\n");
     EXPECT_EQ(err, "p.svg: the image, 5 requests\n");

@@ -1,5 +1,6 @@
 #include "plan/StripDrawing.h"
 
+#include "imagefile/NumberText.h"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -25,6 +26,16 @@ constexpr double CharacterWidth = 7.4; // of the labels' font, on the safe side
 constexpr size_t TableColumnRows = 16; // more requests take a further column, up to three
 
 constexpr const char* NotFetched = "#e6e9ed";
+
+// The colours above and below are for light pages; these take their places on dark ones.
+constexpr const char* DarkStyle =
+    "<style>@media (prefers-color-scheme: dark) {\n"
+    "  svg { fill: #e4e7eb }\n"
+    "  [fill=\"#ffffff\"] { fill: #181b1f } [stroke=\"#ffffff\"] { stroke: #181b1f }\n"
+    "  [fill=\"#e6e9ed\"] { fill: #39414a } [fill=\"#616e7c\"] { fill: #9aa5b1 }\n"
+    "  [stroke=\"#1f2933\"] { stroke: #e4e7eb } [stroke=\"#cbd2d9\"] { stroke: #4a545f }\n"
+    "  [fill=\"#b3261e\"] { fill: #ff8a80 }\n"
+    "}</style>\n";
 
 const char* colourOf(Request::What what) {
     switch (what) {
@@ -92,17 +103,6 @@ size_t arrange(std::vector<Label>& labels) {
     return rows;
 }
 
-std::string bytesText(uint64_t bytes) {
-    char text[32];
-    if (bytes < 10000)
-        snprintf(text, sizeof text, "%llu B", static_cast<unsigned long long>(bytes));
-    else if (bytes < 10000000)
-        snprintf(text, sizeof text, "%.0f kB", static_cast<double>(bytes) / 1e3);
-    else
-        snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
-    return text;
-}
-
 class Drawing {
   public:
     explicit Drawing(const UpdatePlan& plan) : mPlan(plan), mParts(plan.parts) {
@@ -122,9 +122,9 @@ class Drawing {
         drawTable();
         std::ostringstream svg;
         svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << Width << " " << mY
-            << "\" width=\"" << Width << "\" height=\"" << mY
-            << "\" font-family=\"DejaVu Sans, Verdana, sans-serif\" font-size=\"12\" fill=\"#1f2933\">\n"
-            << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n"
+            << "\" width=\"100%\" style=\"max-width:" << Width
+            << "px\" font-family=\"DejaVu Sans, Verdana, sans-serif\" font-size=\"12\" fill=\"#1f2933\">\n"
+            << DarkStyle << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n"
             << mOut.str() << "</svg>\n";
         return svg.str();
     }
@@ -153,12 +153,13 @@ class Drawing {
     void drawHeading() {
         text(Margin, 36, "Update to " + mPlan.release, " font-size=\"20\" font-weight=\"bold\"");
         char figures[128];
-        snprintf(figures, sizeof figures, " bytes (%.1f %%), %s at %llu bytes per second",
+        snprintf(figures, sizeof figures, " bytes (%.1f %%), %s at %s bytes per second",
                  100.0 * static_cast<double>(mPlan.fetchedBytes()) / static_cast<double>(mPlan.imageBytes),
-                 mPlan.durationText().c_str(), static_cast<unsigned long long>(UpdatePlan::BytesPerSecond));
+                 mPlan.durationText().c_str(), imagefile::groupDigits(UpdatePlan::BytesPerSecond).c_str());
         text(Margin, 58,
-             std::to_string(mPlan.requests.size()) + " requests fetch " + groupDigits(mPlan.fetchedBytes()) +
-                 " of " + groupDigits(mPlan.imageBytes) + figures);
+             std::to_string(mPlan.requests.size()) + " requests fetch " +
+                 imagefile::groupDigits(mPlan.fetchedBytes()) + " of " +
+                 imagefile::groupDigits(mPlan.imageBytes) + figures);
         if (!mPlan.isReady)
             text(Margin, 78, "The update does not become ready.", " fill=\"#b3261e\" font-weight=\"bold\"");
         const std::pair<const char*, const char*> legend[] = {{colourOf(Request::Start), "image start"},
@@ -178,7 +179,7 @@ class Drawing {
         std::vector<Label> labels;
         std::vector<std::string> names;
         for (const PlacedPart& part : mParts) {
-            names.push_back(part.name + "  " + bytesText(part.size));
+            names.push_back(part.name + "  " + imagefile::shortBytes(part.size));
             labels.push_back({(x(part.offset) + x(part.offset + part.size)) / 2,
                               CharacterWidth * static_cast<double>(names.back().size() + 2)});
         }
@@ -241,7 +242,7 @@ class Drawing {
     void drawScaleNumbers() {
         const uint64_t step = scaleStep();
         for (uint64_t offset = 0; offset <= mPlan.imageBytes; offset += step)
-            text(x(offset), mStripY + StripHeight + 20, offset == 0 ? "0" : bytesText(offset),
+            text(x(offset), mStripY + StripHeight + 20, offset == 0 ? "0" : imagefile::shortBytes(offset),
                  " text-anchor=\"middle\" font-size=\"10\" fill=\"#616e7c\" stroke=\"#ffffff\" "
                  "stroke-width=\"4\" paint-order=\"stroke\"");
     }
@@ -250,7 +251,7 @@ class Drawing {
         mOut << "<circle cx=\"" << atX << "\" cy=\"" << atY << "\" r=\"9.5\" fill=\""
              << colourOf(mPlan.requests[number].what) << "\"/>\n";
         text(atX, atY + 4, std::to_string(number + 1),
-             " text-anchor=\"middle\" font-size=\"10\" fill=\"#ffffff\"");
+             " text-anchor=\"middle\" font-size=\"10\" fill=\"#fff\""); // on any paper
     }
 
     void drawMarkers() {
@@ -282,7 +283,8 @@ class Drawing {
             const double baseline = mY + static_cast<double>(i % rows) * TableRow + 14;
             drawMarker(left + 10, baseline - 4, i);
             text(left + 28, baseline, request.range, " font-size=\"11\"");
-            text(left + 205, baseline, bytesText(request.bytes), " font-size=\"11\" text-anchor=\"end\"");
+            text(left + 205, baseline, imagefile::shortBytes(request.bytes),
+                 " font-size=\"11\" text-anchor=\"end\"");
             text(left + 215, baseline, getText(request), " font-size=\"11\"");
         }
         mY += static_cast<double>(rows) * TableRow + 16;
@@ -296,15 +298,6 @@ class Drawing {
 };
 
 } // namespace
-
-std::string groupDigits(uint64_t number) {
-    std::string text = std::to_string(number);
-    for (size_t at = text.size(); at > 3;) {
-        at -= 3;
-        text.insert(at, " ");
-    }
-    return text;
-}
 
 std::string drawStrip(const UpdatePlan& plan) {
     return Drawing(plan).draw();

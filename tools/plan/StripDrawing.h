@@ -12,9 +12,6 @@ namespace plan {
 // be seen is drawn two pixels wide.
 std::string drawStrip(const UpdatePlan& plan);
 
-// A number of bytes with its thousands apart, for example "1 305 913".
-std::string groupDigits(uint64_t number);
-
 } // namespace plan
 
 #endif

@@ -22,8 +22,8 @@ int configSet(const std::vector<std::string>& keysAndValues);
 
 int configErase(const std::vector<std::string>& keys);
 
-// A line KEY=VALUE for each key that begins with `prefix`.
-int configList(const std::string& prefix);
+// A line KEY=VALUE for each key that begins with `prefix`, or one JSON object of them.
+int configList(const std::string& prefix, bool isJson);
 
 // `hex` is the payload.
 int signalSend(const std::string& name, const std::string& hex);

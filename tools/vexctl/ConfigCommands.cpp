@@ -1,8 +1,10 @@
 #include "Commands.h"
 #include "KnownNames.h"
 #include "vex/ConfigDatabaseConnection.h"
+#include <algorithm>
 #include <functional>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 using common::ConfigDatabaseConnection;
@@ -86,18 +88,38 @@ int configErase(const std::vector<std::string>& keys) {
     });
 }
 
-int configList(const std::string& prefix) {
+namespace {
+
+// A value as it is, or in quotes, with escapes, where it could be taken for something else.
+std::string shown(const std::string& value) {
+    const auto isPlain = [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f; };
+    const bool isBlankAtEnds = !value.empty() && (value.front() == ' ' || value.back() == ' ');
+    if (std::all_of(value.begin(), value.end(), isPlain) && !isBlankAtEnds && value.rfind('"', 0) != 0)
+        return value;
+    return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+} // namespace
+
+int configList(const std::string& prefix, bool isJson) {
     return withExistingDatabase([&](ConfigDatabaseConnection& database) {
         std::vector<std::string> keys;
         if (!database.list(prefix.c_str(), keys))
             return complain(sFailed, database.lastError());
+        nlohmann::json all = nlohmann::json::object();
         for (const std::string& key : keys) {
             std::string value;
-            if (readValue(database, key, value))
-                std::cout << key << '=' << value << '\n';
-            else if (!database.lastError().empty())
-                return complain(sFailed, database.lastError());
+            if (!readValue(database, key, value)) {
+                if (!database.lastError().empty())
+                    return complain(sFailed, database.lastError());
+            } else if (isJson) {
+                all[key] = value;
+            } else {
+                std::cout << key << '=' << shown(value) << '\n';
+            }
         }
+        if (isJson)
+            std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
         return finishOutput();
     });
 }

@@ -78,7 +78,10 @@ void addConfigCommands(CLI::App& app, const Words& rest, Action& action) {
     CLI::App* const list = config->add_subcommand("list", "Print KEY=VALUE lines");
     auto prefix = std::make_shared<std::string>();
     list->add_option("PREFIX", *prefix, "Only keys that begin with it");
-    list->callback([&action, prefix] { action = [prefix] { return configList(*prefix); }; });
+    auto isJson = std::make_shared<bool>(false);
+    list->add_flag("--json", *isJson, "Print the result as JSON");
+    list->callback(
+        [&action, prefix, isJson] { action = [prefix, isJson] { return configList(*prefix, *isJson); }; });
 }
 
 void addSignalCommands(CLI::App& app, Action& action) {

@@ -55,7 +55,7 @@ class CommandLine {
 
     void addImageCommands() {
         CLI::App* const build = mApp.add_subcommand("build", "Write an image from a description");
-        addBuildOptions(build, "IMAGE");
+        addBuildOptions(build, "IMAGE", "File to write, which is replaced whole; - for standard output");
         addOlder(build);
         build->add_flag("!--no-check", mIsChecked, "Write it also when 'zemp check' would find errors");
         build->footer("Example: zemp build release.toml -o release.zemp --against last.zemp\n"
@@ -96,8 +96,9 @@ class CommandLine {
 
         CLI::App* const plan = mApp.add_subcommand("plan", "Tell what a terminal will do with an image");
         plan->add_option("IMAGE", mInput, "Image, or URL")->required()->check(cli::refuseEmpty);
-        plan->add_option("--installed", mRecord,
-                         "What the terminal has: a host configuration record; nothing if missing")
+        plan->add_option(
+                "--installed", mRecords,
+                "What the terminal has: a host configuration record; nothing if missing; may be given again")
             ->check(cli::refuseEmpty)
             ->type_name("RECORD");
         addJson(plan);
@@ -107,7 +108,7 @@ class CommandLine {
             ->type_name("FILE");
         plan->footer("Example: zemp plan release.zemp --installed record --svg plan.svg\n"
                      "Exit status: 1 when the update does not become ready.");
-        onUse(plan, [this] { return showPlan(mInput, mRecord, mIsJson, mSvg, mConsole); });
+        onUse(plan, [this] { return showPlans(mInput, mRecords, mIsJson, mSvg, mConsole); });
     }
 
 #ifdef FW_SEAL
@@ -155,23 +156,24 @@ class CommandLine {
         CLI::App* const hostcfg = mApp.add_subcommand("hostcfg", "Host configuration records");
         hostcfg->require_subcommand(1);
         CLI::App* const build = hostcfg->add_subcommand("build", "Write a record from a description");
-        addBuildOptions(build, "RECORD");
+        addBuildOptions(build, "RECORD", "File to write; it is replaced whole");
         build->footer("Example: zemp hostcfg build terminal.toml -o record");
         onUse(build, [this] { return buildRecord(mInput, mOutput, mConsole); });
         CLI::App* const show =
             hostcfg->add_subcommand("show", "Print what a record holds, as the daemon's report");
         show->add_option("RECORD", mInput, "Record")->required()->check(cli::refuseEmpty);
-        onUse(show, [this] { return showRecord(mInput, mConsole); });
+        addJson(show);
+        onUse(show, [this] { return showRecord(mInput, mIsJson, mConsole); });
         CLI::App* const check = hostcfg->add_subcommand("check", "Say whether the daemon accepts a record");
         check->add_option("RECORD", mInput, "Record")->required()->check(cli::refuseEmpty);
         onUse(check, [this] { return checkRecord(mInput, mConsole); });
     }
 
-    void addBuildOptions(CLI::App* command, const std::string& result) {
+    void addBuildOptions(CLI::App* command, const std::string& result, const std::string& help) {
         command->add_option("DESCRIPTION", mInput, "Description in TOML")
             ->required()
             ->check(cli::refuseEmpty);
-        command->add_option("-o,--output", mOutput, "File to write; it is replaced whole")
+        command->add_option("-o,--output", mOutput, help)
             ->required()
             ->check(cli::refuseEmpty)
             ->type_name(result);
@@ -195,7 +197,7 @@ class CommandLine {
     std::string mInput;
     std::string mOutput;
     std::string mPart;
-    std::string mRecord;
+    std::vector<std::string> mRecords;
     std::string mSvg;
     std::string mSignature;
     std::string mSeal;

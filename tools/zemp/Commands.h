@@ -19,8 +19,9 @@ constexpr int StatusGood = 0;
 constexpr int StatusBadInput = 1;
 constexpr int StatusWrongUse = 2;
 
-// Writes nothing when a part has other bytes than one of the same name and version in an `older` image, or
-// when `isChecked` and checkImage() finds an error; its warnings are told.
+// To standard output when `image` is "-". Writes nothing when a part has other bytes than one of the same
+// name and version in an `older` image, or when `isChecked` and checkImage() finds an error; its warnings are
+// told.
 int buildImage(const std::string& description, const std::string& image,
                const std::vector<std::string>& older, bool isChecked, const Console& console);
 int showListing(const std::string& image, bool json, const Console& console);
@@ -31,12 +32,13 @@ int extractPart(const std::string& image, const std::string& part, const std::st
 int showFindings(const std::string& image, const std::vector<std::string>& older, bool json,
                  const Console& console);
 
-// Writes the picture to `svg`, unless that is empty.
-int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,
-             const Console& console);
+// For each record, or for a terminal that has nothing when there is none. Writes the picture, of one, to
+// `svg`, unless that is empty.
+int showPlans(const std::string& image, const std::vector<std::string>& records, bool json,
+              const std::string& svg, const Console& console);
 
 int buildRecord(const std::string& description, const std::string& record, const Console& console);
-int showRecord(const std::string& record, const Console& console);
+int showRecord(const std::string& record, bool json, const Console& console);
 int checkRecord(const std::string& record, const Console& console);
 
 } // namespace zemp

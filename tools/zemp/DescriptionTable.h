@@ -47,6 +47,9 @@ class DescriptionTable {
 
     void rejectOtherKeys() const;
 
+    // Where the table begins in the file, from 1.
+    unsigned line() const { return mTable.source().begin.line; }
+
     // Throws for the value of a key, or for the table.
     [[noreturn]] void fail(const std::string& key, const std::string& text) const;
     [[noreturn]] void fail(const std::string& text) const;

@@ -1,5 +1,6 @@
 // Images: build, list, extract, check.
 #include "image/zemp_validate.h"
+#include "imagefile/NumberText.h"
 #include "imagefile/ReplaceFile.h"
 #include "update/FileFragment.h"
 #include "zemp/Commands.h"
@@ -16,6 +17,13 @@
 #include "zemp/SealCommands.h"
 #endif
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
 
 namespace zemp {
 
@@ -23,6 +31,9 @@ namespace {
 
 // Files up to this size may end within a part: it is what the daemon fetches first of an image and of a part.
 constexpr uint64_t MaximumStartBytes = FileFragment::ZempStartSize + 1;
+
+// The name of an output that is no file.
+constexpr const char* StandardOutput = "-";
 
 constexpr uint64_t LargeImageBytes =
     16ULL * 1024 * 1024; // from here on it takes long enough to show progress
@@ -101,39 +112,108 @@ const ListedPart& findPart(const ImageListing& listing, const std::string& image
     return *found[0];
 }
 
+// Builds an image for a description, and finds what is wrong with it.
+class ImageBuild {
+  public:
+    explicit ImageBuild(std::string description)
+        : mDescription(std::move(description)), mPlaces(readImageDescription(mDescription, mBuilder)) {}
+
+    const imagefile::ImageBuilder& builder() const { return mBuilder; }
+
+    void refuseOutput(const std::string& image) {
+        imagefile::refuseInput(image, mDescription);
+        for (size_t i = 0; i < mBuilder.count(); ++i)
+            imagefile::refuseInput(image, mBuilder.at(i).file);
+    }
+
+    // Writes the image to a file, and throws when it is not as it should be. `name` is what people call it.
+    void write(const std::string& file, const std::string& name, const std::vector<std::string>& older,
+               bool isChecked, const Console& console) {
+        {
+            Progress progress(name, mBuilder.size(), console);
+            mBuilder.write(file, [&](uint64_t done, uint64_t total) {
+                throwIfInterrupted();
+                progress.update(done, total);
+            });
+        }
+        Findings findings;
+        if (isChecked)
+            findings = checkImage(file, older);
+        else if (!older.empty())
+            findings = findReusedVersions(imagefile::ImageReader(file), older);
+        const auto isError = [](const Finding& finding) { return finding.isError; };
+        const auto error = std::find_if(findings.begin(), findings.end(), isError);
+        if (error != findings.end()) {
+            const auto more = std::count_if(error + 1, findings.end(), isError);
+            throw InputError(
+                placeOf(*error) + printable(error->what) + "; " + error->mend +
+                (more > 0 ? "; and " + counted(static_cast<size_t>(more), "error") + " more" : "") +
+                (isChecked && error->id != ReusedVersion ? " (--no-check writes it all the same)" : ""));
+        }
+        for (const Finding& warning : findings)
+            console.err << "warning: " << placeOf(warning) << printable(warning.what) << " [" << warning.id
+                        << "]\n";
+    }
+
+  private:
+    // "FILE:LINE: [[part]]: ", where in the description a finding has its cause.
+    std::string placeOf(const Finding& finding) const {
+        const DescriptionPlaces::Place* place = nullptr;
+        if (finding.line)
+            place = *finding.line <= mPlaces.manifestLines.size() ? &mPlaces.manifestLines[*finding.line - 1]
+                                                                  : &mPlaces.parts[1];
+        for (size_t i = 0; place == nullptr && finding.offset && i < mPlaces.parts.size(); ++i)
+            if (*finding.offset >= mBuilder.offsetOf(i) && *finding.offset < mBuilder.offsetOf(i + 1))
+                place = &mPlaces.parts[i];
+        return place == nullptr
+                   ? mDescription + ": "
+                   : mDescription + ":" + std::to_string(place->line) + ": " + place->table + ": ";
+    }
+
+    const std::string mDescription;
+    imagefile::ImageBuilder mBuilder;
+    const DescriptionPlaces mPlaces;
+};
+
+// A file for what is to go to standard output; removed at the end.
+class ScratchFile {
+  public:
+    ScratchFile() : mDirectory(fs::temp_directory_path() / "zemp.XXXXXX") {
+        if (mkdtemp(mDirectory.data()) == nullptr)
+            throw InputError(mDirectory + ": " + strerror(errno));
+    }
+    ~ScratchFile() {
+        std::error_code none;
+        fs::remove_all(mDirectory, none);
+    }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+
+    std::string name() const { return mDirectory + "/image"; }
+
+  private:
+    std::string mDirectory;
+};
+
 } // namespace
 
 int buildImage(const std::string& description, const std::string& image,
                const std::vector<std::string>& older, bool isChecked, const Console& console) {
-    imagefile::ImageBuilder builder;
-    readImageDescription(description, builder);
-    Findings findings;
-    imagefile::refuseInput(image, description);
-    for (size_t i = 0; i < builder.count(); ++i)
-        imagefile::refuseInput(image, builder.at(i).file);
-    imagefile::replaceFile(image, [&](const std::string& temporary) {
-        Progress progress(image, builder.size(), console);
-        builder.write(temporary, [&](uint64_t done, uint64_t total) {
-            throwIfInterrupted();
-            progress.update(done, total);
+    ImageBuild build(description);
+    const bool isStream = image == StandardOutput;
+    if (isStream) {
+        const ScratchFile scratch;
+        build.write(scratch.name(), description, older, isChecked, console);
+        console.out << std::ifstream(scratch.name(), std::ios::binary).rdbuf();
+    } else {
+        build.refuseOutput(image);
+        imagefile::replaceFile(image, [&](const std::string& temporary) {
+            build.write(temporary, image, older, isChecked, console);
         });
-        if (isChecked)
-            findings = checkImage(temporary, older);
-        else if (!older.empty())
-            findings = findReusedVersions(imagefile::ImageReader(temporary), older);
-        const auto isError = [](const Finding& finding) { return finding.isError; };
-        const auto error = std::find_if(findings.begin(), findings.end(), isError);
-        if (error == findings.end())
-            return;
-        const auto more = std::count_if(error + 1, findings.end(), isError);
-        throw InputError(
-            description + ": " + printable(error->what) + "; " + error->mend +
-            (more > 0 ? "; and " + counted(static_cast<size_t>(more), "error") + " more" : "") +
-            (isChecked && error->id != ReusedVersion ? " (--no-check writes it all the same)" : ""));
-    });
-    for (const Finding& warning : findings)
-        console.err << "warning: " << printable(warning.what) << " [" << warning.id << "]\n";
-    console.out << image << ": " << builder.size() << " bytes, " << builder.count() << " parts\n";
+    }
+    (isStream ? console.err : console.out)
+        << (isStream ? description : image) << ": " << imagefile::groupDigits(build.builder().size())
+        << " bytes, " << build.builder().count() << " parts\n";
     return StatusGood;
 }
 

@@ -1,6 +1,7 @@
 #include "zemp/ImageDescription.h"
 
 #include "zemp/DescriptionTable.h"
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -53,15 +54,17 @@ std::string readManifestLine(DescriptionTable table) {
     return element.toString();
 }
 
-void readManifest(DescriptionTable table, imagefile::ImageBuilder& builder) {
+void readManifest(DescriptionTable table, imagefile::ImageBuilder& builder, DescriptionPlaces& places) {
     std::string manifest;
     if (table.has("text")) {
         if (table.has("line"))
             table.fail("text", "the manifest has both 'text' and lines");
         manifest = table.text("text", AnyLength);
     } else if (table.has("line")) {
-        for (const DescriptionTable& line : table.tables("line", "manifest line"))
+        for (const DescriptionTable& line : table.tables("line", "manifest line")) {
+            places.manifestLines.push_back({"[[manifest.line]]", line.line()});
             manifest += readManifestLine(line);
+        }
     } else {
         table.fail("the manifest has neither 'text' nor lines: [[manifest.line]]");
     }
@@ -89,7 +92,9 @@ void readPart(DescriptionTable table, const Description& description, imagefile:
     const std::string buildId = table.text("build-id", sizeof zemp_content_software_blob_t::build_id, "");
     const int sources =
         (table.has("file") ? 1 : 0) + (table.has("text") ? 1 : 0) + (table.has("hex") ? 1 : 0);
-    if (sources != 1)
+    if (sources > 1)
+        table.fail("the part '" + name + "' has more than one of 'file', 'text' and 'hex'");
+    if (sources == 0)
         table.fail("the part '" + name + "' needs one of 'file', 'text' and 'hex'");
     if (table.has("file"))
         builder.softwareFromFile(name, version, buildId, readFileName(table, description));
@@ -102,14 +107,22 @@ void readPart(DescriptionTable table, const Description& description, imagefile:
 
 } // namespace
 
-void readImageDescription(const std::string& file, imagefile::ImageBuilder& builder) {
+DescriptionPlaces readImageDescription(const std::string& file, imagefile::ImageBuilder& builder) {
     const Description description(file);
     DescriptionTable root = description.root();
-    readRelease(root.table("release"), builder);
-    readManifest(root.table("manifest"), builder);
-    for (const DescriptionTable& part : root.tables("part", "part"))
+    const DescriptionTable release = root.table("release");
+    DescriptionPlaces places = {{{"[release]", release.line()}}, {}};
+    readRelease(release, builder);
+    const DescriptionTable manifest = root.table("manifest");
+    // A table that is there by its lines alone has no place of its own.
+    places.parts.push_back({"[manifest]", std::max(manifest.line(), 1U)});
+    readManifest(manifest, builder, places);
+    for (const DescriptionTable& part : root.tables("part", "part")) {
+        places.parts.push_back({"[[part]]", part.line()});
         readPart(part, description, builder);
+    }
     root.rejectOtherKeys();
+    return places;
 }
 
 } // namespace zemp

@@ -31,12 +31,23 @@
 
 #include "imagefile/ImageBuilder.h"
 #include <string>
+#include <vector>
 
 namespace zemp {
 
+// Where the pieces of an image stand in its description: the table, and its line there.
+struct DescriptionPlaces {
+    struct Place {
+        std::string table; // "[[part]]"
+        unsigned line;
+    };
+    std::vector<Place> parts;         // of the image, by index: release, manifest, ...
+    std::vector<Place> manifestLines; // empty when the manifest is one text
+};
+
 // Fills an empty builder. Throws InputError that begins with file, line and column. Part files are looked at,
 // and read when the image is written.
-void readImageDescription(const std::string& file, imagefile::ImageBuilder& builder);
+DescriptionPlaces readImageDescription(const std::string& file, imagefile::ImageBuilder& builder);
 
 } // namespace zemp
 

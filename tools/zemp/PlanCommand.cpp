@@ -1,12 +1,15 @@
 // What a terminal will do with an image.
+#include "imagefile/NumberText.h"
 #include "imagefile/ReplaceFile.h"
 #include "plan/StripDrawing.h"
 #include "plan/UpdatePlan.h"
 #include "zemp/Commands.h"
 #include "zemp/Files.h"
+#include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
 #include "zemp/Json.h"
 #include "zemp/Table.h"
+#include <algorithm>
 #include <cstdio>
 
 namespace zemp {
@@ -77,14 +80,14 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
     snprintf(percent, sizeof percent, "%.1f",
              100.0 * static_cast<double>(plan.fetchedBytes()) / static_cast<double>(plan.imageBytes));
     out << '\n'
-        << plan.requests.size() << " requests fetch " << plan::groupDigits(plan.fetchedBytes()) << " of "
-        << plan::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << plan.durationText()
-        << " at " << plan::UpdatePlan::BytesPerSecond << " bytes per second\n";
+        << plan.requests.size() << " requests fetch " << imagefile::groupDigits(plan.fetchedBytes()) << " of "
+        << imagefile::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << plan.durationText()
+        << " at " << imagefile::groupDigits(plan::UpdatePlan::BytesPerSecond) << " bytes per second\n";
     if (plan.isReady)
-        out << "Disk space: " << plan::groupDigits(plan.downloadDirectoryBytes())
-            << " bytes in the download directory (downloads " << plan::groupDigits(plan.fetchedBytes())
-            << ", update image " << plan::groupDigits(plan.updateImageBytes) << "), "
-            << plan::groupDigits(plan.temporaryBytes()) << " in /tmp\n";
+        out << "Disk space: " << imagefile::groupDigits(plan.downloadDirectoryBytes())
+            << " bytes in the download directory (downloads " << imagefile::groupDigits(plan.fetchedBytes())
+            << ", update image " << imagefile::groupDigits(plan.updateImageBytes) << "), "
+            << imagefile::groupDigits(plan.temporaryBytes()) << " in /tmp\n";
     else
         out << "The update does NOT become ready. The daemon says:\n";
     for (const std::string& complaint : plan.complaints)
@@ -93,24 +96,40 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
 
 } // namespace
 
-int showPlan(const std::string& image, const std::string& record, bool json, const std::string& svg,
-             const Console& console) {
-    for (const std::string& input : {image, record})
-        imagefile::refuseInput(svg, input);
+int showPlans(const std::string& image, const std::vector<std::string>& records, bool json,
+              const std::string& svg, const Console& console) {
+    imagefile::refuseInput(svg, image);
+    for (const std::string& record : records)
+        imagefile::refuseInput(svg, record);
+    if (!svg.empty() && records.size() > 1)
+        throw InputError("--svg draws what one terminal fetches; give one --installed");
     const auto isStopped = [] { return interruptedBy() != 0; };
     const auto source = imagefile::openImage(image, isStopped);
-    const plan::UpdatePlan plan = plan::makePlan(*source, record, isStopped);
-    if (svg == "-")
-        console.out << plan::drawStrip(plan);
-    else if (json)
-        printJson(toJson(plan), console.out);
-    else
-        print(plan, console.out);
-    if (!svg.empty() && svg != "-") {
-        writeFile(svg, plan::drawStrip(plan));
-        console.err << svg << ": the image, " << plan.requests.size() << " requests\n";
+    nlohmann::json all = nlohmann::json::array();
+    int status = StatusGood;
+    for (size_t i = 0; i < std::max<size_t>(records.size(), 1); ++i) {
+        const std::string record = records.empty() ? "" : records[i];
+        const plan::UpdatePlan plan = plan::makePlan(*source, record, isStopped);
+        status = plan.isReady ? status : StatusBadInput;
+        if (svg == "-") {
+            console.out << plan::drawStrip(plan);
+        } else if (json) {
+            all.push_back(toJson(plan));
+            if (!record.empty())
+                all.back()["record"] = record;
+        } else {
+            if (records.size() > 1)
+                console.out << (i > 0 ? "\n" : "") << "== " << record << '\n';
+            print(plan, console.out);
+        }
+        if (!svg.empty() && svg != "-") {
+            writeFile(svg, plan::drawStrip(plan));
+            console.err << svg << ": the image, " << plan.requests.size() << " requests\n";
+        }
     }
-    return plan.isReady ? StatusGood : StatusBadInput;
+    if (json && svg != "-")
+        printJson(records.size() > 1 ? all : all.front(), console.out);
+    return status;
 }
 
 } // namespace zemp

@@ -17,7 +17,7 @@ std::string SealedTerminal::seal(const std::string& version, const std::string& 
     const imagefile::Bytes& image = server.images[urlOf(version)];
     const imagefile::ImageReader reader(
         mSystem.write("unsealed.zemp", std::string(image.begin(), image.end())));
-    const std::string text = signer.sign(toText(imagefile::sealLinesOf(reader)), comment);
+    std::string text = signer.sign(toText(imagefile::sealLinesOf(reader)), comment);
     serveSeal(version, text);
     return text;
 }
