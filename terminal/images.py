@@ -4,6 +4,7 @@ import json
 import os
 import random
 import re
+import subprocess
 import tempfile
 
 from parts import PROJECT, output, run
@@ -120,3 +121,18 @@ def fault(compiled, served, record):
         if theirs["name"] not in spared and bytes_of(compiled, mine) != bytes_of(source, theirs):
             return f"part {theirs['name']} differs from the served one"
     return None
+
+
+def seal(image, serial):
+    """Puts the seal of an image beside it, made as docs/walkthrough.md does. Returns the public key's file."""
+    with tempfile.TemporaryDirectory() as folder:
+        key, lines = f"{folder}/release", f"{folder}/release.lines"
+        run("minisign", "-G", "-W", "-p", f"{key}.pub", "-s", f"{key}.sec", stdout=subprocess.DEVNULL)
+        run(ZEMP, "digest", image, "-o", lines, stdout=subprocess.DEVNULL)
+        with open(lines) as file:
+            release = re.search(r"^release (\S+)$", file.read(), re.MULTILINE)[1]
+        run("minisign", "-S", "-W", "-s", f"{key}.sec", "-m", lines, "-t", f"fw {release} serial {serial}",
+            stdout=subprocess.DEVNULL)
+        run(ZEMP, "seal", lines, f"{lines}.minisig", "--key", f"{key}.pub", "-o", f"{image}.seal", stdout=subprocess.DEVNULL)
+        with open(f"{key}.pub") as file:
+            return file.read()

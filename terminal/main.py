@@ -19,6 +19,7 @@ from upkeep import upkeep
 
 BYTES_PER_SECOND = 25000  # at level 6 and below
 POLL_SECONDS = 2
+SERIAL = 42  # of the sealed release
 SCALES = {"night": 100, "packages": 10}
 # What puts a fault back into the installed service, as commands of the terminal.
 DROP_IN = "mkdir -p /etc/systemd/system/fw-download.service.d && printf '[Service]\\n{}\\n' " \
@@ -48,6 +49,7 @@ def words():
     parser.add_argument("--card", type=int, default=256, metavar="MIB", help="size of the card, a power of two (%(default)s)")
     parser.add_argument("--packages", metavar="DIRECTORY", help="of armhf packages, in place of those of these sources")
     parser.add_argument("--curl", choices=["small"], help="with a libcurl of HTTP and one TLS library alone")
+    parser.add_argument("--seal", action="store_true", help="seal the image, and give the terminal the key")
     parser.add_argument("--put-back", choices=FAULTS, help="a fault that the service once had; the update fails then")
     parser.add_argument("--hours", type=float, default=10, help="of the night (%(default)s)")
     parser.add_argument("--gone", type=float, metavar="HOURS", help="the server is gone for so long, in place of other losses")
@@ -90,6 +92,10 @@ def update(desk, terminal, options):
     source = desk.serve(options.image, options.mb)
     record = options.installed or desk.record
     bytes_needed = os.path.getsize(source)
+    if options.seal:
+        terminal.do(f"printf '%s' '{images.seal(source, SERIAL)}' >/etc/fw_download/keys.d/maker.pub")
+        terminal.service("restart")
+        terminal.wait_service()
     seconds = 420 / (options.scale or 1) + 60 + bytes_needed / (BYTES_PER_SECOND if options.level != 7 else 500000) * 1.5
     terminal.configure(desk.url(), images.configuration(source, desk.url()) if options.image else None)
     begin = time.monotonic()
@@ -99,6 +105,10 @@ def update(desk, terminal, options):
             raise MachineError(f"{reason}; the daemon's log ends with\n" + "\n".join(terminal.log().splitlines()[-30:]))
         time.sleep(POLL_SECONDS)
     say(f"update of {bytes_needed} bytes ready after {time.monotonic() - begin:.0f} s: {flag}")
+    if options.seal:
+        if (serial := terminal.ask("cat /var/lib/fw_download/serial").strip()) != str(SERIAL):
+            raise MachineError(f"the serial that is kept is {serial}, not {SERIAL}")
+        say("the release was sealed, and its serial is kept")
     peak = terminal.ask("cat /sys/fs/cgroup/system.slice/fw-download.service/memory.peak 2>/dev/null")
     if peak:
         say(f"most memory of the service, page cache and /tmp included: {int(peak) / 2**20:.1f} MiB")
@@ -111,6 +121,10 @@ def update(desk, terminal, options):
         raise MachineError(f"the card does not hold {flag}, but {look.files}")
     if fault := images.fault(compiled, source, record):
         raise MachineError(f"the image on the card is wrong: {fault}")
+    if options.seal:
+        with open(f"{source}.seal", "rb") as file:
+            if look.image(f"{flag}.seal") != file.read():
+                raise MachineError("the seal is not beside the image on the card")
     say(f"the image on the card is right: {len(compiled)} bytes")
 
 

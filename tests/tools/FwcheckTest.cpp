@@ -2,6 +2,9 @@
 #include "fwcheck/Check.h"
 #include "lab/ScriptedHttpServer.h"
 #include "support/TestPlatform.h"
+#ifdef FW_SEAL
+#include "support/SealSigner.h"
+#endif
 #include "update/rig/Samples.h"
 #include "vex/CBusConnection.h"
 #include "vex/ConfigDatabaseConnection.h"
@@ -29,6 +32,7 @@ class Fwcheck : public testing::Test {
 
     // A terminal on which an update can run; all but bus and web server is made anew.
     void mend() {
+        std::filesystem::remove_all(file("keys"));
         for (const char* const folder : {"run", "proc", "fw", "tmp"}) {
             std::filesystem::remove_all(file(folder));
             std::filesystem::create_directory(file(folder));
@@ -43,6 +47,8 @@ class Fwcheck : public testing::Test {
         places.processes = file("proc");
         places.downloads = file("fw");
         places.temporary = file("tmp");
+        places.keys = file("keys");
+        places.serial = file("serial");
         places.record = {file("record"), file("backup")};
         places.now = 1800000000;
         set({{ConfigKey::ConfigStatus, "complete"},
@@ -56,6 +62,10 @@ class Fwcheck : public testing::Test {
         ASSERT_TRUE(mDaemon.connect(BusName::Client, mLoop));
     }
 
+    void trust(const std::string& key) {
+        std::filesystem::create_directory(places.keys);
+        write("keys/maker.pub", key);
+    }
     std::string file(const std::string& name) const { return mPlatform.directory().file(name); }
     void write(const std::string& name, const std::string& text) const {
         mPlatform.directory().write(name, text);
@@ -208,6 +218,11 @@ TEST_F(Fwcheck, NamesWhatIsInTheWayAndWhatHelps) {
              image[static_cast<size_t>(rig::makeImage(7).offsetOf(2)) + 20] ^= 1;
              mServer.setImage(image);
          }},
+#ifdef FW_SEAL
+        {"seal", "it does not end in a signature: this terminal takes sealed releases only",
+         [&] { trust(support::SealSigner().keyFile()); }},
+        {"seal", "maker.pub: is no public key: no release is taken until it is right", [&] { trust("key"); }},
+#endif
         {"space", "No such file or directory", inPlaces([](Places& p) { p.downloads += "x/fw"; })},
         {"space", "it is not a directory", inPlaces([](Places& p) { p.downloads = p.record.primary; })},
         {"temporary", "No such file or directory", inPlaces([](Places& p) { p.temporary += "x"; })},

@@ -25,6 +25,7 @@ bool check(const Places& places, const std::function<void(const Answer&)>& tell,
                                                   : nullptr;
     if (reason == nullptr) {
         plan = askServer(wish, record, teller, isStopped);
+        askSeal(places, wish, teller, isStopped);
     } else {
         teller.notAsked("server", reason);
         teller.notAsked("image", reason);

@@ -29,6 +29,8 @@ struct Places {
     std::string processes = "/proc";
     std::string downloads; // as the daemon has it
     std::string temporary; // of its compiler's file
+    std::string keys = "/etc/fw_download/keys.d";
+    std::string serial = "/var/lib/fw_download/serial";
     RecordPaths record;
     time_t now;
 };

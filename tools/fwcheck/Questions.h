@@ -49,6 +49,14 @@ void askClock(const Places& places, const Wish& wish, Teller& teller);
 std::optional<plan::UpdatePlan> askServer(const Wish& wish, const std::optional<std::string>& record,
                                           Teller& teller, const std::function<bool()>& isStopped);
 
+#ifdef FW_SEAL
+// Whether the release has a good seal; nothing is told where there are no keys.
+void askSeal(const Places& places, const Wish& wish, Teller& teller, const std::function<bool()>& isStopped);
+#else
+inline void askSeal(const Places& /*places*/, const Wish& /*wish*/, Teller& /*teller*/,
+                    const std::function<bool()>& /*isStopped*/) {}
+#endif
+
 // `plan` is null when the need is not known.
 void askSpace(const Places& places, const plan::UpdatePlan* plan, Teller& teller);
 
