@@ -2,18 +2,20 @@
 
 #include <algorithm>
 
-const RequestLedger::Entry* RequestLedger::find(const FwWorkItem* request) const {
-    const auto entry = std::find_if(mEntries.begin(), mEntries.end(),
-                                    [request](const Entry& e) { return e.item.get() == request; });
-    return entry != mEntries.end() ? &*entry : nullptr;
+std::vector<RequestLedger::Entry>::const_iterator RequestLedger::find(const FwWorkItem* request) const {
+    return std::find_if(mEntries.begin(), mEntries.end(),
+                        [request](const Entry& entry) { return entry.item.get() == request; });
 }
 
-bool RequestLedger::remove(const FwWorkItem* request) {
-    const Entry* entry = find(request);
-    if (entry == nullptr)
+bool RequestLedger::retire(const FwWorkItem* request) {
+    const auto entry = find(request);
+    if (entry == mEntries.end()) {
+        delete request;
         return false;
-    mEntries.erase(mEntries.begin() + (entry - mEntries.data()));
-    return true;
+    }
+    const bool isStale = entry->stale;
+    mEntries.erase(entry);
+    return isStale;
 }
 
 size_t RequestLedger::count(FwWorkItem::WorkItemType type) const {
@@ -32,20 +34,21 @@ void RequestLedger::markAllStale() {
 }
 
 bool RequestLedger::isStale(const FwWorkItem* request) const {
-    const Entry* entry = find(request);
-    return entry != nullptr && entry->stale;
+    const auto entry = find(request);
+    return entry != mEntries.end() && entry->stale;
 }
 
 std::string RequestLedger::getVersion(const FwWorkItem* request) const {
-    const Entry* entry = find(request);
-    return entry != nullptr ? entry->version : "";
+    const auto entry = find(request);
+    return entry != mEntries.end() ? entry->version : "";
 }
 
 void RequestLedger::succeed(const FwWorkItem* request, const FwWorkItem* successor) {
-    const Entry* from = find(request);
-    auto* to = const_cast<Entry*>(find(successor));
-    if (from == nullptr || to == nullptr)
+    const auto from = find(request);
+    const auto to = find(successor);
+    if (from == mEntries.end() || to == mEntries.end())
         return;
-    to->version = from->version;
-    to->stale = from->stale;
+    Entry& entry = mEntries[static_cast<size_t>(to - mEntries.begin())];
+    entry.version = from->version;
+    entry.stale = from->stale;
 }

@@ -20,10 +20,10 @@ class RequestLedger {
         return item;
     }
 
-    // Destroys the request. False when it was not in the ledger; then nothing happens.
-    bool remove(const FwWorkItem* request);
+    // Destroys the request, also one that is not in the ledger. Whether it was stale.
+    bool retire(const FwWorkItem* request);
 
-    bool contains(const FwWorkItem* request) const { return find(request) != nullptr; }
+    bool contains(const FwWorkItem* request) const { return find(request) != mEntries.end(); }
 
     // Requests of one type, oldest first. `Request` is the class of that type.
     template <typename Request>
@@ -58,7 +58,8 @@ class RequestLedger {
         bool stale;
     };
 
-    const Entry* find(const FwWorkItem* request) const;
+    // Its place in the entries, or their end.
+    std::vector<Entry>::const_iterator find(const FwWorkItem* request) const;
 
     std::vector<Entry> mEntries;
 };

@@ -157,8 +157,7 @@ void UpdateHandler::onIsUpdateNeededRequest(IsUpdateNeededRequest* request,
         return;
     const bool answered = request->getQuestionStatus() == IsUpdateNeededRequest::QuestionAnswered;
     const bool needed = request->isUpdateNeeded();
-    if (!mRequests.remove(request))
-        delete request;
+    mRequests.retire(request);
     if (!answered) {
         VEX_LOG(LogWarning) << "UpdateHandler::onIsUpdateNeededRequest() Question has not been answered!";
         return;
@@ -306,13 +305,10 @@ void UpdateHandler::onCompileZempResult(CompileUpdateZempRequest* request, wqueu
     if (isNull(request, "UpdateHandler::onCompileZempResult() Response is NULL!"))
         return;
     const bool complete = request->getCompileStatus() == CompileUpdateZempRequest::CompileComplete;
-    const bool stale = mRequests.isStale(request);
     const std::string filename = request->getFilename();
-    if (!complete && !stale)
+    if (!complete && !mRequests.isStale(request))
         onCompileFailure(*request);
-    if (!mRequests.remove(request))
-        delete request;
-    if (stale) {
+    if (mRequests.retire(request)) {
         VEX_LOG(LogInfo) << "UpdateHandler::onCompileZempResult() No longer wanted, '" << filename << "'";
         createFileDeleteRequest(filename);
         askAgainWhenIdle();
@@ -353,7 +349,7 @@ bool UpdateHandler::dropStaleReadyRequest(SetReadyForUpdateRequest* request) {
     VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() No longer wanted, '" << request->getFilename()
                      << "'";
     createFileDeleteRequest(request->getFilename());
-    mRequests.remove(request);
+    mRequests.retire(request);
     askAgainWhenIdle();
     return true;
 }
@@ -364,14 +360,9 @@ void UpdateHandler::onSetReadyResult(SetReadyForUpdateRequest* request) {
     VEX_LOG(LogDebug) << "UpdateHandler::onSetReadyResult() Set status " << request->getStatus();
     const bool complete = request->getSetReadyStatus() == SetReadyForUpdateRequest::SetReadyComplete;
     const bool notNeeded = request->isNotNeeded();
-    const bool stale = mRequests.isStale(request);
     const std::string filename = request->getFilename();
-    if (!mRequests.remove(request))
-        delete request;
-    if (stale) {
-        askAgainWhenIdle();
-        return;
-    }
+    if (mRequests.retire(request))
+        return askAgainWhenIdle();
     if (notNeeded) {
         VEX_LOG(LogInfo) << "UpdateHandler::onSetReadyResult() Installed already, '" << filename << "'";
         createFileDeleteRequest(filename);
@@ -394,8 +385,7 @@ void UpdateHandler::onFileDeleteResult(FileDeleteRequest* request) {
     const std::string filename = request->getFilename();
     VEX_LOG(LogDebug) << "UpdateHandler::onFileDeleteResult() Delete status " << request->getStatus() << " '"
                       << filename << "'";
-    if (!mRequests.remove(request))
-        delete request;
+    mRequests.retire(request);
     // Also after a failed delete, so that the file is looked at anew by the next scan.
     deleteZempPartsOfFile(filename);
     deleteFileFragment(filename);

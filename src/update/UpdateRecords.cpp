@@ -179,8 +179,7 @@ void UpdateRecords::deleteFileScanRequest(FileScanRequest* request) {
     } else {
         VEX_LOG(LogDebug) << "UpdateHandler::deleteFileScanRequest() Pointer mismatch, only deleting given.";
     }
-    if (!mRequests.remove(request))
-        delete request;
+    mRequests.retire(request);
 }
 
 void UpdateRecords::createFileDeleteRequest(const std::string& filename) {
@@ -214,8 +213,7 @@ void UpdateRecords::deleteParseFileRequest(ParseFileRequest* request) {
         VEX_LOG(LogWarning) << "UpdateHandler::deleteParseFileRequest() Parse request is NULL!";
         return;
     }
-    if (!mRequests.remove(request))
-        delete request;
+    mRequests.retire(request);
     freeForgottenFragments();
 }
 
@@ -316,8 +314,7 @@ void UpdateRecords::deleteDownloadRequest(DownloadRequest* request) {
     VEX_LOG(LogDebug) << (known ? "UpdateHandler::deleteDownloadRequest() Delete "
                                 : "UpdateHandler::deleteDownloadRequest() Did not find ")
                       << request->toString();
-    if (!mRequests.remove(request))
-        delete request;
+    mRequests.retire(request);
     freeForgottenFragments();
 }
 
