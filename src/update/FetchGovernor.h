@@ -13,7 +13,8 @@ class FetchGovernor {
 
     static constexpr unsigned StartPosition = 0;    // of the image start; the first element has 1
     static constexpr unsigned ImmediateFetches = 4; // without progress: a body after its header, and slack
-    static constexpr unsigned DelayedFetches = 42;  // as many as one request may fail
+    static constexpr unsigned MaximumFailures = 42; // of one request; one more ends the daemon
+    static constexpr unsigned DelayedFetches = MaximumFailures;
     static constexpr unsigned FetchesBeforeStartDoubt = 6; // then the image may have changed on the server
     static constexpr unsigned FetchesBeforePartsDoubt = 9; // then parts may be of another image
 

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr unsigned MaximumFailures = 42; // of one download request; one more ends the daemon
-
 // So much that it counts as short space, whatever the disk has: an image and its parts take a quarter of it
 // at most, and two versions of 40 parts are fewer files.
 constexpr uint64_t MaximumBytes = 314572800; // 300 MiB
@@ -241,7 +239,7 @@ void UpdateHandler::onDownloadFailure(DownloadRequest* request) {
         return;
     }
     const unsigned failures = request->getDownloadFailures();
-    if (failures > MaximumFailures) {
+    if (failures > FetchGovernor::MaximumFailures) {
         failTooOften(request, failures);
     } else if (request->getDownloadStatus() == DownloadRequest::DownloadTransientFailure) {
         VEX_LOG(LogInfo) << "UpdateHandler::onDownloadResult() Reschedule, " << request->toString();
@@ -283,7 +281,7 @@ void UpdateHandler::onDownloadTimer(wqueue<FwWorkItem*>& downloaderQueue) {
     initDirName();
     for (DownloadRequest* request : mRequests.list<DownloadRequest>(FwWorkItem::DownloadRequest)) {
         const unsigned failures = request->getDownloadFailures();
-        if (isWaitingForTimer(*request) && failures > MaximumFailures)
+        if (isWaitingForTimer(*request) && failures > FetchGovernor::MaximumFailures)
             failTooOften(request, failures); // such as one whose file could not be opened
     }
     restartDownload(downloaderQueue);
