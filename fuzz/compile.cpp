@@ -5,14 +5,14 @@
 #include "fuzz/PartChecks.h"
 #include "fuzz/Script.h"
 #include "image/ZempCreator.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "update/rig/Samples.h"
 #include <deque>
 #include <filesystem>
 #include <fstream>
 
 namespace fs = std::filesystem;
-using support::TemporaryDirectory;
+using lab::TemporaryDirectory;
 
 namespace {
 

@@ -3,7 +3,7 @@
 #define TESTS_COMMON_SCRATCH_H
 
 #include "common/VexStreamLog.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include <cstdio>
 #include <functional>
 #include <iostream>
@@ -11,7 +11,7 @@
 #include <string>
 #include <unistd.h>
 
-using ScratchDir = support::TemporaryDirectory;
+using ScratchDir = lab::TemporaryDirectory;
 
 // What `action` writes to standard output, by whatever way.
 inline std::string standardOutputOf(const std::function<void()>& action) {

@@ -4,8 +4,8 @@
 
 #include "image/ZempParser.h"
 #include "imagefile/ImageBuilder.h"
+#include "lab/TemporaryDirectory.h"
 #include "support/LogCapture.h"
-#include "support/TemporaryDirectory.h"
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -66,7 +66,7 @@ class Parse {
 
     // Of a file with these bytes.
     Parse(const Bytes& bytes, FileFragment::FragmentType type) {
-        const support::TemporaryDirectory directory;
+        const lab::TemporaryDirectory directory;
         writeFile(directory.file("image"), bytes);
         isParsed = mParser.parseFile(directory.file("image"), 0, type);
     }

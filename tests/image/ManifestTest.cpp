@@ -126,7 +126,7 @@ bool addressSpaceCanBeLimited() {
 // A manifest of 48 MiB in an address space that has room for so many of it: 0, it was parsed; 1, it was not.
 int parseIn(unsigned roomForHalves) {
     constexpr uint32_t length = 48U << 20U;
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string name = directory.file("part");
     {
         ImageBuilder image;

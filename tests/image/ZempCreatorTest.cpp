@@ -72,7 +72,7 @@ class ZempCreatorTest : public testing::Test {
         EXPECT_FALSE(std::filesystem::is_regular_file(temp()));
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     std::unique_ptr<Parse> mStart;
     std::vector<std::unique_ptr<Parse>> mBlobs;
     PartMap mMap;

@@ -16,7 +16,7 @@ Lines warningsOf(const Bytes& bytes, FileFragment::FragmentType type) {
 }
 
 TEST(ZempParserFile, WhatCannotBeOpenedIsNotParsed) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string absent = directory.file("absent");
     const std::string empty = directory.write("empty", "");
     ZempParser parser;
@@ -196,7 +196,7 @@ TEST(ZempParserFile, ReleaseTextEndsAtAZeroByteAndKeepsItsLineEnds) {
 // Bodies larger than what is read at a time, and a large image in one piece.
 TEST(ZempParserFile, LargeBodies) {
     const Quiet quiet;
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string filename = directory.file("image");
     ImageBuilder image;
     image.release({1, 5, 7}, 0, "REL", std::string(10000, 't'), true);

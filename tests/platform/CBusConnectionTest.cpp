@@ -187,7 +187,7 @@ TEST(CBusConnection, BusThatEndsFailsSendsAndDoesNotSpinTheLoop) {
 
 // A server that accepts and never speaks.
 TEST(CBusConnection, BusThatDoesNotAnswerHoldsUpNobodyForLong) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const support::ScopedEnvironment address("VEX_CBUS_ADDRESS", "unix:path=" + directory.file("mute"));
     const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name{};

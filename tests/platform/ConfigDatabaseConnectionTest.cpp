@@ -45,7 +45,7 @@ class ConfigDatabase : public testing::Test {
     }
 
     ConfigDatabaseConnection& database = *ConfigDatabaseConnection::getInstance();
-    support::TemporaryDirectory mDirectory;
+    lab::TemporaryDirectory mDirectory;
     support::ScopedEnvironment mFile{"VEX_CONFIGDB", mDirectory.file("config.db")};
 };
 

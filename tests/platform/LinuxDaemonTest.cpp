@@ -1,6 +1,6 @@
 #include "vex/LinuxDaemon.h"
+#include "lab/TemporaryDirectory.h"
 #include "support/Faults.h"
-#include "support/TemporaryDirectory.h"
 #include "vex/FdLoop.h"
 #include <atomic>
 #include <chrono>
@@ -19,7 +19,7 @@
 
 namespace {
 
-const auto contents = support::TemporaryDirectory::read;
+const auto contents = lab::TemporaryDirectory::read;
 
 // Runs its loop until terminated, and writes what it does into a file.
 class RecordingDaemon : public common::LinuxDaemon {
@@ -116,7 +116,7 @@ class LinuxDaemon : public testing::Test {
         return readlink(link.c_str(), target, sizeof target - 1) > 0 ? target : "";
     }
 
-    support::TemporaryDirectory directory;
+    lab::TemporaryDirectory directory;
     std::string pidFile = directory.file("test.pid");
     std::string recordFile = directory.file("record");
     std::string errorFile = directory.file("errors");

@@ -2,9 +2,9 @@
 #ifndef SUPPORT_TESTPLATFORM_H
 #define SUPPORT_TESTPLATFORM_H
 
+#include "lab/PrivateBus.h"
 #include "lab/ScopedEnvironment.h"
-#include "support/PrivateBus.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include <string>
 
 namespace support {
@@ -14,13 +14,13 @@ using lab::ScopedEnvironment;
 // VEX_CBUS_ADDRESS names the bus, VEX_CONFIGDB a file that does not exist yet in the directory.
 class TestPlatform {
   public:
-    PrivateBus& bus() { return mBus; }
-    const TemporaryDirectory& directory() const { return mDirectory; }
+    lab::PrivateBus& bus() { return mBus; }
+    const lab::TemporaryDirectory& directory() const { return mDirectory; }
     std::string database() const { return mDirectory.file("config.db"); }
 
   private:
-    TemporaryDirectory mDirectory;
-    PrivateBus mBus;
+    lab::TemporaryDirectory mDirectory;
+    lab::PrivateBus mBus;
     ScopedEnvironment mBusAddress{"VEX_CBUS_ADDRESS", mBus.address()};
     ScopedEnvironment mDatabaseFile{"VEX_CONFIGDB", mDirectory.file("config.db")};
 };

@@ -1,5 +1,5 @@
 #include "lab/ImageVerdict.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <functional>
 #include <gmock/gmock.h>
@@ -33,7 +33,7 @@ class ImageVerdict : public testing::Test {
         return lab::judgeImage(file, *mReader, mParts);
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     const ImageBuilder mSource = twoPartImage(101, 60);
     std::unique_ptr<imagefile::ImageReader> mReader;
     plan::UpdatePlan mPlan;

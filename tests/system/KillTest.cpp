@@ -197,7 +197,7 @@ TEST_F(Kill, AtRandomMoments) {
 
 // Bodies that take a while, so that the moments lie within their copies, check sums and syncs.
 TEST(KillInACompile, OfLargeBodiesFlagsNothingWrongAndFetchesNothingAnew) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     twoPartImage(30000000, 30000001).write(directory.file("image"));
     SoakTerminal terminal(SoakTimeScale, 0, directory.file("image"));
     terminal.start();

@@ -30,7 +30,7 @@ bool eventually(Condition condition) {
 }
 
 inline std::string readText(const std::string& filename) {
-    return support::TemporaryDirectory::read(filename);
+    return lab::TemporaryDirectory::read(filename);
 }
 
 inline size_t countIn(const std::string& text, const std::string& what) {

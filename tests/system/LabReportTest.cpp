@@ -1,6 +1,6 @@
 // The HTML page about a lab run.
 #include "lab/ReportPage.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <algorithm>
 #include <filesystem>
@@ -101,7 +101,7 @@ TEST(LabReport, HasAllItsPartsInGoodForm) {
 }
 
 TEST(LabReport, LeavesAPipeOrADeviceWhatItIs) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0);
     EXPECT_THROW(lab::writeReport(directory.file("pipe"), "x"), std::runtime_error);
     EXPECT_TRUE(std::filesystem::is_fifo(directory.file("pipe")));

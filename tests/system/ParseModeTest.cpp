@@ -1,6 +1,6 @@
 // The daemon's program as a parser of files, and its usage text.
+#include "lab/TemporaryDirectory.h"
 #include "support/ShellOutput.h"
-#include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ class ParseMode : public testing::Test {
         return output.text;
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     const std::string mImage = mDirectory.file("golden.zemp");
 };
 

@@ -4,8 +4,8 @@
 #define TESTS_SYSTEM_SOAKTERMINAL_H
 
 #include "lab/Lab.h"
+#include "lab/TemporaryDirectory.h"
 #include "support/ShellOutput.h"
-#include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <chrono>
 #include <memory>
@@ -111,7 +111,7 @@ class SoakTerminal {
     std::string log() const;
 
   private:
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     const lab::WorkDirectory mWork{mDirectory.file("work")};
     std::unique_ptr<lab::Lab> mLab;
     std::unique_ptr<lab::TerminalProcess> mDaemon;

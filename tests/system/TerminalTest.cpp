@@ -1,6 +1,6 @@
 // What a lab run may not do to the machine, and what it must not leave running.
 #include "lab/Terminal.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <csignal>
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ class TerminalTest : public testing::Test {
                read(mPipe.readEnd.get(), &byte, 1) == 0;
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     const lab::WorkDirectory mWork{mDirectory.path()};
     const lab::Terminal mTerminal{mWork, lab::Programs::find()};
     lab::Pipe mPipe;

@@ -1,7 +1,7 @@
 // Whole updates: real daemon, bus, database and web server, also one that misbehaves by name.
 #include "lab/FaultServer.h"
+#include "lab/TemporaryDirectory.h"
 #include "support/ShellOutput.h"
-#include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -26,7 +26,7 @@ class Update : public testing::Test {
         return all;
     }
 
-    const support::TemporaryDirectory mDirectory;
+    const lab::TemporaryDirectory mDirectory;
     lab::LabOptions options;
 };
 

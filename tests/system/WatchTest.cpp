@@ -73,7 +73,7 @@ struct Progress {
 };
 
 TEST(Watch, ShowsPartBarRateAndTimeLeftAsTheyAre) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     twoPartImage(KernelSize, RootSize).write(directory.file("image"));
     SoakTerminal terminal(10, ServerSpeed, directory.file("image"));
     std::filesystem::create_directory(terminal.work().run() + "/fw_download");

@@ -60,7 +60,7 @@ TEST_F(Fwctl, WritesOrdersAndTellsTheDaemon) {
                       ".new'; mv '" + heard + ".new' '" + heard + "'; } >/dev/null 2>&1 &");
     while (!std::filesystem::exists(heard)) // nobody sees when a listener begins
         ASSERT_EQ(fwctl("update --force 1.05-7 http://u:p@h/i").status, 0);
-    EXPECT_EQ(support::TemporaryDirectory::read(heard), "evt.confd.updated\n");
+    EXPECT_EQ(lab::TemporaryDirectory::read(heard), "evt.confd.updated\n");
     const std::string device = "cfg.device.configuration.";
     EXPECT_EQ(get(device + "major_version") + get(device + "minor_version") + get(device + "build_label"),
               "1\n5\n7\n");

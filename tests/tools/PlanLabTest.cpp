@@ -1,14 +1,14 @@
 // Plans against whole updates in the lab: real daemon, web server and file system.
+#include "lab/TemporaryDirectory.h"
 #include "plan/UpdatePlan.h"
-#include "support/TemporaryDirectory.h"
 #include "system/LabFixtures.h"
-#include "tools/planPairs.h"
+#include "tools/PlanPairs.h"
 #include <gtest/gtest.h>
 
 namespace {
 
 TEST(PlanAndLab, AgreeRequestForRequest) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     for (const PlanPair& pair : planPairs()) {
         SCOPED_TRACE(pair.name);
         rig::makeImage(7, pair.pools, pair.text).write(directory.file("image"));

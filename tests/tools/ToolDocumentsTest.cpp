@@ -1,6 +1,6 @@
 // Manual pages, completions and the description of the format, against the programs.
 #include "support/ShellOutput.h"
-#include "tools/zempRun.h"
+#include "tools/ZempRun.h"
 #include <algorithm>
 #include <regex>
 #include <set>

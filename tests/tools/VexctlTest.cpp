@@ -24,7 +24,7 @@ class Vexctl : public testing::Test {
     Result run(const std::string& arguments) const {
         const std::string errors = platform.directory().file("errors");
         const support::ShellOutput output = support::finish(begin(arguments, errors));
-        return {output.status, output.text, support::TemporaryDirectory::read(errors)};
+        return {output.status, output.text, lab::TemporaryDirectory::read(errors)};
     }
 
     // One line that begins with the tool's name and names the thing.

@@ -1,7 +1,7 @@
 // The documents that show commands and what they print: the commands are run as printed, in the order of the
 // document, and what comes out is compared.
+#include "lab/TemporaryDirectory.h"
 #include "support/ShellOutput.h"
-#include "support/TemporaryDirectory.h"
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <regex>
@@ -13,7 +13,7 @@ namespace {
 const std::string Root = FW_SOURCE_DIR;
 
 using Lines = std::vector<std::string>;
-using support::TemporaryDirectory;
+using lab::TemporaryDirectory;
 
 Lines linesOf(const std::string& text) {
     std::istringstream stream(text);

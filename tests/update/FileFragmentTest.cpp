@@ -1,8 +1,8 @@
 #include "update/FileFragment.h"
 
+#include "lab/TemporaryDirectory.h"
 #include "main/ArgParser.h"
 #include "support/LogCapture.h"
-#include "support/TemporaryDirectory.h"
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
@@ -28,7 +28,7 @@ class FileFragmentTest : public testing::Test {
                 << name;
     }
 
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const LogCapture log;
 };
 

@@ -149,7 +149,7 @@ TEST(Status, TellsWhatIsOnDiskBeforeTheWalkComesToIt) {
 }
 
 TEST(Status, IsWrittenOnlyWhereThereIsADirectoryAndFailsQuietly) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string name = directory.path() + "/run";
     const support::LogCapture log(LogWarning);
     const auto update = [](status::StatusFile& file) { file.update({}, nullptr); };

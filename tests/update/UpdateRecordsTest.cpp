@@ -28,7 +28,7 @@ class Records : public testing::Test {
     }
 
     rig::Terminal unused; // keeps the settings of other tests away
-    support::TemporaryDirectory directory;
+    lab::TemporaryDirectory directory;
     wqueue<FwWorkItem*> queue;
     UpdateHandler handler;
 };
@@ -292,7 +292,7 @@ TEST(RetryPaceTest, WaitsLongerAfterEachFailure) {
 }
 
 TEST(StartRangeTest, ReadsTheManifestsEndFromItsHeader) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     imagefile::ImageBuilder image;
     image.release({1, 5, 7}, 0, "REL", "Release\n", true);
     image.manifest(std::string(900, '#') + "\n");

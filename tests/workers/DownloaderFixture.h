@@ -3,7 +3,7 @@
 #define TESTS_WORKERS_DOWNLOADERFIXTURE_H
 
 #include "lab/ScriptedHttpServer.h"
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "update/FileFragment.h"
 #include "workers/CurlSpy.h"
 #include "workers/Downloader.h"
@@ -70,7 +70,7 @@ class DownloaderFixture : protected WorkerQueues {
 
     std::string onDisk() const { return directory.read(fragment.getFilename()); }
 
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string image = patternOf(100000);
     lab::ScriptedHttpServer server{image};
     FileFragment fragment{FileFragment::ContentPart, 0, 0};

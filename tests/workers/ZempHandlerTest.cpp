@@ -29,7 +29,7 @@ class ZempHandlerTest : public testing::Test, protected WorkerQueues {
             throw std::runtime_error("no thread");
     }
 
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     std::unique_ptr<ZempHandler> handler = std::make_unique<ZempHandler>(in, out);
 };
 

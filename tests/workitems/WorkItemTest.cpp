@@ -1,4 +1,4 @@
-#include "support/TemporaryDirectory.h"
+#include "lab/TemporaryDirectory.h"
 #include "workitems/DownloadRequest.h"
 #include "workitems/Events.h"
 #include "workitems/ParseFileRequest.h"
@@ -24,7 +24,7 @@ TEST(WorkItem, PrintsTypeAndStatus) {
 }
 
 TEST(DownloadRequest, CountsFailuresThroughResetsWhichEmptyTheFile) {
-    const support::TemporaryDirectory directory;
+    const lab::TemporaryDirectory directory;
     const std::string name = directory.write("ContentPart-x", "some bytes");
     FileFragment fragment(name, 10);
     DownloadRequest request("http://h/image", &fragment);

@@ -47,7 +47,7 @@ void SealedTerminal::keepSerial(const std::string& text) const {
 }
 
 std::string SealedTerminal::serial() const {
-    return support::TemporaryDirectory::read(mSystem.path() + "/state/serial");
+    return lab::TemporaryDirectory::read(mSystem.path() + "/state/serial");
 }
 
 } // namespace rig

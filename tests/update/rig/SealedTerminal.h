@@ -33,7 +33,7 @@ class SealedTerminal : public Terminal {
     std::unique_ptr<seal::Gate> makeGate() const override;
     void onPublished(const std::string& version) override { seal(version); }
 
-    support::TemporaryDirectory mSystem;
+    lab::TemporaryDirectory mSystem;
 };
 
 } // namespace rig

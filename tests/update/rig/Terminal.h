@@ -6,11 +6,11 @@
 
 #include "hostconfig/HostConfigRecord.h"
 #include "imagefile/ImageBuilder.h"
+#include "lab/TemporaryDirectory.h"
 #include "plan/OpenDaemon.h"
 #include "seal/SealGate.h"
 #include "status/StatusFile.h"
 #include "support/SealSigner.h"
-#include "support/TemporaryDirectory.h"
 #include "update/rig/Platform.h"
 #include "update/rig/Samples.h"
 #include "update/rig/ScriptedServer.h"
@@ -95,7 +95,7 @@ class Terminal : private Platform {
     std::set<std::string> files() const; // names in the download directory
     uint64_t bytesOnDisk() const;
     void write(const std::string& name, const imagefile::Bytes& bytes) const;
-    std::string read(const std::string& name) const { return support::TemporaryDirectory::read(path(name)); }
+    std::string read(const std::string& name) const { return lab::TemporaryDirectory::read(path(name)); }
 
     // What is wrong with the flagged image against what was published under its version; empty when nothing
     // is. Parts of two images in one are wrong.
@@ -108,7 +108,7 @@ class Terminal : private Platform {
 
     // As it was after the master's last turn, and its text in the file.
     const status::Report& status() const { return mStatus->report(); }
-    std::string statusText() const { return support::TemporaryDirectory::read(path("../run/status.json")); }
+    std::string statusText() const { return lab::TemporaryDirectory::read(path("../run/status.json")); }
 
   protected:
     // For a terminal that may have keys: its gate, made anew at each start, and what belongs to an image on
@@ -127,7 +127,7 @@ class Terminal : private Platform {
     void serveZempHandler();
     void serveDownloader();
 
-    support::TemporaryDirectory mDirectory;
+    lab::TemporaryDirectory mDirectory;
     const RecordPaths mRecord{mDirectory.path() + "/none", mDirectory.path() + "/hostcfg"};
     std::unique_ptr<seal::Gate> mGate = std::make_unique<seal::Gate>();
     std::multimap<std::string, imagefile::Bytes> mPublished; // by URL, the first one first

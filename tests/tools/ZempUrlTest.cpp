@@ -2,8 +2,8 @@
 #include "hostconfig/HostConfigRecord.h"
 #include "lab/ChildProcess.h"
 #include "lab/ScriptedHttpServer.h"
-#include "tools/zempRun.h"
-#include "tools/zempSamples.h"
+#include "tools/ZempRun.h"
+#include "tools/ZempSamples.h"
 #include <csignal>
 #include <curl/curl.h>
 #include <functional>

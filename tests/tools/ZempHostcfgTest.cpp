@@ -1,4 +1,4 @@
-#include "tools/zempRun.h"
+#include "tools/ZempRun.h"
 
 #include "hostconfig/HostConfigRecord.h"
 #include <nlohmann/json.hpp>

@@ -1,8 +1,8 @@
 // From an image to its seal with minisign itself, and back.
 #include "lab/ScriptedHttpServer.h"
 #include "support/ShellOutput.h"
-#include "tools/zempRun.h"
-#include "tools/zempSamples.h"
+#include "tools/ZempRun.h"
+#include "tools/ZempSamples.h"
 #include <gmock/gmock.h>
 
 namespace {

@@ -1,6 +1,6 @@
 // A table of images that are damaged or unwise, each in one way, and what `zemp check` says to each.
-#include "tools/zempRun.h"
-#include "tools/zempSamples.h"
+#include "tools/ZempRun.h"
+#include "tools/ZempSamples.h"
 #include <ctime>
 #include <fstream>
 #include <functional>

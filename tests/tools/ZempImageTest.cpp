@@ -1,7 +1,7 @@
 #include "image/ImageFixtures.h"
 #include "support/Faults.h"
-#include "tools/zempRun.h"
-#include "tools/zempSamples.h"
+#include "tools/ZempRun.h"
+#include "tools/ZempSamples.h"
 #include "zemp/ImageListing.h"
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // Plans against what the daemon really does: the same requests, the same files.
-#include "tools/planPairs.h"
-#include "tools/zempRun.h"
-#include "tools/zempSamples.h"
+#include "tools/PlanPairs.h"
+#include "tools/ZempRun.h"
+#include "tools/ZempSamples.h"
 #include "update/rig/Terminal.h"
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
