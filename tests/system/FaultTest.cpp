@@ -21,6 +21,8 @@ struct FullDisk {
     const char* directory;   // where space is short
     unsigned free;           // bytes
     const char* consequence; // logged when the shortage is felt
+
+    friend std::ostream& operator<<(std::ostream& out, const FullDisk& disk) { return out << disk.name; }
 };
 
 class DiskFull : public testing::TestWithParam<FullDisk> {

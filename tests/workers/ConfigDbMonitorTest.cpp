@@ -152,6 +152,8 @@ struct StatusRow {
     std::string version;
     After after;
     Strings signals;
+
+    friend std::ostream& operator<<(std::ostream& out, const StatusRow& row) { return out << row.name; }
 };
 
 std::vector<StatusRow> statusRows() {

@@ -23,6 +23,8 @@ struct Row {
     Status status;
     int code; // libcurl's
     std::string onDisk;
+
+    friend std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.name; }
 };
 
 std::string imageBytes(size_t first, size_t length) {
