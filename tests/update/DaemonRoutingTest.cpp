@@ -65,6 +65,17 @@ TEST_F(Routing, PendingRequestsGoToTheirWorkerAndUnknownStatusesNowhere) {
     EXPECT_EQ(log.count(" Cannot handle "), 5U);
     EXPECT_TRUE(log.has("LOG_WARNING FwDownloadDaemon::onSetReadyForUpdateRequest() Cannot handle compile "
                         "status <unknown status>"));
+
+    // The last status of each row is a result; the handler takes the request over.
+    auto* const compiled = new CompileUpdateZempRequest("x", {});
+    compiled->setCompileStatus(CompileUpdateZempRequest::CompileFailed);
+    auto* const erased = new FileDeleteRequest("x");
+    erased->setFileDeleteStatus(FileDeleteRequest::FileDeleteFailed);
+    auto* const parsed = new ParseFileRequest(nullptr);
+    parsed->setParseStatus(ParseFileRequest::ParseFailed);
+    for (FwWorkItem* item : std::initializer_list<FwWorkItem*>{compiled, erased, parsed})
+        daemon->onWorkItem(item);
+    EXPECT_EQ(log.count(" Cannot handle "), 5U);
 }
 
 TEST_F(Routing, WithoutUpdateHandlerResultsAreLeftAlone) {
