@@ -148,6 +148,7 @@ struct Row {
     unsigned argument;
 };
 
+#ifdef FW_SEAL
 // An image with one body, of the `index`th part, forged so that its checksum stays.
 imagefile::ImageBuilder forgedImage(uint16_t build, unsigned index) {
     imagefile::ImageBuilder image = makeImage(build);
@@ -159,7 +160,6 @@ imagefile::ImageBuilder forgedImage(uint16_t build, unsigned index) {
     return image;
 }
 
-#ifdef FW_SEAL
 // What may happen besides where releases are sealed.
 const Kind ForgingKinds[] = {
     {"forge", // a part or the start, whose checksums are right
