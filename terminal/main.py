@@ -93,7 +93,8 @@ def update(desk, terminal, options):
     record = options.installed or desk.record
     bytes_needed = os.path.getsize(source)
     if options.seal:
-        terminal.do(f"printf '%s' '{images.seal(source, SERIAL)}' >/etc/fw_download/keys.d/maker.pub")
+        key = " ".join(f"'{line}'" for line in images.seal(source, SERIAL).splitlines())
+        terminal.do(f"printf '%s\\n' {key} >/etc/fw_download/keys.d/maker.pub")
         terminal.service("restart")
         terminal.wait_service()
     seconds = 420 / (options.scale or 1) + 60 + bytes_needed / (BYTES_PER_SECOND if options.level != 7 else 500000) * 1.5
