@@ -220,7 +220,7 @@ bool BodyWriter::copyFromFile(const SwBlob& part) {
     VEX_LOG(LogDebug) << "ZempCreator::createZemp: length=" << length << ", padding=" << padding;
 
     File file;
-    if (!file.openForReading(filename)) {
+    if (!file.openRegularForReading(filename, File::Links::Follow)) {
         VEX_LOG(LogWarning) << "ZempCreator::createZemp: Unable to open '" << filename << "' ("
                             << strerror(errno) << ").";
         return invalid(type);

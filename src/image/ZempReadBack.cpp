@@ -79,7 +79,7 @@ bool readBackImage(const std::string& filename, const zemp_header_t& header,
                    const std::shared_ptr<const seal::Voucher>& voucher) {
     File file;
     zemp_header_t found{};
-    if (!file.openForReading(filename) || !readMainHeader(file, found) ||
+    if (!file.openRegularForReading(filename, File::Links::Follow) || !readMainHeader(file, found) ||
         memcmp(&found, &header, sizeof header) != 0)
         return complain(filename, "main header");
     OwnParser parser;
@@ -109,7 +109,7 @@ bool isImageVouchedFor(const std::string& filename, const std::shared_ptr<const 
     zemp_header_t header{};
     OwnParser parser;
     parser.setVoucher(voucher);
-    if (!file.openForReading(filename) || !readMainHeader(file, header) ||
+    if (!file.openRegularForReading(filename, File::Links::Follow) || !readMainHeader(file, header) ||
         !parser.parseFile(filename, 0, FileFragment::ZempFile))
         return refuse("main header");
     const std::string unsound = findUnsoundness(file, header, parser);

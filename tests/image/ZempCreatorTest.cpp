@@ -6,6 +6,7 @@
 #include "support/Faults.h"
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -171,6 +172,9 @@ TEST_F(ZempCreatorTest, NeededBodyMustStillBeInItsFile) {
     }
     std::filesystem::remove(partFile(2));
     expectFailure(line);
+    ASSERT_EQ(mkfifo(partFile(2).c_str(), 0600), 0);
+    expectFailure(line); // and nobody is waited for
+    std::filesystem::remove(partFile(2));
     writeFile(partFile(2), Bytes(part.begin(), part.end() - 3)); // padding is not read from the file
     const Quiet quiet;
     EXPECT_TRUE(ZempCreator(mMap).createZemp(output()));
