@@ -73,6 +73,11 @@ TEST_F(ZempHostcfg, ShowsWhatWasBuiltAsTheDaemonDoes) {
                    "               ---------- ---------- <  ----  > ---------- ----------\n");
     EXPECT_EQ(zemp({"hostcfg", "check", "@record"}), 0);
     EXPECT_EQ(out, "record: good\n");
+    EXPECT_EQ(zemp({"check", "@record"}), 1);
+    EXPECT_EQ(out, "error: offset 24: it is a host configuration record, not an image [record]\n"
+                   "    why:  terminals take images\n"
+                   "    mend: check it with 'zemp hostcfg check'\n"
+                   "record: 1 error, 0 warnings\n");
 }
 
 TEST_F(ZempHostcfg, MistakesInDescriptionsAreLocated) {

@@ -107,6 +107,8 @@ TEST_F(ZempImage, MistakesInDescriptionsAreLocated) {
         {"[release]\nversion = \"1.256.0\"\n",
          "2:11: 'version' has to be like \"1.5.7\": major and minor up to 255, build up to 65535"},
         {Release + "nam = 1\n", "3:1: the release knows no key 'nam'"},
+        {"[relase]\nversion = \"1.2.3\"\n",
+         "1:2: the description has no 'release'; is 'relase' meant to be it?"},
         {Release + "time = 1969-12-31T23:59:59Z\n", "3:8: 'time' has to be from 1970 to 2106"},
         {Release + "name = \"" + std::string(37, 'n') + "\"\n", "3:8: 'name' has 37 bytes; at most 36 fit"},
         {Release + "[manifest]\n", "3:1: the manifest has neither 'text' nor lines: [[manifest.line]]"},
@@ -145,7 +147,7 @@ TEST_F(ZempImage, WrongUseAndBadFiles) {
         EXPECT_EQ(out, "");
         EXPECT_NE(err, "");
     }
-    EXPECT_EQ(err, "zemp: there is no command or option 'frobnicate' (see zemp --help)\n");
+    EXPECT_EQ(err, "zemp: there is no command or option 'frobnicate' (see zemp hostcfg --help)\n");
 
     refuses({"list", "@none"}, "none: No such file or directory");
     refuses({"list", scratch.path()}, scratch.path() + ": Is a directory");

@@ -1,9 +1,8 @@
 #include "KnownNames.h"
 
+#include "cli/CommandLine.h"
 #include "workers/ConfigNames.h"
 #include <algorithm>
-#include <numeric>
-#include <vector>
 
 namespace {
 
@@ -13,26 +12,11 @@ constexpr const char* Keys[] = {
     ConfigKey::ForceUpdate,     ConfigKey::DownloadDisabled, ConfigKey::Force,
     ConfigKey::ReadyForInstall,
 };
-constexpr size_t MostSlips = 2; // letters that are wrong, missing or too many
 
 // Of a status event.
 constexpr unsigned EventSize = 16;
 constexpr unsigned StateOffset = 12;
 constexpr unsigned On = 2;
-
-size_t countSlips(const std::string& left, const std::string& right) {
-    std::vector<size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < left.size(); ++i) {
-        size_t diagonal = row[0]++;
-        for (size_t j = 0; j < right.size(); ++j) {
-            const size_t replaced = diagonal + (left[i] == right[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
 
 unsigned getLe32(const unsigned char* bytes) {
     return bytes[0] | unsigned{bytes[1]} << 8 | unsigned{bytes[2]} << 16 | unsigned{bytes[3]} << 24;
@@ -42,8 +26,8 @@ unsigned getLe32(const unsigned char* bytes) {
 
 std::string findMisspelt(const std::string& key) {
     const auto isNear = [&](const char* known) {
-        const size_t slips = countSlips(key, known);
-        return slips > 0 && slips <= MostSlips;
+        const size_t slips = cli::countSlips(key, known);
+        return slips > 0 && slips <= cli::MostSlips;
     };
     if (std::find(std::begin(Keys), std::end(Keys), key) != std::end(Keys))
         return "";

@@ -1,5 +1,6 @@
 #include "zemp/DescriptionTable.h"
 
+#include "cli/CommandLine.h"
 #include "zemp/Files.h"
 #include "zemp/InputError.h"
 #include <cctype>
@@ -93,9 +94,14 @@ const toml::node* DescriptionTable::find(const std::string& key) {
 
 const toml::node& DescriptionTable::require(const std::string& key) {
     const toml::node* node = find(key);
-    if (node == nullptr)
-        fail("the " + mWhat + " has no '" + key + "'");
-    return *node;
+    if (node != nullptr)
+        return *node;
+    for (const auto& [name, other] : mTable)
+        if (mKnownKeys.count(std::string(name.str())) == 0 &&
+            cli::countSlips(std::string(name.str()), key) <= cli::MostSlips)
+            failAt(name.source(), "the " + mWhat + " has no '" + key + "'; is '" + std::string(name.str()) +
+                                      "' meant to be it?");
+    fail("the " + mWhat + " has no '" + key + "'");
 }
 
 bool DescriptionTable::has(const std::string& key) {

@@ -2,6 +2,7 @@
 
 #include "image/ZempPart.h"
 #include "image/zemp_validate.h"
+#include "installed/suul.h"
 #include "plan/UpdatePlan.h"
 #include "update/FileFragment.h"
 #include "zemp/Interrupt.h"
@@ -36,6 +37,13 @@ class ImageCheck {
         checkMainHeader();
         if (!mImage.isHeaderValid())
             return std::move(mFindings);
+        for (const ImagePart& part : mImage.parts()) {
+            if (part.name() != SuuDataPartName)
+                continue;
+            error("record", part.offset, "it is a host configuration record, not an image",
+                  "terminals take images", "check it with 'zemp hostcfg check'");
+            return std::move(mFindings);
+        }
         checkSize();
         for (const ImagePart& part : mImage.parts())
             if (part.isType(ZempFormat::SwBlobType))
