@@ -185,9 +185,11 @@ bool ConfigDatabaseConnection::open() {
 
 bool ConfigDatabaseConnection::openExisting() {
     const std::string path = configDatabasePath();
-    if (access(path.c_str(), F_OK) == 0)
+    struct stat status = {};
+    const bool isThere = stat(path.c_str(), &status) == 0;
+    if (isThere && (!S_ISREG(status.st_mode) || status.st_size > 0)) // an empty file would become one
         return open();
-    const std::string error = strerror(errno);
+    const std::string error = isThere ? "it is empty" : strerror(errno);
     disconnect();
     return mImpl->fail("cannot open the configuration database " + path, error);
 }

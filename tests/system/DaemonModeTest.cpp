@@ -85,7 +85,8 @@ TEST(DaemonMode, CanUpdateAsFwctlFindsUntilItsDiskIsFull) {
     checked = terminal.check();
     EXPECT_EQ(checked.status, 1);
     EXPECT_EQ(countIn(checked.text, "WRONG"), 1U) << checked.text;
-    EXPECT_EQ(countIn(checked.text, "space          WRONG: /data/fw has 20480 bytes, the update needs "), 1U);
+    EXPECT_EQ(countIn(checked.text, "space          WRONG: /data/fw has 20 480 bytes, the update needs "),
+              1U);
     EXPECT_EQ(terminal.stop(SIGTERM), "");
 }
 

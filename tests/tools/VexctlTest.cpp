@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -70,6 +71,8 @@ TEST_F(Vexctl, SetsGetsListsAndErases) {
     EXPECT_EQ(0, run("config set cfg.a \"$(printf 'x\\ny=\"1\"')\" cfg.c '\"' cfg.d ' '").status);
     EXPECT_EQ("cfg.a=\"x\\ny=\\\"1\\\"\"\ncfg.b=\ncfg.c=\"\\\"\"\ncfg.d=\" \"\n", run("config list").out)
         << "each line is one value";
+    EXPECT_EQ(0, run("config set k=l v").status);
+    EXPECT_EQ("\"k=l\"=v\n", run("config list k").out);
     EXPECT_EQ("{\n  \"cfg.a\": \"x\\ny=\\\"1\\\"\"\n}\n", run("config list --json cfg.a").out);
     const Result slip = run("config set cfg.fw_forse 1 cfg.fw_force 1");
     EXPECT_EQ(0, slip.status);
@@ -92,6 +95,10 @@ TEST_F(Vexctl, WrongUseIsTwoAndChangesNothing) {
         EXPECT_TRUE(complains(result, "No such file or directory")) << result.error;
     }
     EXPECT_NE(0, access(platform.database().c_str(), F_OK)) << "who only looks makes no database";
+    platform.directory().write("config.db", "");
+    EXPECT_TRUE(complains(run("config list"), "it is empty"));
+    EXPECT_EQ(0U, std::filesystem::file_size(platform.database())) << "nor one of an empty file";
+    std::filesystem::remove(platform.database());
     EXPECT_EQ(0, run("config set --help").status);
 }
 

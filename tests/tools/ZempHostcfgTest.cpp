@@ -117,7 +117,7 @@ TEST_F(ZempHostcfg, BadRecordsAreExplained) {
         {damaged, "bad: offset 8: the main header fails the check of its body CRC"},
         {{resealed.begin(), resealed.end()},
          "bad: offset 24: the content part there fails the check of its body CRC"},
-        {std::string(5121, 'x'), "bad: has 5121 bytes, more than 5120"},
+        {std::string(5121, 'x'), "bad: has 5 121 bytes, more than 5 120"},
     };
     for (const auto& [content, message] : rows) {
         scratch.write("bad", content);

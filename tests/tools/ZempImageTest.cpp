@@ -1,4 +1,5 @@
 #include "image/ImageFixtures.h"
+#include "imagefile/NumberText.h"
 #include "support/Faults.h"
 #include "tools/ZempRun.h"
 #include "tools/ZempSamples.h"
@@ -88,7 +89,7 @@ file = "kernel.bin"
     const std::string image = ScratchDir::read(scratch.file("d.zemp"));
     ASSERT_EQ(zemp({"build", "--no-check", "@d.toml", "-o", "-"}), 0) << err;
     EXPECT_EQ(out, image);
-    EXPECT_THAT(err, HasSubstr("d.toml: 70 344 bytes, 4 parts\n"));
+    EXPECT_THAT(err, HasSubstr("standard output: 70 344 bytes, 4 parts\n"));
     EXPECT_THAT(image, HasSubstr(std::string("needs padding\n\n\0", 16)));
     EXPECT_THAT(image, HasSubstr("# suum\n2,kernel,7,-,-,-,0102012C,0\n4,root,0,/,ext4,4813,1.2.3,1\n"));
     EXPECT_THAT(image, HasSubstr("\xef\xfd\xba\x38")); // 951778799
@@ -111,6 +112,7 @@ TEST_F(ZempImage, MistakesInDescriptionsAreLocated) {
          "1:2: the description has no 'release'; is 'relase' meant to be it?"},
         {Release + "time = 1969-12-31T23:59:59Z\n", "3:8: 'time' has to be from 1970 to 2106"},
         {Release + "name = \"" + std::string(37, 'n') + "\"\n", "3:8: 'name' has 37 bytes; at most 36 fit"},
+        {Release + "[[manifest.lines]]\ntext = \"\"\n", "3:12: the manifest knows no key 'lines'"},
         {Release + "[manifest]\n", "3:1: the manifest has neither 'text' nor lines: [[manifest.line]]"},
         {line + "pool = \"kernel\"\n", "3:1: the manifest line has no 'index'"},
         {line + "index = 2\npool = \"a,b\"\n",
@@ -194,7 +196,7 @@ TEST_F(ZempImage, EveryFlippedBitAndEveryCutIsFound) {
     for (size_t size = 24; size < image.size(); ++size) {
         const zemp::ImageListing cut = listing(image.substr(0, size));
         ASSERT_TRUE(cut.isIncomplete) << size;
-        ASSERT_EQ(cut.problem, "is incomplete: " + std::to_string(size) + " of 1232 bytes");
+        ASSERT_EQ(cut.problem, "is incomplete: " + imagefile::groupDigits(size) + " of 1 232 bytes");
     }
 }
 
@@ -205,7 +207,7 @@ TEST_F(ZempImage, IncompleteFileIsListedAndRefusedUnlessItIsAStart) {
     EXPECT_THAT(out, HasSubstr("\nonly the start: 512 bytes\n"));
     scratch.write("cut.zemp", image.substr(0, 513));
     EXPECT_EQ(zemp({"list", "@cut.zemp"}), 1);
-    EXPECT_EQ(err, "zemp: cut.zemp: is incomplete: 513 of 1232 bytes\n");
+    EXPECT_EQ(err, "zemp: cut.zemp: is incomplete: 513 of 1 232 bytes\n");
     EXPECT_THAT(out, HasSubstr("  KernelBlob     kernel   1.02-3   -         ok      incomplete\n"));
 }
 

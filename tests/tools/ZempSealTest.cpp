@@ -1,4 +1,5 @@
 // From an image to its seal with minisign itself, and back.
+#include "imagefile/NumberText.h"
 #include "lab/ScriptedHttpServer.h"
 #include "support/ShellOutput.h"
 #include "tools/ZempRun.h"
@@ -65,9 +66,9 @@ TEST_F(ZempSeal, TellsWhatDoesNotFit) {
         EXPECT_EQ(zemp({"verify", "@i.zemp", "--key", "@k.pub"}), 1) << i;
     }
     scratch.write("i.zemp", image + "x");
-    refuses({"verify", "@i.zemp", "--key", "@k.pub"}, "i.zemp: has " + std::to_string(image.size() + 1) +
-                                                          " bytes, sealed are " +
-                                                          std::to_string(image.size()));
+    refuses({"verify", "@i.zemp", "--key", "@k.pub"},
+            "i.zemp: has " + imagefile::groupDigits(image.size() + 1) + " bytes, sealed are " +
+                imagefile::groupDigits(image.size()));
     refuses({"digest", "@i.zemp"},
             "i.zemp: no sound part at offset " + std::to_string(image.size()) + "; 'zemp check' says more");
     EXPECT_EQ(minisign("-S -W -s k.sec -m i.lines -t 'fw 1.05-8'"), 0);

@@ -1,6 +1,7 @@
 #include "common/maskedurl.h"
 #include "common/printable.h"
 #include "fwcheck/Questions.h"
+#include "imagefile/NumberText.h"
 #include <stdexcept>
 
 namespace fwcheck {
@@ -57,8 +58,9 @@ std::optional<plan::UpdatePlan> askServer(const Wish& wish, const std::optional<
                                                           : "its update does not become ready: " +
                                                                 printable(plan.complaints.front()));
         } else {
-            teller.ok("image", "release " + plan.release + ", " + std::to_string(plan.fetchedBytes()) +
-                                   " of " + std::to_string(plan.imageBytes) + " bytes to fetch, " +
+            teller.ok("image", "release " + plan.release + ", " +
+                                   imagefile::groupDigits(plan.fetchedBytes()) + " of " +
+                                   imagefile::groupDigits(plan.imageBytes) + " bytes to fetch, " +
                                    plan.durationText());
             return plan;
         }

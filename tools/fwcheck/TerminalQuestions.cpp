@@ -1,4 +1,5 @@
 #include "fwcheck/Questions.h"
+#include "imagefile/NumberText.h"
 #include "installed/hostconfig.h"
 #include "plan/InstalledSoftware.h"
 #include "plan/QuietLog.h"
@@ -61,12 +62,13 @@ struct Room {
 // `needed` is 0 when that is not known.
 void tell(const char* question, const std::string& directory, uint64_t bytes, uint64_t needed,
           const char* advice, Teller& teller) {
-    const std::string has = directory + " has " + std::to_string(bytes) + " bytes";
+    const std::string has = directory + " has " + imagefile::groupDigits(bytes) + " bytes";
     if (bytes == 0 || bytes < needed)
-        teller.wrong(question, has + (needed == 0 ? "" : ", the update needs " + std::to_string(needed)) +
-                                   ": " + advice);
+        teller.wrong(question,
+                     has + (needed == 0 ? "" : ", the update needs " + imagefile::groupDigits(needed)) +
+                         ": " + advice);
     else
-        teller.ok(question, has + (needed == 0 ? "" : ", " + std::to_string(needed) + " are needed"));
+        teller.ok(question, has + (needed == 0 ? "" : ", " + imagefile::groupDigits(needed) + " are needed"));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "hostconfig/HostConfigRecord.h"
 #include "image/ZempPart.h"
 #include "imagefile/ImageReader.h"
+#include "imagefile/NumberText.h"
 #include "installed/loadHostConfig.h"
 #include <cerrno>
 #include <cstring>
@@ -40,7 +41,8 @@ hostcfg::Bytes readRecord(const std::string& file) {
     if (count < 0)
         fail(file, strerror(error));
     if (status.st_size > static_cast<off_t>(record.size()))
-        fail(file, "has " + std::to_string(status.st_size) + " bytes, more than a host configuration record");
+        fail(file, "has " + imagefile::groupDigits(static_cast<uint64_t>(status.st_size)) +
+                       " bytes, more than a host configuration record");
     record.resize(static_cast<size_t>(count));
     return record;
 }

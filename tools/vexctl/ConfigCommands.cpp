@@ -90,13 +90,27 @@ int configErase(const std::vector<std::string>& keys) {
 
 namespace {
 
-// A value as it is, or in quotes, with escapes, where it could be taken for something else.
-std::string shown(const std::string& value) {
-    const auto isPlain = [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f; };
+constexpr char Delete = 0x7f; // the one control character that JSON leaves as it is
+
+// In quotes, with the escapes of JSON.
+std::string inQuotes(const std::string& text) {
+    std::string result = nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    for (size_t at = 0; (at = result.find(Delete, at)) != std::string::npos;)
+        result.replace(at, 1, "\\u007f");
+    return result;
+}
+
+bool hasControls(const std::string& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == Delete; });
+}
+
+// A line KEY=VALUE that is read in one way only: what could be taken for something else is in quotes.
+std::string lineOf(const std::string& key, const std::string& value) {
     const bool isBlankAtEnds = !value.empty() && (value.front() == ' ' || value.back() == ' ');
-    if (std::all_of(value.begin(), value.end(), isPlain) && !isBlankAtEnds && value.rfind('"', 0) != 0)
-        return value;
-    return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    const bool isKeyPlain = !hasControls(key) && key.find('=') == std::string::npos && key.rfind('"', 0) != 0;
+    const bool isValuePlain = !hasControls(value) && !isBlankAtEnds && value.rfind('"', 0) != 0;
+    return (isKeyPlain ? key : inQuotes(key)) + "=" + (isValuePlain ? value : inQuotes(value));
 }
 
 } // namespace
@@ -115,7 +129,7 @@ int configList(const std::string& prefix, bool isJson) {
             } else if (isJson) {
                 all[key] = value;
             } else {
-                std::cout << key << '=' << shown(value) << '\n';
+                std::cout << lineOf(key, value) << '\n';
             }
         }
         if (isJson)

@@ -1,6 +1,7 @@
 #include "zemp/Files.h"
 
 #include "imagefile/Descriptor.h"
+#include "imagefile/NumberText.h"
 #include "imagefile/ReplaceFile.h"
 #include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
@@ -42,7 +43,8 @@ std::string readFile(const std::string& path, uint64_t limit) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     const uint64_t size = regularSize(file, path);
     if (size > limit)
-        fail(path, "has " + std::to_string(size) + " bytes, more than " + std::to_string(limit));
+        fail(path,
+             "has " + imagefile::groupDigits(size) + " bytes, more than " + imagefile::groupDigits(limit));
     std::string content(static_cast<size_t>(size), '\0');
     size_t done = 0;
     while (done < content.size()) {

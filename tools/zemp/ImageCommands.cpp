@@ -212,7 +212,7 @@ int buildImage(const std::string& description, const std::string& image,
         });
     }
     (isStream ? console.err : console.out)
-        << (isStream ? description : image) << ": " << imagefile::groupDigits(build.builder().size())
+        << (isStream ? "standard output" : image) << ": " << imagefile::groupDigits(build.builder().size())
         << " bytes, " << build.builder().count() << " parts\n";
     return StatusGood;
 }
@@ -229,7 +229,7 @@ int showListing(const std::string& image, bool json, const Console& console) {
     } else {
         printListing(listing, console.out);
         if (isStart)
-            console.out << "\nonly the start: " << reader.size() << " bytes\n";
+            console.out << "\nonly the start: " << imagefile::groupDigits(reader.size()) << " bytes\n";
 #ifdef FW_SEAL
         console.out << describeSeal(image);
 #endif
@@ -258,7 +258,7 @@ int extractPart(const std::string& image, const std::string& part, const std::st
     } else {
         imagefile::refuseInput(output, image);
         writeFile(output, std::string(bytes, row.bodySize));
-        console.out << output << ": " << row.bodySize << " bytes\n";
+        console.out << output << ": " << imagefile::groupDigits(row.bodySize) << " bytes\n";
     }
     return StatusGood;
 }

@@ -66,6 +66,7 @@ void readManifest(DescriptionTable table, imagefile::ImageBuilder& builder, Desc
             manifest += readManifestLine(line);
         }
     } else {
+        table.rejectOtherKeys(); // one that is misspelt is what is wrong
         table.fail("the manifest has neither 'text' nor lines: [[manifest.line]]");
     }
     table.rejectOtherKeys();

@@ -1,6 +1,7 @@
 #include "zemp/ImageListing.h"
 
 #include "image/ZempParser.h"
+#include "imagefile/NumberText.h"
 #include "zemp/Table.h"
 #include <algorithm>
 #include <memory>
@@ -90,7 +91,7 @@ std::string damageOf(const ImageReader& image) {
 
 void findProblem(const ImageReader& image, ImageListing& listing) {
     const auto bytesBehind = [&](uint64_t end, const char* what) {
-        return "has " + std::to_string(image.size() - end) + " bytes behind the " + what;
+        return "has " + imagefile::groupDigits(image.size() - end) + " bytes behind the " + what;
     };
     listing.problem = damageOf(image);
     if (!image.isImage()) {
@@ -115,8 +116,8 @@ void findProblem(const ImageReader& image, ImageListing& listing) {
     if (isGap) {
         listing.problem = "has no valid content part at offset " + std::to_string(image.partsEnd());
     } else if (isCut) {
-        listing.problem =
-            "is incomplete: " + std::to_string(image.size()) + " of " + std::to_string(end) + " bytes";
+        listing.problem = "is incomplete: " + imagefile::groupDigits(image.size()) + " of " +
+                          imagefile::groupDigits(end) + " bytes";
         listing.isIncomplete = true;
     } else if (image.body() == Verdict::Bad) {
         listing.problem = "fails the check of the main body CRC";

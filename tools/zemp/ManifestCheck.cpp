@@ -1,6 +1,8 @@
 // The manifest's lines as the daemon reads them, against what is written there and what the image has.
 #include "image/SuumBlob.h"
+
 #include "image/ZempParser.h"
+#include "imagefile/NumberText.h"
 #include "installed/SuuInfo.h"
 #include "zemp/ImageCheck.h"
 #include <algorithm>
@@ -332,8 +334,8 @@ class ManifestCheck {
                 line.part->header.body_length > line.element.getPartsize())
                 add(false, "partition-size", line.line,
                     "the part '" + line.part->name() + "' has " +
-                        std::to_string(line.part->header.body_length) + " bytes, its partition " +
-                        std::to_string(line.element.getPartsize()),
+                        imagefile::groupDigits(line.part->header.body_length) + " bytes, its partition " +
+                        imagefile::groupDigits(static_cast<uint64_t>(line.element.getPartsize())),
                     "it does not fit", "correct the size, or make the part smaller");
     }
 

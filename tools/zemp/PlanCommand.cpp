@@ -5,7 +5,6 @@
 #include "plan/UpdatePlan.h"
 #include "zemp/Commands.h"
 #include "zemp/Files.h"
-#include "zemp/InputError.h"
 #include "zemp/Interrupt.h"
 #include "zemp/Json.h"
 #include "zemp/Table.h"
@@ -101,8 +100,11 @@ int showPlans(const std::string& image, const std::vector<std::string>& records,
     imagefile::refuseInput(svg, image);
     for (const std::string& record : records)
         imagefile::refuseInput(svg, record);
-    if (!svg.empty() && records.size() > 1)
-        throw InputError("--svg draws what one terminal fetches; give one --installed");
+    if (!svg.empty() && records.size() > 1) {
+        console.err
+            << "zemp: --svg draws what one terminal fetches; give one --installed (see zemp plan --help)\n";
+        return StatusWrongUse;
+    }
     const auto isStopped = [] { return interruptedBy() != 0; };
     const auto source = imagefile::openImage(image, isStopped);
     nlohmann::json all = nlohmann::json::array();

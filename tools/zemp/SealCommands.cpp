@@ -1,6 +1,7 @@
 #include "zemp/SealCommands.h"
 
 #include "imagefile/ImageSource.h"
+#include "imagefile/NumberText.h"
 #include "imagefile/ReplaceFile.h"
 #include "imagefile/SealedImage.h"
 #include "seal/Seal.h"
@@ -125,8 +126,8 @@ int verifyImage(const std::string& image, const std::vector<std::string>& keys, 
                     "the body of '" + part.name + "'");
     }
     if (source->size() != opened.lines.image.length)
-        throw InputError(image + ": has " + std::to_string(source->size()) + " bytes, sealed are " +
-                         std::to_string(opened.lines.image.length));
+        throw InputError(image + ": has " + imagefile::groupDigits(source->size()) + " bytes, sealed are " +
+                         imagefile::groupDigits(opened.lines.image.length));
     checkExtent(*source, 0, opened.lines.image, "the image");
     console.out << image << ": release " << opened.lines.release << ", " << opened.lines.parts.size()
                 << " parts, as sealed by key " << seal::toText(opened.key);
