@@ -91,7 +91,7 @@ TEST_F(ZempPlan, PrintsItForPeople) {
               "      3    153  724-876    kernel body\n"
               "      4    512  876-1387   root header\n"
               "      5    152  1388-1540  root body\n\n"
-              "5 requests fetch 1 841 of 1 540 bytes (119.5 %), 0.1 s at 25 000 bytes per second\n"
+              "5 requests fetch 1 841 of 1 540 bytes (119 %), 0.1 s at 25 000 bytes per second\n"
               "Disk space: 3 381 bytes in the download directory (downloads 1 841, update image 1 540), "
               "1 516 in /tmp\n");
     EXPECT_EQ(err, "p.svg: the image, 5 requests\n");

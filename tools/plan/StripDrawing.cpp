@@ -153,8 +153,8 @@ class Drawing {
     void drawHeading() {
         text(Margin, 36, "Update to " + mPlan.release, " font-size=\"20\" font-weight=\"bold\"");
         char figures[128];
-        snprintf(figures, sizeof figures, " bytes (%.1f %%), %s at %s bytes per second",
-                 100.0 * static_cast<double>(mPlan.fetchedBytes()) / static_cast<double>(mPlan.imageBytes),
+        snprintf(figures, sizeof figures, " bytes (%u %%), %s at %s bytes per second",
+                 static_cast<unsigned>(mPlan.fetchedBytes() * 100 / mPlan.imageBytes),
                  mPlan.durationText().c_str(), imagefile::groupDigits(UpdatePlan::BytesPerSecond).c_str());
         text(Margin, 58,
              std::to_string(mPlan.requests.size()) + " requests fetch " +

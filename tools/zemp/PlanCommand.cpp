@@ -9,7 +9,6 @@
 #include "zemp/Json.h"
 #include "zemp/Table.h"
 #include <algorithm>
-#include <cstdio>
 
 namespace zemp {
 
@@ -75,13 +74,11 @@ void print(const plan::UpdatePlan& plan, std::ostream& out) {
         out << '\n';
     }
     printRequests(plan, out);
-    char percent[16];
-    snprintf(percent, sizeof percent, "%.1f",
-             100.0 * static_cast<double>(plan.fetchedBytes()) / static_cast<double>(plan.imageBytes));
     out << '\n'
         << plan.requests.size() << " requests fetch " << imagefile::groupDigits(plan.fetchedBytes()) << " of "
-        << imagefile::groupDigits(plan.imageBytes) << " bytes (" << percent << " %), " << plan.durationText()
-        << " at " << imagefile::groupDigits(plan::UpdatePlan::BytesPerSecond) << " bytes per second\n";
+        << imagefile::groupDigits(plan.imageBytes) << " bytes ("
+        << plan.fetchedBytes() * 100 / plan.imageBytes << " %), " << plan.durationText() << " at "
+        << imagefile::groupDigits(plan::UpdatePlan::BytesPerSecond) << " bytes per second\n";
     if (plan.isReady)
         out << "Disk space: " << imagefile::groupDigits(plan.downloadDirectoryBytes())
             << " bytes in the download directory (downloads " << imagefile::groupDigits(plan.fetchedBytes())
