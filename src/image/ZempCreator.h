@@ -32,8 +32,9 @@ class ZempCreator {
 
     // True when the image has been written to `filename` completely and is on disk, its directory entry
     // included. It is written under that name with ".part" behind it, and takes the place of an older image
-    // at the end. On failure, which is logged, the partial file is removed and an older image stays as it
-    // was; only when the directory cannot be synced at last, the new one is there already.
+    // at the end; then what the voucher keeps of it is on disk, too. On failure, which is logged, the partial
+    // file is removed and an older image stays as it was; only when the directory cannot be synced, or the
+    // voucher keep what it has to, the new one is there already.
     [[nodiscard]] bool createZemp(std::string filename);
 
     // Why the last createZemp() failed.

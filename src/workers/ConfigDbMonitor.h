@@ -86,7 +86,8 @@ class ConfigDbMonitor : public Thread,
     bool isNewFirmwareNeeded();
 
     // Flags an update image as ready for installation and, for a forced update, asks for a reboot. False, and
-    // no reboot, when there is no such file or the flag could not be written.
+    // no reboot, when there is no such file, it lacks the seal that it needs, or the flag could not be
+    // written.
     [[nodiscard]] bool setReadyForFirmwareInstall(const std::string& file);
 
     // Removes that flag and the one of a forced update. False unless both are gone.

@@ -40,7 +40,7 @@ class VEX_PUBLIC ConfigDatabaseConnection {
     // The same without a bus, for tools.
     [[nodiscard]] bool open();
 
-    // The same for whoever only reads: a database that is absent is a failure, and is not made.
+    // The same for whoever only reads: one that is absent, or an empty file, is a failure; none is made.
     [[nodiscard]] bool openExisting();
 
     bool connected() const;
